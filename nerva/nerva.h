@@ -1,0 +1,10 @@
+#pragma once
+
+// Everything the library offers, in one include.
+#include "nerva/version.h"
+#include "nerva/geometry/MathFunctions.h"
+#include "nerva/geometry/rectangle.h"
+#include "nerva/segmentation/RLEregion.h"
+#include "nerva/rle/RLEimage.h"
+#include "nerva/blob/blob.h"
+#include "nerva/blob/RLEblob.h"

@@ -1,0 +1,321 @@
+// Region labelling: one top-to-bottom sweep over pairs of consecutive rows
+// joins 4-connected runs into regions (the lower ident survives a merge), and
+// a second pass points every run and every absorbed region at its survivor.
+//
+// The sweep runs on a cursor of plain pointers and indices so that walking
+// runs costs no reference-count traffic; the shared-pointer fields of the
+// img2regs record are written back once, when the cursor is stored. The
+// public step functions load a cursor, take their one step and store it, so
+// the driver and a host stepping by hand run the very same code.
+#include <cstdio>
+
+#include "nerva/segmentation/region_ops.h"
+#include "nerva/segmentation/segmentationRLE.h"
+
+namespace nerva {
+
+namespace {
+
+using seg_slot = std::shared_ptr<segment>;
+
+struct Sweep {
+    img2regs& st;
+    MV_RLEsegm* s;  // needed only to take regions from the pool
+    int32_t y;
+    seg_slot* cur_runs;
+    seg_slot* prev_runs;
+    int32_t cur_count, prev_count;
+    int32_t cur_idx, prev_idx;
+    // The runs under examination, and the slots their shared pointers live in.
+    segment* cur;
+    segment* prev;
+    const seg_slot* cur_slot;
+    const seg_slot* prev_slot;
+
+    Sweep(img2regs& state, MV_RLEsegm* segm)
+        : st(state), s(segm), y(state.y), cur_runs(state.cur_runs), prev_runs(state.prev_runs),
+          cur_count(state.cur_count), prev_count(state.prev_count), cur_idx(state.cur_idx),
+          prev_idx(state.prev_idx), cur(state.cur_seg.get()), prev(state.prev_seg.get()),
+          cur_slot(&state.cur_seg), prev_slot(&state.prev_seg)
+    {
+    }
+
+    void store()
+    {
+        st.y = y;
+        st.cur_runs = cur_runs;
+        st.prev_runs = prev_runs;
+        st.cur_count = cur_count;
+        st.prev_count = prev_count;
+        st.cur_idx = cur_idx;
+        st.prev_idx = prev_idx;
+        if (cur_slot != &st.cur_seg) st.cur_seg = *cur_slot;
+        if (prev_slot != &st.prev_seg) st.prev_seg = *prev_slot;
+        cur_slot = &st.cur_seg;
+        prev_slot = &st.prev_seg;
+    }
+
+    void new_region(int x_start, segment& run)
+    {
+        if (static_cast<size_t>(s->nb_regs) >= s->reg_pool.size()) {
+            // More regions than the pool holds: grow it (regions are held by
+            // shared pointer, so nothing already handed out moves).
+            const size_t n = s->reg_pool.size();
+            s->reg_pool.resize(n + n / 2 + 64);
+            for (size_t i = n; i < s->reg_pool.size(); ++i) {
+                s->reg_pool[i] = region_new();
+                s->reg_pool[i]->ident = static_cast<int32_t>(i);
+            }
+        }
+        const std::shared_ptr<region>& reg = s->reg_pool[static_cast<size_t>(s->nb_regs++)];
+        detail::region_init(*reg, x_start, run.x_end, y);
+        if (s->nb_regs == 1) st.first = reg;
+        else st.last->next = reg;
+        st.last = reg;
+        run.owner = reg;
+    }
+
+    void load_row(int row)
+    {
+        const std::shared_ptr<RLEline>& line = s->rle_img->lines[static_cast<size_t>(row)];
+        prev_runs = cur_runs;
+        prev_count = cur_count;
+        cur_runs = line->segs;
+        cur_count = line->nb_segs;
+    }
+
+    void avanp()
+    {
+        ++prev_idx;
+        if (prev_idx < prev_count) {
+            prev_slot = &prev_runs[prev_idx];
+            prev = prev_slot->get();
+        }
+    }
+
+    void avanc()
+    {
+        if (cur_idx >= 0 && !cur->owner) new_region(cur->x_start, *cur);
+        ++cur_idx;
+        if (cur_idx < cur_count) {
+            cur_slot = &cur_runs[cur_idx];
+            cur = cur_slot->get();
+        }
+    }
+
+    void initstep()
+    {
+        load_row(y);
+        if (prev_count == 0 && cur_count > 0)
+            for (int32_t k = 0; k < cur_count; ++k) new_region(cur_runs[k]->x_start, *cur_runs[k]);
+        cur_idx = -1;
+        prev_idx = -1;
+        avanp();
+        avanc();
+    }
+
+    // Relabels the runs still in the span being swept; runs further back keep
+    // the absorbed region until the second pass.
+    void replace(const region* old_reg, const std::shared_ptr<region>& new_reg)
+    {
+        for (int32_t k = 0; k <= cur_idx && k < cur_count; ++k)
+            if (cur_runs[k]->owner.get() == old_reg) cur_runs[k]->owner = new_reg;
+        for (int32_t k = prev_idx < 0 ? 0 : prev_idx; k < prev_count; ++k)
+            if (prev_runs[k]->owner.get() == old_reg) prev_runs[k]->owner = new_reg;
+    }
+
+    void fusion()
+    {
+        if (!prev) {
+            std::fputs("precseg->region is null !!\n", stderr);
+            return;
+        }
+        region* rc = cur->owner.get();
+        region* rp = prev->owner.get();
+        if (!rc) {
+            detail::region_add_run(*rp, cur->x_start, cur->x_end, y);
+            cur->owner = prev->owner;
+        } else if (rc != rp) {
+            const bool current_survives = rc->ident < rp->ident;
+            const std::shared_ptr<region> survivor = current_survives ? cur->owner : prev->owner;
+            region& absorbed = current_survives ? *rp : *rc;
+            detail::region_merge(*survivor, survivor, absorbed);
+            replace(&absorbed, survivor);
+        } else if (prev_idx != 0) {
+            // The current run reaches a second run of its own region: a hole
+            // closes. It is counted on the owner of the previous-row run just
+            // left of prev_seg, whatever region that is.
+            const std::shared_ptr<region>& left_owner = prev_runs[prev_idx - 1]->owner;
+            if (left_owner) {
+                left_owner->hole = cur->owner;
+                left_owner->nholes = wrap_add(left_owner->nholes, 1);
+            }
+        }
+    }
+
+    void iter()
+    {
+        while (cur_idx < cur_count) {
+            if (prev_idx == prev_count) {
+                for (int32_t k = cur_idx; k < cur_count; ++k)
+                    if (!cur_runs[k]->owner) new_region(cur_runs[k]->x_start, *cur_runs[k]);
+                return;
+            }
+            if (prev->x_end < cur->x_start) {
+                avanp();
+            } else if (cur->x_end < prev->x_start) {
+                avanc();
+            } else {
+                fusion();
+                if (prev->x_end < cur->x_end) avanp();
+                else avanc();
+            }
+        }
+    }
+};
+
+int32_t last_labelled_row(const MV_RLEsegm& s)
+{
+    // Never read past the run-length image, whatever the region of interest says.
+    const int32_t lines = s.rle_img ? static_cast<int32_t>(s.rle_img->lines.size()) : 0;
+    return s.roi_ymax < lines - 1 ? s.roi_ymax : lines - 1;
+}
+
+}  // namespace
+
+void img2regs_new_region(i2r_ptr i2r, int x_start, std::shared_ptr<segment> run, segm_ptr segm)
+{
+    Sweep sw(*i2r, segm.get());
+    sw.new_region(x_start, *run);
+}
+
+void img2regs_init(i2r_ptr i2r, segm_ptr segm)
+{
+    img2regs& st = *i2r;
+    MV_RLEsegm& s = *segm;
+    st.first.reset();
+    st.last.reset();
+    st.y = s.roi_ymin;
+    const int32_t last_row = last_labelled_row(s);
+    if (st.y < 0) st.y = 0;
+    while (st.y <= last_row && s.rle_img->lines[static_cast<size_t>(st.y)]->nb_segs <= 0) ++st.y;
+    if (st.y > last_row) {
+        // No run anywhere: nothing to label.
+        st.cur_runs = nullptr;
+        st.cur_count = 0;
+        return;
+    }
+    Sweep sw(st, &s);
+    sw.load_row(sw.y);
+    for (int32_t k = 0; k < sw.cur_count; ++k) sw.new_region(sw.cur_runs[k]->x_start, *sw.cur_runs[k]);
+    sw.cur_idx = sw.cur_count;
+    sw.store();
+}
+
+void img2regs_exec(i2r_ptr i2r, int nrows, segm_ptr segm)
+{
+    img2regs& st = *i2r;
+    MV_RLEsegm& s = *segm;
+    const int32_t last_row = last_labelled_row(s);
+    if (nrows <= 0 || st.y > last_row || st.y < 0) return;
+    // The first repetition loads the first non-empty row again and pairs it
+    // with itself; the holes this counts are part of the result.
+    Sweep sw(st, &s);
+    for (int i = 0; i < nrows && sw.y <= last_row; ++i) {
+        sw.initstep();
+        if (sw.cur_count != 0 && sw.prev_count != 0) sw.iter();
+        ++sw.y;
+    }
+    sw.store();
+}
+
+void img2regs_initstep(i2r_ptr i2r, segm_ptr segm)
+{
+    Sweep sw(*i2r, segm.get());
+    sw.initstep();
+    sw.store();
+}
+
+void img2regs_iter(i2r_ptr i2r, segm_ptr segm)
+{
+    Sweep sw(*i2r, segm.get());
+    sw.iter();
+    sw.store();
+}
+
+void img2regs_avanp(i2r_ptr i2r)
+{
+    img2regs& st = *i2r;
+    ++st.prev_idx;
+    if (st.prev_idx < st.prev_count) st.prev_seg = st.prev_runs[st.prev_idx];
+}
+
+void img2regs_avanc(i2r_ptr i2r, segm_ptr segm)
+{
+    Sweep sw(*i2r, segm.get());
+    sw.avanc();
+    sw.store();
+}
+
+void img2regs_fusion(i2r_ptr i2r)
+{
+    img2regs& st = *i2r;
+    if (!st.prev_seg) {
+        std::fputs("precseg->region is null !!\n", stderr);
+        return;
+    }
+    // Fusion never takes a region from the pool: no segmenter needed.
+    Sweep sw(st, nullptr);
+    sw.fusion();
+    sw.store();
+}
+
+void img2regs_replace(i2r_ptr i2r, std::shared_ptr<region> old_reg, std::shared_ptr<region> new_reg)
+{
+    img2regs& st = *i2r;
+    for (int32_t k = 0; k <= st.cur_idx && k < st.cur_count; ++k)
+        if (st.cur_runs[k]->owner == old_reg) st.cur_runs[k]->owner = new_reg;
+    for (int32_t k = st.prev_idx < 0 ? 0 : st.prev_idx; k < st.prev_count; ++k)
+        if (st.prev_runs[k]->owner == old_reg) st.prev_runs[k]->owner = new_reg;
+}
+
+namespace {
+
+// The shared pointer, somewhere along r's absorber chain, that names the
+// chain's root. r must have an absorber.
+const std::shared_ptr<region>& root_ref(const region& r)
+{
+    const std::shared_ptr<region>* ref = &r.absorber;
+    while ((*ref)->absorber) ref = &(*ref)->absorber;
+    return *ref;
+}
+
+}  // namespace
+
+void img2regs_pass2(i2r_ptr i2r, segm_ptr segm)
+{
+    img2regs& st = *i2r;
+    MV_RLEsegm& s = *segm;
+    if (!st.first) return;
+
+    // Regions are not renumbered: each absorbed region is pointed straight
+    // at its survivor (the earliest-created region of the component).
+    const region* end = st.last ? st.last->next.get() : nullptr;
+    for (region* r = st.first.get(); r && r != end; r = r->next.get()) {
+        if (r->absorber) {
+            std::shared_ptr<region> root = root_ref(*r);
+            r->absorber = std::move(root);
+        }
+        if (r->hole && r->hole->absorber) {
+            std::shared_ptr<region> root = root_ref(*r->hole);
+            r->hole->absorber = root;
+            r->hole = std::move(root);
+        }
+    }
+    for (int32_t k = 0; k < s.nb_segs; ++k) {
+        segment& run = *s.seg_pool[static_cast<size_t>(k)];
+        if (run.owner && run.owner->absorber) run.owner = run.owner->absorber;
+    }
+}
+
+}  // namespace nerva

@@ -1,0 +1,57 @@
+#pragma once
+
+// Region arithmetic on plain references, shared by the public region
+// operations and the labelling sweep (which must not pay for shared-pointer
+// copies on every run). Internal header.
+#include "nerva/geometry/wrap_arith.h"
+#include "nerva/segmentation/RLEregion.h"
+
+namespace nerva {
+namespace detail {
+
+inline void region_init(region& r, int x_start, int x_end, int y)
+{
+    r.seed_x = x_start;
+    r.y_min = y;
+    r.x_min = x_start;
+    r.x_max = x_end;
+    r.y_max = y;
+    r.nholes = 0;
+    r.link.reset();
+    r.next.reset();
+    r.absorber.reset();
+    r.hole.reset();
+    const int32_t n = wrap_add(wrap_sub(x_end, x_start), 1);
+    r.npix = n;
+    // The numerator is always even, so halving it as a double is exact.
+    const int32_t twice_sum = wrap_add(wrap_mul(wrap_sub(1, x_start), x_start), wrap_mul(wrap_add(x_end, 1), x_end));
+    r.sum_x = twice_sum * 0.5;
+    r.sum_y = static_cast<double>(wrap_mul(y, n));
+}
+
+inline void region_add_run(region& r, int x_start, int x_end, int y)
+{
+    if (x_start < r.x_min) r.x_min = x_start;
+    if (x_end > r.x_max) r.x_max = x_end;
+    const int32_t n = wrap_add(wrap_sub(x_end, x_start), 1);
+    r.npix = wrap_add(r.npix, n);
+    r.y_max = y;
+    r.sum_x += wrap_range_sum(x_start, x_end);
+    r.sum_y += wrap_mul(y, n);
+}
+
+// `survivor_ref` is a shared pointer to `survivor`.
+inline void region_merge(region& survivor, const std::shared_ptr<region>& survivor_ref, region& absorbed)
+{
+    absorbed.absorber = survivor_ref;
+    survivor.npix = wrap_add(survivor.npix, absorbed.npix);
+    survivor.nholes = wrap_add(survivor.nholes, absorbed.nholes);
+    survivor.sum_x += absorbed.sum_x;
+    survivor.sum_y += absorbed.sum_y;
+    if (absorbed.x_min < survivor.x_min) survivor.x_min = absorbed.x_min;
+    if (absorbed.x_max > survivor.x_max) survivor.x_max = absorbed.x_max;
+    if (absorbed.y_max > survivor.y_max) survivor.y_max = absorbed.y_max;
+}
+
+}  // namespace detail
+}  // namespace nerva

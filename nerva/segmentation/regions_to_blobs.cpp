@@ -1,0 +1,189 @@
+// Regions to blobs: per-row run indexes of the regions, and one blob from the
+// segmenter's pool for every surviving region that passes the size filter.
+#include <cmath>
+#include <cstdio>
+
+#include "nerva/segmentation/segmentationRLE.h"
+
+namespace nerva {
+
+namespace {
+
+constexpr size_t kArenaChunk = 4096;
+
+// Region lines come from fixed chunks that never move, handed out through
+// aliasing shared pointers: no allocation once the chunks exist, and a line
+// a host still holds keeps its chunk alive.
+std::shared_ptr<RLEregionline> take_region_line(MV_RLEsegm::RegionLineArena& arena)
+{
+    const size_t chunk = arena.used / kArenaChunk;
+    const size_t slot = arena.used % kArenaChunk;
+    if (chunk == arena.chunks.size())
+        arena.chunks.emplace_back(new RLEregionline[kArenaChunk], std::default_delete<RLEregionline[]>());
+    ++arena.used;
+    return std::shared_ptr<RLEregionline>(arena.chunks[chunk], arena.chunks[chunk].get() + slot);
+}
+
+// Mean coordinate truncated toward zero. Empty or inverted runs (sampled
+// extraction) can leave a region with no pixels; its mean is 0 rather than
+// an undefined conversion.
+int32_t truncated_mean(double sum, int32_t npix)
+{
+    const double m = sum / static_cast<double>(npix);
+    if (!std::isfinite(m)) return 0;
+    if (m >= 2147483647.0) return 2147483647;
+    if (m <= -2147483648.0) return -2147483647 - 1;
+    return static_cast<int32_t>(m);
+}
+
+}  // namespace
+
+void set_segs_in_regsKAP(segm_ptr sp, int nrows)
+{
+    MV_RLEsegm& s = *sp;
+    s.regline_arena.used = 0;
+    for (int32_t i = 0; i < s.nb_regs; ++i) {
+        region& r = *s.reg_pool[static_cast<size_t>(i)];
+        const int32_t rows = r.y_max - r.y_min + 1;
+        r.reg_lines.resize(rows > 0 ? static_cast<size_t>(rows) : 0);
+        for (size_t k = 0; k < r.reg_lines.size(); ++k) {
+            r.reg_lines[k] = take_region_line(s.regline_arena);
+            *r.reg_lines[k] = RLEregionline{r.y_min + static_cast<int32_t>(k), 0, 0};
+        }
+    }
+
+    if (!s.rle_img) return;
+    const int last = nrows < static_cast<int>(s.rle_img->lines.size()) ? nrows : static_cast<int>(s.rle_img->lines.size());
+    for (int y = 0; y < last; ++y) {
+        const RLEline& line = *s.rle_img->lines[static_cast<size_t>(y)];
+        if (!line.segs) break;  // rows below a never-extracted row are not visited
+        for (int32_t k = 0; k < line.nb_segs; ++k) {
+            region* owner = line.segs[k]->owner.get();
+            if (!owner) continue;
+            const int64_t index = static_cast<int64_t>(y) - owner->y_min;
+            // Lines outside this frame's region of interest keep older runs;
+            // never index past a region's own rows because of them.
+            if (index < 0 || index >= static_cast<int64_t>(owner->reg_lines.size())) continue;
+            RLEregionline& rl = *owner->reg_lines[static_cast<size_t>(index)];
+            if (rl.nb_segs == 0) rl.first_seg = line.seg_offset + k;
+            ++rl.nb_segs;
+        }
+    }
+}
+
+std::shared_ptr<RLEblob> RLEsegm_get_new_blob(segm_ptr sp)
+{
+    MV_RLEsegm& s = *sp;
+    ++s.last_blob;
+    if (s.last_blob == s.nb_pool_blobs) {
+        const int32_t slots = static_cast<int32_t>(s.blob_pool.size());
+        if (s.last_blob >= slots) {
+            std::fputs("RLEsegm_get_new_blob(): too many blobs !", stderr);
+            std::fputs("Last blob reused.\n", stderr);
+            s.last_blob = slots - 1;
+            std::shared_ptr<RLEblob>& last = s.blob_pool[static_cast<size_t>(s.last_blob)];
+            blob_clean(last);
+            return last;
+        }
+        std::shared_ptr<RLEblob>& slot = s.blob_pool[static_cast<size_t>(s.nb_pool_blobs)];
+        slot = blob_new();
+        slot->ident = s.nb_pool_blobs;
+        ++s.nb_pool_blobs;
+    }
+    std::shared_ptr<RLEblob>& b = s.blob_pool[static_cast<size_t>(s.last_blob)];
+    blob_clean(b);
+    return b;
+}
+
+std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, segm_ptr s)
+{
+    const std::shared_ptr<img2regs>& st = s->i2r;
+    if (!st || !st->first) return nullptr;
+    const region* end = st->last ? st->last->next.get() : nullptr;
+    for (const region* r = st->first.get(); r && r != end; r = r->next.get()) {
+        if (r->absorber) continue;
+        const int32_t w = r->x_max - r->x_min + 1;
+        const int32_t h = r->y_max - r->y_min + 1;
+        if (r->npix < min_pixels || w < min_side || h < min_side) continue;
+
+        std::shared_ptr<RLEblob> b = RLEsegm_get_new_blob(s);
+        b->bbox.xmin = r->x_min;
+        b->bbox.ymin = r->y_min;
+        b->bbox.xmax = r->x_max;
+        b->bbox.ymax = r->y_max;
+        b->bbox.width = w;
+        b->bbox.height = h;
+        b->npix = r->npix;
+        b->xc = truncated_mean(r->sum_x, r->npix);
+        b->yc = truncated_mean(r->sum_y, r->npix);
+        b->fathers[0] = r->ident;
+        b->nb_fathers = 1;
+        b->npix_real = r->npix;
+        b->sumy = r->sum_y;
+        b->sumx = r->sum_x;
+        b->occlusion = MM_OCCL_NONE;
+        b->type = UNKNOWN;
+        b->spare_reals[0] = 0;
+        RLEsegm_blob_list_append(std::move(b), s);
+    }
+    if (s->nb_blobs == 0) return nullptr;
+    return s->blob_pool[0];
+}
+
+void RLEsegm_blob_list_append(std::shared_ptr<RLEblob> blob, segm_ptr s)
+{
+    // Appending the tail again (the pool-full reuse) would link it to itself.
+    if (blob != s->blob_tail) {
+        blob->next.reset();
+        blob->prev.reset();
+        if (!s->blob_head) {
+            s->blob_head = blob;
+            s->blob_tail = blob;
+        } else {
+            s->blob_tail->next = blob;
+            blob->prev = s->blob_tail;
+            s->blob_tail = blob;
+        }
+    }
+    ++s->nb_blobs;
+}
+
+void RLEsegm_blob_list_append_to_head(std::shared_ptr<RLEblob> blob, segm_ptr s)
+{
+    if (blob != s->blob_head) {
+        blob->next.reset();
+        blob->prev.reset();
+        if (!s->blob_head) {
+            s->blob_tail = blob;
+            s->blob_head = blob;
+        } else {
+            s->blob_head->prev = blob;
+            blob->next = s->blob_head;
+            s->blob_head = blob;
+        }
+    }
+    ++s->nb_blobs;
+}
+
+void RLEsegm_blob_list_remove_blob(std::shared_ptr<RLEblob> blob, segm_ptr s)
+{
+    if (!s->blob_head) return;
+    if (blob == s->blob_tail) s->blob_tail = blob->prev;
+    if (blob == s->blob_head) {
+        s->blob_head = blob->next;
+        if (s->blob_head) s->blob_head->prev.reset();
+    } else {
+        if (blob->prev) blob->prev->next = blob->next;
+        if (blob->next) blob->next->prev = blob->prev;
+    }
+    --s->nb_blobs;
+}
+
+std::shared_ptr<region> RLEsegm_get_region(int i, segm_ptr s)
+{
+    // The bound admits nb_regs itself: the first unused pool region.
+    if (i < 0 || i > s->nb_regs || static_cast<size_t>(i) >= s->reg_pool.size()) return nullptr;
+    return s->reg_pool[static_cast<size_t>(i)];
+}
+
+}  // namespace nerva

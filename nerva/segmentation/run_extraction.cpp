@@ -1,0 +1,181 @@
+// Run extraction: the rows of the region of interest become runs in the
+// run-length image, each run a segment of the segmenter's pool.
+//
+// Columns are sampled every step_x; rows are read every step_y until
+// foreground is met, then the rows around it are read in full (with a
+// back-fill upwards). With steps 1,1 the runs are exactly the maximal
+// horizontal foreground runs.
+#include <cstdint>
+#include <cstring>
+
+#include "nerva/segmentation/segmenter_internal.h"
+
+namespace nerva {
+
+namespace {
+
+constexpr uint64_t kOnes = 0x0101010101010101ull;
+constexpr uint64_t kHighs = 0x8080808080808080ull;
+
+inline uint64_t load8(const uint8_t* p)
+{
+    uint64_t v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+// First x in [x, end) whose byte is non-zero, or end. Eight bytes at a time
+// over long empty stretches.
+inline int next_foreground(const uint8_t* row, int x, int end)
+{
+    while (x + 8 <= end) {
+        const uint64_t v = load8(row + x);
+        if (v) return x + (__builtin_ctzll(v) >> 3);
+        x += 8;
+    }
+    while (x < end && !row[x]) ++x;
+    return x;
+}
+
+// First x in [x, end) whose byte is zero, or end.
+inline int next_background(const uint8_t* row, int x, int end)
+{
+    while (x + 8 <= end) {
+        const uint64_t v = load8(row + x);
+        // The lowest flagged byte is exactly the first zero byte; flags above
+        // it may be spurious, which does not matter.
+        const uint64_t zero_flags = (v - kOnes) & ~v & kHighs;
+        if (zero_flags) return x + (__builtin_ctzll(zero_flags) >> 3);
+        x += 8;
+    }
+    while (x < end && row[x]) ++x;
+    return x;
+}
+
+}  // namespace
+
+void MV_RLEsegm::ensure_segment_slot(int32_t index)
+{
+    if (index < static_cast<int32_t>(seg_pool.size())) return;
+    const auto old_base = reinterpret_cast<uintptr_t>(seg_pool.data());
+    const size_t old_size = seg_pool.size();
+    size_t new_size = old_size + old_size / 2 + 1024;
+    if (new_size <= static_cast<size_t>(index)) new_size = static_cast<size_t>(index) + 1;
+    seg_pool.reserve(new_size);
+    const auto new_base = reinterpret_cast<uintptr_t>(seg_pool.data());
+    if (new_base != old_base && rle_img) {
+        // Lines point into the pool's storage: follow it to its new place.
+        const uintptr_t old_end = old_base + old_size * sizeof(std::shared_ptr<segment>);
+        for (auto& line : rle_img->lines) {
+            if (!line || !line->segs) continue;
+            const auto p = reinterpret_cast<uintptr_t>(line->segs);
+            if (p >= old_base && p <= old_end && old_base != 0)
+                line->segs = reinterpret_cast<std::shared_ptr<segment>*>(new_base + (p - old_base));
+        }
+    }
+    while (seg_pool.size() < new_size) seg_pool.push_back(segment_new());
+}
+
+void MV_RLEsegm::RLEsegm_build_RLElineKAP(int y, const cv::Mat& mask)
+{
+    RLEline& line = *rle_img->lines[static_cast<size_t>(y)];
+    ensure_segment_slot(nb_segs);  // so the line points into real storage
+    line.segs = seg_pool.data() + nb_segs;
+    if (roi_xmin > roi_xmax || step_x < 1) {
+        line.nb_segs = 0;
+        return;
+    }
+    const uint8_t* row = mask.data + static_cast<size_t>(y) * mask.step[0];
+    int32_t runs = 0;
+
+    auto begin_run = [&](int32_t x_start, int32_t x_end) {
+        ensure_segment_slot(nb_segs);
+        segment& seg = *seg_pool[static_cast<size_t>(nb_segs++)];
+        seg.x_start = x_start;
+        seg.x_end = x_end;
+        seg.owner.reset();
+        ++runs;
+    };
+
+    if (step_x == 1) {
+        const int end = roi_xmax + 1;
+        int x = next_foreground(row, roi_xmin, end);
+        while (x < end) {
+            const int stop = next_background(row, x + 1, end);
+            begin_run(x, stop - 1);
+            x = next_foreground(row, stop + 1 < end ? stop + 1 : end, end);
+        }
+    } else {
+        // A run begun between two samples starts just after the preceding
+        // background sample, and ends on that same sample when it ends inside
+        // the region: such runs are stored with x_end < x_start on purpose.
+        // 64-bit column so that a huge step cannot overflow.
+        int32_t back = 0;
+        int64_t x = roi_xmin;
+        while (x <= roi_xmax) {
+            if (!row[x]) {
+                x += step_x;
+                continue;
+            }
+            int32_t x_start = roi_xmin;
+            if (x != roi_xmin) {
+                back = static_cast<int32_t>(x - step_x);
+                x_start = back + 1;
+            }
+            while (x <= roi_xmax && row[x]) x += step_x;
+            begin_run(x_start, x > roi_xmax ? roi_xmax : back);
+        }
+    }
+    line.nb_segs = runs;
+}
+
+std::shared_ptr<RLEimage> MV_RLEsegm::RLEsegm_build_RLEimageKAP(const cv::Mat& mask)
+{
+    msg.type = 1;
+    msg.arg1 = -1;
+    msg.arg2 = -1;
+    for (auto it = observers.begin(); it != observers.end();) {
+        Observer<CSegmentMessage>* o = *it++;  // an observer may remove itself
+        o->notify(&msg);
+    }
+    if (segmenter_refuses_frame(*this, mask, "RLEsegm_build_RLEimageKAP()")) return rle_img;
+
+    if (step_y <= 1) {
+        for (int y = roi_ymin; y <= roi_ymax; ++y) RLEsegm_build_RLElineKAP(y, mask);
+        return rle_img;
+    }
+
+    // Sparse mode reads one row in step_y; a row with runs back-fills the
+    // rows above it (never re-reading the marker row) and switches to dense
+    // mode until a row without runs.
+    bool dense = false;
+    int marker = roi_ymin - 1;
+    auto& lines = rle_img->lines;
+    for (int y = roi_ymin; y <= roi_ymax; ++y) {
+        if (!dense) {
+            if (y % step_y != 0) {
+                lines[static_cast<size_t>(y)]->nb_segs = 0;
+                continue;
+            }
+            RLEsegm_build_RLElineKAP(y, mask);
+            if (lines[static_cast<size_t>(y)]->nb_segs == 0) {
+                marker = y;
+                continue;
+            }
+            for (int j = y - 1; j > marker; --j) {
+                RLEsegm_build_RLElineKAP(j, mask);
+                if (lines[static_cast<size_t>(j)]->nb_segs == 0) break;
+            }
+            dense = true;
+        } else {
+            RLEsegm_build_RLElineKAP(y, mask);
+            if (lines[static_cast<size_t>(y)]->nb_segs == 0) {
+                marker = y;
+                dense = false;
+            }
+        }
+    }
+    return rle_img;
+}
+
+}  // namespace nerva

@@ -1,0 +1,142 @@
+// Measures of one labelled region restricted to a rectangle of the frame,
+// read from the run-length image. Only runs whose owner is that very region
+// count, so `ident` must name a surviving region.
+#include <cstdint>
+
+#include "nerva/geometry/wrap_arith.h"
+#include "nerva/segmentation/segmentationRLE.h"
+
+namespace nerva {
+
+namespace {
+
+// Rows y1..y2 clipped to the run-length image, so that a rectangle reaching
+// outside the frame reads only real lines.
+bool clip_rows(const MV_RLEsegm& s, int& y1, int& y2)
+{
+    if (!s.rle_img) return false;
+    const int last = static_cast<int>(s.rle_img->lines.size()) - 1;
+    if (y1 < 0) y1 = 0;
+    if (y2 > last) y2 = last;
+    return y1 <= y2;
+}
+
+template <class Visit>
+void for_each_run_of(const MV_RLEsegm& s, const region* reg, int y, Visit visit)
+{
+    const RLEline& line = *s.rle_img->lines[static_cast<size_t>(y)];
+    if (!line.segs) return;
+    for (int32_t k = 0; k < line.nb_segs; ++k) {
+        const segment& run = *line.segs[k];
+        if (run.owner.get() == reg) visit(run);
+    }
+}
+
+// Pixel count and coordinate sums of the region inside the rectangle.
+int32_t clipped_sums(int x1, int y1, int x2, int y2, double& sumx, double& sumy, const MV_RLEsegm& s,
+                     const region* reg)
+{
+    sumx = 0;
+    sumy = 0;
+    int32_t count = 0;
+    if (y1 > y2 || !reg || !clip_rows(s, y1, y2)) return 0;
+    for (int y = y1; y <= y2; ++y) {
+        for_each_run_of(s, reg, y, [&](const segment& run) {
+            const int a = run.x_start > x1 ? run.x_start : x1;
+            const int b = run.x_end < x2 ? run.x_end : x2;
+            if (b < a) return;
+            const int32_t n = wrap_add(wrap_sub(b, a), 1);
+            count = wrap_add(count, n);
+            sumx += wrap_range_sum(a, b);
+            sumy += wrap_mul(n, y);
+        });
+    }
+    return count;
+}
+
+}  // namespace
+
+int subregion_get_sumxsumy(int ident, int x1, int y1, int x2, int y2, double* sumx, double* sumy, segm_ptr segm)
+{
+    const std::shared_ptr<region> reg = RLEsegm_get_region(ident, segm);
+    return clipped_sums(x1, y1, x2, y2, *sumx, *sumy, *segm, reg.get());
+}
+
+double subregion_get_sumx(int ident, int x1, int y1, int x2, int y2, segm_ptr segm)
+{
+    double sx, sy;
+    const std::shared_ptr<region> reg = RLEsegm_get_region(ident, segm);
+    clipped_sums(x1, y1, x2, y2, sx, sy, *segm, reg.get());
+    return sx;
+}
+
+double subregion_get_sumy(int ident, int x1, int y1, int x2, int y2, segm_ptr segm)
+{
+    double sx, sy;
+    const std::shared_ptr<region> reg = RLEsegm_get_region(ident, segm);
+    clipped_sums(x1, y1, x2, y2, sx, sy, *segm, reg.get());
+    return sy;
+}
+
+int subregion_get_xlimit(int ident, int x1, int y1, int x2, int y2, int* xmin, int* xmax, segm_ptr segm)
+{
+    *xmin = x2;  // inverted pair: what the caller gets when nothing qualifies
+    *xmax = x1;
+    const std::shared_ptr<region> reg = RLEsegm_get_region(ident, segm);
+    if (!reg || !clip_rows(*segm, y1, y2)) return -1;
+    bool left = false, right = false;
+    for (int y = y1; y <= y2; ++y) {
+        const RLEline& line = *segm->rle_img->lines[static_cast<size_t>(y)];
+        if (!line.segs) continue;
+        for (int32_t k = 0; k < line.nb_segs; ++k) {
+            const segment& run = *line.segs[k];
+            // Strict: a run touching x1 only with its last pixel, or x2 only
+            // with its first, does not count here.
+            if (run.owner != reg || !(x1 < run.x_end && run.x_start < x2)) continue;
+            if (!left && run.x_start < *xmin) *xmin = run.x_start;
+            if (!right && run.x_end > *xmax) *xmax = run.x_end;
+            if (*xmin <= x1) {
+                *xmin = x1;
+                left = true;
+            }
+            if (*xmax >= x2) {
+                *xmax = x2;
+                right = true;
+            }
+            if (left && right) return 1;
+        }
+    }
+    return -1;
+}
+
+int subregion_get_ylimit(int ident, int x1, int y1, int x2, int y2, int* ymin, int* ymax, segm_ptr segm)
+{
+    if (y2 < y1) return -1;
+    const int64_t n = static_cast<int64_t>(y2) - y1;
+    const std::shared_ptr<region> reg = RLEsegm_get_region(ident, segm);
+    if (!reg || !segm->rle_img) return -1;
+    const int last = static_cast<int>(segm->rle_img->lines.size()) - 1;
+    auto row_touches = [&](int y) {
+        if (y < 0 || y > last) return false;
+        bool found = false;
+        for_each_run_of(*segm, reg.get(), y, [&](const segment& run) {
+            if (run.x_end >= x1 && run.x_start <= x2) found = true;
+        });
+        return found;
+    };
+    bool top = false, bottom = false;
+    for (int64_t k = 0; k <= n; ++k) {
+        if (!top && row_touches(static_cast<int>(y1 + k))) {
+            *ymin = static_cast<int>(y1 + k);
+            top = true;
+        }
+        if (!bottom && row_touches(static_cast<int>(y2 - k))) {
+            *ymax = static_cast<int>(y2 - k);
+            bottom = true;
+        }
+        if (top && bottom) return 1;
+    }
+    return -1;
+}
+
+}  // namespace nerva

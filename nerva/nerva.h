@@ -9,3 +9,4 @@
 #include "nerva/blob/blob.h"
 #include "nerva/blob/RLEblob.h"
 #include "nerva/blob/blob_geometry.h"
+#include "nerva/geometry/parallelepiped.h"

@@ -10,3 +10,4 @@
 #include "nerva/blob/RLEblob.h"
 #include "nerva/blob/blob_geometry.h"
 #include "nerva/geometry/parallelepiped.h"
+#include "nerva/image/common.h"

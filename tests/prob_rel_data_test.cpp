@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -32,22 +33,17 @@ double prob_rel_data::*const kMeasure[17] = {
     &prob_rel_data::m10, &prob_rel_data::m11, &prob_rel_data::m12, &prob_rel_data::m13, &prob_rel_data::m14,
     &prob_rel_data::m15, &prob_rel_data::m16};
 
+// Blob measures slot of each record measure; m3..m5 (-1) go to prd_extra.
+const int kBlobSlot[17] = {0, 2, 1, -1, -1, -1, 11, 13, 12, 14, 16, 15, 3, 7, 8, 9, 10};
+
 }  // namespace
 
-TEST(ProbRelData, NewFreeAndNulls)
+TEST(ProbRelData, NullsAndFreeingOneRecord)
 {
-    prob_rel_data* p = prdata_new();
-    ASSERT_NE(p, nullptr);
-    EXPECT_EQ(p->type, UNKNOWN);
-    EXPECT_EQ(p->m16, 0.0);
-    EXPECT_EQ(p->sublist, nullptr);
-    EXPECT_EQ(p->next, nullptr);
-    prdata_free(p);
     prdata_free(nullptr);
     free_prd_list(nullptr);
     EXPECT_EQ(copy_prdata(nullptr), nullptr);
     EXPECT_EQ(copy_prdata_list(nullptr), nullptr);
-    copy_prdata(nullptr, nullptr);
 
     // Freeing one record takes its nested list but not its neighbours.
     prob_rel_data* head = chain({prd(PERSON), prd(CAR)});
@@ -58,64 +54,42 @@ TEST(ProbRelData, NewFreeAndNulls)
     prdata_free(second);
 }
 
-TEST(ProbRelData, DeepListCopyIsLinkedAndIndependent)
+TEST(ProbRelData, DeepCopiesAreLinkedAndIndependent)
 {
     prob_rel_data* head = chain({prd(PERSON), prd(CAR), prd(TRUCK)});
-    head->next->sublist = chain({prd(FACE), prd(CHILD)});
-    head->next->m7 = 2.5;
+    prob_rel_data* mid = head->next;
+    mid->sublist = chain({prd(FACE), prd(CHILD)});
 
     prob_rel_data* copy = copy_prdata_list(head);
     std::vector<blob_type_t> types;
-    prob_rel_data* prev = nullptr;
-    for (prob_rel_data* p = copy; p; p = p->next) {
+    for (prob_rel_data *p = copy, *prev = nullptr; p; prev = p, p = p->next) {
         EXPECT_EQ(p->prev, prev);
         types.push_back(p->type);
-        prev = p;
-        for (prob_rel_data* q = head; q; q = q->next) EXPECT_NE(p, q);
     }
     EXPECT_EQ(types, (std::vector<blob_type_t>{PERSON, CAR, TRUCK}));
-    prob_rel_data* sub = copy->next->sublist;
-    ASSERT_NE(sub, nullptr);
-    EXPECT_NE(sub, head->next->sublist);
-    EXPECT_EQ(sub->type, FACE);
-    EXPECT_EQ(sub->next->type, CHILD);
-    EXPECT_EQ(sub->next->prev, sub);
     EXPECT_EQ(copy->sublist, nullptr);
-    EXPECT_EQ(copy->next->m7, 2.5);
+    prob_rel_data* sub = copy->next->sublist;
+    EXPECT_NE(sub, mid->sublist);
+    EXPECT_TRUE(sub->next->type == CHILD && sub->next->prev == sub);
 
-    free_prd_list(head);  // the copy survives its source
-    EXPECT_EQ(copy->next->sublist->next->type, CHILD);
-    free_prd_list(copy);
-}
-
-TEST(ProbRelData, SingleCopiesKeepNeighboursAndDeepCopySublist)
-{
-    prob_rel_data* list = chain({prd(PERSON), prd(CAR), prd(TRUCK)});
-    prob_rel_data* mid = list->next;
-    mid->sublist = prd(FACE);
-
-    prob_rel_data* copy = copy_prdata(mid);
-    EXPECT_EQ(copy->next, mid->next);  // neighbours as they are
-    EXPECT_EQ(copy->prev, list);
-    EXPECT_NE(copy->sublist, mid->sublist);
-    EXPECT_EQ(copy->sublist->type, FACE);
-
+    // Single copies keep the neighbours as they are and deep-copy the sublist.
+    prob_rel_data* one = copy_prdata(mid);
+    EXPECT_TRUE(one->next == mid->next && one->prev == head);
+    EXPECT_NE(one->sublist, mid->sublist);
     prob_rel_data* dst = prd(NOISE);
     dst->sublist = prd(CHAIR);  // freed by the copy
     copy_prdata(mid, dst);
-    EXPECT_EQ(dst->type, CAR);
-    EXPECT_EQ(dst->next, mid->next);
-    EXPECT_NE(dst->sublist, mid->sublist);
-    EXPECT_EQ(dst->sublist->type, FACE);
+    EXPECT_TRUE(dst->type == CAR && dst->sublist != mid->sublist && dst->sublist->next->type == CHILD);
+    copy_prdata(dst, dst);  // onto itself: an equal nested list
+    EXPECT_EQ(dst->sublist->next->type, CHILD);
 
-    copy_prdata(dst, dst);  // onto itself: keeps an equal nested list
-    ASSERT_NE(dst->sublist, nullptr);
-    EXPECT_EQ(dst->sublist->type, FACE);
-
-    copy->next = copy->prev = dst->next = dst->prev = nullptr;
-    prdata_free(copy);
+    free_prd_list(head);  // the copies survive their source
+    EXPECT_EQ(copy->next->sublist->next->type, CHILD);
+    EXPECT_EQ(one->sublist->type, FACE);
+    one->next = one->prev = dst->next = dst->prev = nullptr;
+    prdata_free(one);
     prdata_free(dst);
-    free_prd_list(list);
+    free_prd_list(copy);
 }
 
 TEST(ProbRelData, ArgumentOrderOfShallowCopies)
@@ -124,31 +98,22 @@ TEST(ProbRelData, ArgumentOrderOfShallowCopies)
     prob_rel_data* b = chain({prd(FACE), prd(CHAIR)});
     a->next->sublist = prd(CHILD);
     a->next->occlusion = MM_OBJECT_SIT;
-    a->next->m12 = 4.0;
 
-    // Destination first: b's head takes the data and stays in its own list.
-    prob_rel_data* dst = b;
-    prob_rel_data* own_next = dst->next;
-    EXPECT_EQ(copy_prdata_only_info(dst, a->next), dst);
-    EXPECT_EQ(dst->type, CAR);
-    EXPECT_EQ(dst->occlusion, MM_OBJECT_SIT);
-    EXPECT_EQ(dst->m12, 4.0);
-    EXPECT_EQ(dst->next, own_next);
-    EXPECT_EQ(dst->prev, nullptr);
-    EXPECT_EQ(dst->sublist, nullptr);
+    // Destination first: b's head takes the data but stays in its own list.
+    prob_rel_data* own_next = b->next;
+    EXPECT_EQ(copy_prdata_only_info(b, a->next), b);
+    EXPECT_TRUE(b->type == CAR && b->occlusion == MM_OBJECT_SIT);
+    EXPECT_TRUE(b->next == own_next && !b->prev && !b->sublist);
     EXPECT_EQ(copy_prdata_only_info(nullptr, a), nullptr);
-    EXPECT_EQ(copy_prdata_only_info(dst, nullptr), nullptr);
-    EXPECT_EQ(dst->type, CAR);
+    EXPECT_EQ(copy_prdata_only_info(b, nullptr), nullptr);
 
     // Source first: dst shares src's neighbours and nested list.
     prob_rel_data* loose = prdata_new();
     EXPECT_EQ(copy_prdata_no_lists(a->next, loose), loose);
-    EXPECT_EQ(loose->type, CAR);
-    EXPECT_EQ(loose->next, a->next->next);
-    EXPECT_EQ(loose->prev, a);
+    EXPECT_TRUE(loose->type == CAR && loose->next == a->next->next && loose->prev == a);
     EXPECT_EQ(loose->sublist, a->next->sublist);
 
-    std::free(loose);  // shares everything it points to
+    std::free(loose);  // owns nothing it points to
     free_prd_list(a);
     free_prd_list(b);
 }
@@ -168,50 +133,31 @@ TEST(ProbRelData, ExchangeWithBlobCrossesMeasures)
     b->occlusion = MM_OBJECT_TOP;
     b->measures[4] = -1;
     copy_prd_to_blob(p, b);
-    EXPECT_EQ(b->type, VEHICLE);
-    EXPECT_EQ(b->subtype, STANDING);
+    EXPECT_TRUE(b->type == VEHICLE && b->subtype == STANDING && b->bbox.ymax == 5);
     EXPECT_EQ(b->occlusion, MM_OBJECT_TOP);
-    EXPECT_EQ(b->bbox.ymax, 5);
     EXPECT_STREQ(b->info, "hyp");
     EXPECT_EQ(b->info3D[5], 9.5);
-    // Record measure -> blob slot; m3..m5 go to the three values after npix.
-    const int slot[17] = {0, 2, 1, -1, -1, -1, 11, 13, 12, 14, 16, 15, 3, 7, 8, 9, 10};
-    for (int i = 0; i < 17; ++i)
-        if (slot[i] >= 0) {
-            EXPECT_EQ(b->measures[slot[i]], 100 + i) << "m" << i;
-        }
-    EXPECT_EQ(b->prd_extra[0], 103);
-    EXPECT_EQ(b->prd_extra[2], 105);
-    EXPECT_EQ(b->measures[4], -1);  // entries 4..6 are not exchanged
-    EXPECT_EQ(b->measures[6], 0);
+    for (int i = 0; i < 17; ++i) {
+        if (kBlobSlot[i] < 0) continue;
+        EXPECT_EQ(b->measures[kBlobSlot[i]], 100 + i) << "m" << i;
+    }
+    EXPECT_TRUE(b->prd_extra[0] == 103 && b->prd_extra[1] == 104 && b->prd_extra[2] == 105);
+    EXPECT_TRUE(b->measures[4] == -1 && b->measures[6] == 0);  // entries 4..6 are not exchanged
 
-    // Back into a fresh record: m3..m5, occlusion and links are left alone.
-    prob_rel_data* q = prdata_new();
+    // Back into a record: m3..m5, occlusion and links are left alone.
+    prob_rel_data* q = chain({prdata_new(), prdata_new()});
     q->occlusion = MM_AOI_OUTSIDE;
     q->m4 = 7;
     copy_blob_to_prd(b, q);
-    for (int i = 0; i < 17; ++i)
-        if (slot[i] >= 0) {
-            EXPECT_EQ(q->*kMeasure[i], 100 + i) << "m" << i;
-        }
-    EXPECT_EQ(q->m3, 0);
-    EXPECT_EQ(q->m4, 7);
-    EXPECT_EQ(q->occlusion, MM_AOI_OUTSIDE);
-    EXPECT_EQ(q->type, VEHICLE);
+    for (int i = 0; i < 17; ++i) {
+        if (kBlobSlot[i] < 0) continue;
+        EXPECT_EQ(q->*kMeasure[i], 100 + i) << "m" << i;
+    }
+    EXPECT_TRUE(q->m3 == 0 && q->m4 == 7 && q->occlusion == MM_AOI_OUTSIDE && q->next->prev == q);
+    EXPECT_TRUE(q->type == VEHICLE && q->bbox.xmax == 3 && q->info3D[5] == 9.5);
     EXPECT_STREQ(q->info, "hyp");
-
-    // The round trip blob -> record -> blob restores the blob.
-    blob_ptr c = blob_new();
-    c->occlusion = MM_CAM_OCCL_TOP;
-    copy_prd_to_blob(q, c);
-    EXPECT_EQ(c->occlusion, MM_CAM_OCCL_TOP);
-    for (int i = 0; i < BLOB_NB_MEASURES; ++i)
-        if (i < 4 || i > 6) {
-            EXPECT_EQ(c->measures[i], b->measures[i]) << i;
-        }
-    EXPECT_EQ(c->bbox.xmax, b->bbox.xmax);
     prdata_free(p);
-    prdata_free(q);
+    free_prd_list(q);
 }
 
 TEST(ProbRelData, SetNullKeepsWhatEachFormPromises)
@@ -226,24 +172,15 @@ TEST(ProbRelData, SetNullKeepsWhatEachFormPromises)
     blob_ptr b = blob_new();
     init_rectangle(&b->bbox, 5, 6, 7, 8);
     set_null_3D_prd(b, p);
-    EXPECT_EQ(p->type, PERSON);
-    EXPECT_EQ(p->subtype, LYING);
-    EXPECT_EQ(p->occlusion, MM_OCCL_NONE);
-    EXPECT_EQ(p->m9, 0);
-    EXPECT_EQ(p->info[0], 0);
-    EXPECT_EQ(p->bbox.xmax, 11);
-    EXPECT_EQ(p->sublist->type, FACE);
-    EXPECT_EQ(p->next->type, CAR);
+    EXPECT_TRUE(p->type == PERSON && p->subtype == LYING && p->bbox.xmax == 11);
+    EXPECT_TRUE(p->occlusion == MM_OCCL_NONE && p->m9 == 0 && p->info[0] == 0);
+    EXPECT_TRUE(p->sublist->type == FACE && p->next->type == CAR);
 
     rectangle box{1, 1, 2, 2, 2, 2};
     p->m0 = 1;
     set_null_3D_prd(p, CHAIR, ARMUP, MM_OBJECT_INSIDE, &box);
-    EXPECT_EQ(p->type, CHAIR);
-    EXPECT_EQ(p->subtype, ARMUP);
-    EXPECT_EQ(p->occlusion, MM_OBJECT_INSIDE);
-    EXPECT_EQ(p->bbox.xmax, 2);
-    EXPECT_EQ(p->m0, 0);
-    EXPECT_EQ(p->next->prev, p);
-    EXPECT_EQ(p->sublist->type, FACE);
+    EXPECT_TRUE(p->type == CHAIR && p->subtype == ARMUP && p->occlusion == MM_OBJECT_INSIDE);
+    EXPECT_TRUE(p->bbox.xmax == 2 && p->m0 == 0);
+    EXPECT_TRUE(p->sublist->type == FACE && p->next->prev == p);
     free_prd_list(p);
 }

@@ -1,0 +1,214 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <vector>
+
+#include "nerva/nerva.h"
+
+using namespace nerva;
+
+namespace {
+
+blob_ptr make_blob(int ident, int w = 1, int h = 1)
+{
+    blob_ptr b = blob_new();
+    b->ident = ident;
+    init_rectangle(&b->bbox, 0, 0, w, h);
+    return b;
+}
+
+// Chains the blobs in order through next and prev; returns the head.
+blob_ptr link(const std::vector<blob_ptr>& blobs)
+{
+    for (size_t i = 0; i + 1 < blobs.size(); ++i) {
+        blobs[i]->next = blobs[i + 1];
+        blobs[i + 1]->prev = blobs[i];
+    }
+    return blobs.front();
+}
+
+// Identifiers from head, checking that every link has its mirror.
+std::vector<int> idents_checked(blob_ptr head)
+{
+    std::vector<int> idents;
+    EXPECT_TRUE(!head || !head->prev);
+    for (blob_ptr b = head; b; b = b->next) {
+        idents.push_back(b->ident);
+        EXPECT_TRUE(!b->next || b->next->prev == b);
+    }
+    return idents;
+}
+
+prob_rel_data* prd(blob_type_t t)
+{
+    prob_rel_data* p = prdata_new();
+    p->type = t;
+    return p;
+}
+
+}  // namespace
+
+TEST(BlobCopy, SingleCopiesDropOrDuplicateOwnedData)
+{
+    blob_ptr zero = blob_new();
+    EXPECT_TRUE(zero->ident == 0 && zero->type == UNKNOWN && zero->nb_fathers == 0 && zero->sumx == 0.0 &&
+                zero->fathers[BLOB_MAX_FATHERS - 1] == 0 && !zero->next && !zero->prev && !zero->buffer &&
+                !zero->prd_list && !zero->prd_list_2 && !zero->aux);
+    EXPECT_FALSE(copy_blob(blob_ptr()));
+    EXPECT_FALSE(copy_blob_with_lists(blob_ptr()));
+
+    blob_ptr a = make_blob(1), b = make_blob(2), c = make_blob(3);
+    link({a, b, c});
+    b->prd_list = prd(PERSON);
+    b->prd_list_2 = prd(CAR);
+    b->aux = b.get();
+    b->fathers[BLOB_MAX_FATHERS - 1] = 42;
+
+    blob_ptr copy = copy_blob(b);
+    EXPECT_EQ(copy->fathers[BLOB_MAX_FATHERS - 1], 42);
+    EXPECT_EQ(copy->aux, b.get());  // only copy_blob(src, dst) clears aux
+    EXPECT_EQ(copy->prd_list, nullptr);
+    EXPECT_EQ(copy->prd_list_2, nullptr);
+    EXPECT_TRUE(copy->next == c && copy->prev == a && a->next == b);  // same neighbours, list unchanged
+
+    blob_ptr deep = copy_blob_with_lists(b);
+    ASSERT_NE(deep->prd_list, nullptr);
+    EXPECT_NE(deep->prd_list, b->prd_list);
+    EXPECT_EQ(deep->prd_list_2->type, CAR);
+    blob_free(deep);  // frees the copies only
+    EXPECT_EQ(b->prd_list->type, PERSON);
+    copy->next = copy->prev = nullptr;
+    free_blob_list(a);
+}
+
+TEST(BlobCopy, OverwriteFreesDestinationData)
+{
+    blob_ptr src = make_blob(7, 3, 4), dst = make_blob(9), other = make_blob(8);
+    src->prd_list = prd(PERSON);
+    src->next = other;
+    src->aux = src.get();
+    dst->prd_list = prd(CAR);
+    dst->prd_list_2 = prd(TRUCK);
+    dst->buffer = std::malloc(16);  // freed by the overwrite
+
+    EXPECT_EQ(copy_blob(src, blob_ptr()), nullptr);
+    EXPECT_EQ(copy_blob(src, dst), dst.get());
+    EXPECT_EQ(dst->ident, 7);  // the whole record, ident included
+    EXPECT_EQ(dst->bbox.ymax, 3);
+    EXPECT_EQ(dst->next, other);
+    EXPECT_TRUE(!dst->prd_list && !dst->prd_list_2 && !dst->buffer && !dst->aux);
+    EXPECT_EQ(src->prd_list->type, PERSON);
+    dst->next = nullptr;
+    blob_free(src);
+}
+
+TEST(BlobCopy, DataCopyBetweenListsKeepsPlaceAndIdentity)
+{
+    blob_ptr a1 = link({make_blob(1), make_blob(2)});
+    blob_ptr b1 = link({make_blob(11, 9, 9), make_blob(12, 9, 9)});
+    blob_ptr b2 = b1->next;
+    b2->prd_list = prd(PERSON);
+    b2->prd_list->sublist = prd(FACE);
+    a1->prd_list = prd(NOISE);
+    a1->buffer = std::malloc(4);
+
+    copy_blob_data(b2, a1);
+    EXPECT_EQ(a1->ident, 1);
+    EXPECT_EQ(a1->bbox.width, 9);
+    EXPECT_EQ(a1->buffer, nullptr);
+    EXPECT_NE(a1->prd_list->sublist, b2->prd_list->sublist);
+    EXPECT_EQ(idents_checked(a1), (std::vector<int>{1, 2}));
+    EXPECT_EQ(idents_checked(b1), (std::vector<int>{11, 12}));
+
+    free_blob_list(b1);  // the copies outlive the source's lists
+    EXPECT_EQ(a1->prd_list->sublist->type, FACE);
+    copy_blob_data(a1, a1);  // onto itself: the lists survive
+    EXPECT_EQ(a1->prd_list->sublist->type, FACE);
+    copy_blob_data(blob_ptr(), a1);
+    free_blob_list(a1);
+}
+
+TEST(BlobList, CopyCountAndFreeWholeLists)
+{
+    EXPECT_FALSE(copy_blob_list(blob_ptr()));
+    EXPECT_EQ(blob_list_number(blob_ptr()), 0);
+
+    blob_ptr head = link({make_blob(0), make_blob(1), make_blob(2)});
+    head->next->prd_list = prd(PERSON);
+    EXPECT_EQ(blob_list_number(head), 3);
+    EXPECT_EQ(blob_list_number(head->next), 2);
+
+    blob_ptr copy = copy_blob_list(head);
+    EXPECT_EQ(idents_checked(copy), (std::vector<int>{0, 1, 2}));
+    EXPECT_EQ(copy->next->prd_list, nullptr);
+    copy->next->bbox.xmin = 99;
+    EXPECT_EQ(head->next->bbox.xmin, 0);
+
+    // Two-way links must not keep a freed list alive.
+    std::weak_ptr<RLEblob> tail = head->next->next, copy_tail = copy->next->next;
+    free_blob_list(head);
+    free_blob_list(copy);
+    head.reset();
+    copy.reset();
+    EXPECT_TRUE(tail.expired());
+    EXPECT_TRUE(copy_tail.expired());
+}
+
+TEST(BlobList, BiggestByStoredBoxArea)
+{
+    EXPECT_FALSE(blob_get_biggest2D(blob_ptr()));
+    blob_ptr head = link({make_blob(0, 2, 3), make_blob(1, 3, 2), make_blob(2, 1, 5)});
+    EXPECT_EQ(blob_get_biggest2D(head)->ident, 0);  // first of equal areas
+    head->next->next->bbox.width = 2;               // stored sizes count, not bounds
+    EXPECT_EQ(blob_get_biggest2D(head)->ident, 2);
+    free_blob_list(head);
+}
+
+TEST(BlobList, RemoveKeepsBothDirectionsConsistent)
+{
+    std::vector<blob_ptr> b{make_blob(0), make_blob(1), make_blob(2), make_blob(3)};
+    blob_ptr head = link(b);
+    head = remove_blob(head, b[2]);
+    EXPECT_EQ(idents_checked(head), (std::vector<int>{0, 1, 3}));
+    EXPECT_EQ(b[2]->next, b[3]);  // the removed blob keeps its own links
+    head = remove_blob(head, b[3]);
+    head = remove_blob(head, b[0]);
+    EXPECT_EQ(idents_checked(head), (std::vector<int>{1}));
+    EXPECT_FALSE(remove_blob(head, b[1]));
+    for (auto& blob : b) blob->next = blob->prev = nullptr;
+}
+
+TEST(BlobList, SameFatherWithinTheValidEntries)
+{
+    blob_ptr a = blob_new(), b = blob_new();
+    a->fathers[0] = b->fathers[0] = 3;
+    b->nb_fathers = 1;
+    EXPECT_EQ(blob_same_father(a, b), 0);  // a has no valid fathers
+    a->nb_fathers = 1;
+    EXPECT_EQ(blob_same_father(a, b), 1);
+    a->fathers[0] = 5;
+    a->fathers[1] = b->fathers[1] = 7;  // beyond b's count: not seen
+    a->nb_fathers = 2;
+    EXPECT_EQ(blob_same_father(a, b), 0);
+    b->nb_fathers = 2;
+    EXPECT_EQ(blob_same_father(a, b), 1);
+}
+
+TEST(BlobList, CleanAndFreeReleaseListsButForgetBuffer)
+{
+    blob_ptr b = blob_new();
+    int local = 0;
+    b->buffer = &local;  // would crash if freed
+    b->prd_list = prd(PERSON);
+    b->prd_list->next = prd(CAR);
+    b->prd_list_2 = prd(TRUCK);
+    blob_clean(b);
+    EXPECT_TRUE(!b->buffer && !b->prd_list && !b->prd_list_2);
+
+    b->prd_list = prd(PERSON);
+    b->buffer = &local;
+    blob_ptr other = b;
+    blob_free(b);
+    EXPECT_FALSE(b);
+    EXPECT_TRUE(!other->prd_list && !other->buffer);
+}

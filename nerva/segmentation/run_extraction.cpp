@@ -7,6 +7,9 @@
 // horizontal foreground runs.
 #include <cstdint>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "nerva/segmentation/segmenter_internal.h"
 
@@ -24,10 +27,26 @@ inline uint64_t load8(const uint8_t* p)
     return v;
 }
 
-// First x in [x, end) whose byte is non-zero, or end. Eight bytes at a time
-// over long empty stretches.
+// Bit i set when byte i of the 16 at p is zero.
+#if defined(__SSE2__)
+inline unsigned zero_bytes16(const uint8_t* p)
+{
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_setzero_si128())));
+}
+#endif
+
+// First x in [x, end) whose byte is non-zero, or end. Sixteen (or eight)
+// bytes at a time over long empty stretches.
 inline int next_foreground(const uint8_t* row, int x, int end)
 {
+#if defined(__SSE2__)
+    while (x + 16 <= end) {
+        const unsigned nonzero = ~zero_bytes16(row + x) & 0xFFFFu;
+        if (nonzero) return x + __builtin_ctz(nonzero);
+        x += 16;
+    }
+#endif
     while (x + 8 <= end) {
         const uint64_t v = load8(row + x);
         if (v) return x + (__builtin_ctzll(v) >> 3);
@@ -40,6 +59,13 @@ inline int next_foreground(const uint8_t* row, int x, int end)
 // First x in [x, end) whose byte is zero, or end.
 inline int next_background(const uint8_t* row, int x, int end)
 {
+#if defined(__SSE2__)
+    while (x + 16 <= end) {
+        const unsigned zero = zero_bytes16(row + x);
+        if (zero) return x + __builtin_ctz(zero);
+        x += 16;
+    }
+#endif
     while (x + 8 <= end) {
         const uint64_t v = load8(row + x);
         // The lowest flagged byte is exactly the first zero byte; flags above

@@ -41,6 +41,15 @@ inline unsigned zero_bytes16(const uint8_t* p)
 inline int next_foreground(const uint8_t* row, int x, int end)
 {
 #if defined(__SSE2__)
+    // Masks are mostly background: skip 64 empty bytes per test, with four
+    // independent loads in flight.
+    while (x + 64 <= end) {
+        const __m128i* p = reinterpret_cast<const __m128i*>(row + x);
+        const __m128i any = _mm_or_si128(_mm_or_si128(_mm_loadu_si128(p), _mm_loadu_si128(p + 1)),
+                                         _mm_or_si128(_mm_loadu_si128(p + 2), _mm_loadu_si128(p + 3)));
+        if (_mm_movemask_epi8(_mm_cmpeq_epi8(any, _mm_setzero_si128())) != 0xFFFF) break;
+        x += 64;
+    }
     while (x + 16 <= end) {
         const unsigned nonzero = ~zero_bytes16(row + x) & 0xFFFFu;
         if (nonzero) return x + __builtin_ctz(nonzero);

@@ -8,3 +8,4 @@
 #include "nerva/rle/RLEimage.h"
 #include "nerva/blob/blob.h"
 #include "nerva/blob/RLEblob.h"
+#include "nerva/image/image.h"

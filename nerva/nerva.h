@@ -9,3 +9,4 @@
 #include "nerva/blob/blob.h"
 #include "nerva/blob/RLEblob.h"
 #include "nerva/image/image.h"
+#include "nerva/image/image_draw.h"

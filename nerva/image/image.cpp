@@ -67,6 +67,9 @@ int initialize_image(image* img, image_type type, unsigned width, unsigned heigh
     std::free(img->data);
     img->data = nullptr;
     img->capacity = 0;
+    // One side 0: no pixels, so no buffer (an empty allocation could never
+    // be released, capacity being 0).
+    if (width == 0 || height == 0) return kind_pixel_bytes(type) ? 0 : -1;
 
     const int64_t pixel = kind_pixel_bytes(type);
     if (pixel == 0) return -1;

@@ -17,9 +17,8 @@
 //
 // Operations taking a rectangle clip it to the image: columns
 // max(xmin, 0) .. min(xmax, width - 1), rows likewise, inclusive; an empty
-// range does nothing and succeeds. The range is further kept inside the
-// frame extent of the image (x_origin .. x_origin + width - 1), which only
-// matters for a host that moves the origins away from 0.
+// range does nothing and succeeds. An image whose origins a host has moved
+// away from 0 clips to its frame extent, x_origin .. x_origin + width - 1.
 namespace nerva {
 
 // Negative values name the kinds below; a positive value n is a generic image
@@ -65,7 +64,8 @@ struct image {
 //  - otherwise a fresh set-up: origins 0, name forgotten (not freed); a 0 x 0
 //    size forgets the buffer (not freed) and returns 0; else the old buffer is
 //    freed and a zeroed one allocated: 1, or -1 on failure or a kind of 0 or
-//    below -7. Positive kinds get their buffer with capacity 0 (not owned).
+//    below -7. A size with one side 0 leaves no buffer and returns 0.
+//    Positive kinds get their buffer with capacity 0 (not owned).
 // Null img: -1.
 int initialize_image(image* img, image_type type, unsigned width, unsigned height);
 // New zero-filled record set up by initialize_image; null on failure.

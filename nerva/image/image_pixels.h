@@ -43,14 +43,13 @@ inline int64_t last_row(const image* img) { return int64_t{img->y_origin} + img-
 inline int64_t max64(int64_t a, int64_t b) { return a > b ? a : b; }
 inline int64_t min64(int64_t a, int64_t b) { return a < b ? a : b; }
 
-// The rectangle clipped to columns 0 .. width - 1 and rows 0 .. height - 1,
-// and to the image's frame extent. Empty for an image without pixels.
+// The rectangle clipped to the image's frame extent: columns x_origin ..
+// x_origin + width - 1, rows likewise (0 .. width - 1 with the usual origins).
+// Empty for an image without pixels.
 inline pixel_span clip_span(const image* img, const rectangle* r)
 {
-    pixel_span s{max64(max64(r->xmin, 0), img->x_origin),
-                 min64(min64(r->xmax, int64_t{img->width} - 1), last_column(img)),
-                 max64(max64(r->ymin, 0), img->y_origin),
-                 min64(min64(r->ymax, int64_t{img->height} - 1), last_row(img))};
+    pixel_span s{max64(r->xmin, img->x_origin), min64(r->xmax, last_column(img)), max64(r->ymin, img->y_origin),
+                 min64(r->ymax, last_row(img))};
     if (!img->data) s.x1 = s.x0 - 1;
     return s;
 }

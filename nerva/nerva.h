@@ -10,3 +10,4 @@
 #include "nerva/blob/RLEblob.h"
 #include "nerva/image/image.h"
 #include "nerva/image/image_draw.h"
+#include "nerva/image/image_threshold.h"

@@ -1,0 +1,140 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "image_test_support.h"
+
+using namespace image_test;
+
+TEST(BackgroundUpdate, RunningAverageTruncatesInSinglePrecision)
+{
+    owned keep;
+    image* bg = keep.make(GREY_IMG, 3, 1, {100, 50, 10});
+    image* cur = keep.make(GREY_IMG, 3, 1, {50, 100, 200});
+    rectangle all = box(0, 0, 3, 1), first = box(-4, 0, 5, 1);
+    ASSERT_EQ(update(bg, cur, 0.1f, &all), 0);
+    EXPECT_EQ(bytes(bg, 3), (bytes_t{95, 55, 200 - 171}));
+    clear_image(bg);
+    ASSERT_EQ(update(bg, cur, 1.0f, &first), 0);  // rate 1 copies; clipped to column 0
+    EXPECT_EQ(bytes(bg, 3), (bytes_t{50, 0, 0}));
+
+    image* colour = keep.make(COLOR_IMG_3BYTES, 2, 1, {100, 50, 0, 9, 9, 9});
+    ASSERT_EQ(update(colour, keep.make(COLOR_IMG_3BYTES, 2, 1, {50, 100, 255, 9, 9, 9}), 0.1f, &all), 0);
+    EXPECT_EQ(bytes(colour, 6), (bytes_t{95, 55, 255 - 229, 9, 9, 9}));
+
+    image* packed = keep.make(SIGNED_COLOR_IMG, 1, 1);
+    image* packed_cur = keep.make(SIGNED_COLOR_IMG, 1, 1);
+    put<uint32_t>(packed, 0, pack(100, -100, 0) | 0xC0000000u);
+    put<uint32_t>(packed_cur, 0, pack(50, 100, -300));
+    ASSERT_EQ(update(packed, packed_cur, 0.1f, &all), 0);
+    EXPECT_EQ(at<uint32_t>(packed, 0), pack(95, -80, -30) | 0xC0000000u);  // signed fields, bits 30-31 kept
+    EXPECT_EQ(update(bg, colour, 0.5f, &all), -1);
+}
+
+TEST(BackgroundUpdate, ThresholdedUpdatesLearnOnlySmallChanges)
+{
+    owned keep;
+    image* bg = keep.make(GREY_IMG, 2, 1, {100, 100});
+    image* cur = keep.make(GREY_IMG, 2, 1, {50, 95});
+    rectangle all = box(0, 0, 2, 1);
+    ASSERT_EQ(grey_thresholded_update(bg, cur, 0.5f, 10, &all), 0);
+    EXPECT_EQ(bytes(bg, 2), (bytes_t{100, 97}));
+
+    image* colour = keep.make(COLOR_IMG_3BYTES, 2, 1, {100, 100, 100, 100, 100, 100});
+    image* colour_cur = keep.make(COLOR_IMG_3BYTES, 2, 1, {96, 96, 96, 96, 96, 96});
+    EXPECT_EQ(grey_thresholded_update(bg, colour_cur, 0.0f, 10, &all), 0);  // one grey image suffices
+    EXPECT_EQ(grey_thresholded_update(colour, colour_cur, 0.5f, 10, &all), -1);
+    // Red threshold only, one-byte steps: step 0 learns byte 2, step 1 byte 3.
+    ASSERT_EQ(color_thresholded_update(colour, colour_cur, 0.5f, 5, 0, 0, &all), 0);
+    EXPECT_EQ(bytes(colour, 6), (bytes_t{100, 100, 98, 98, 100, 100}));
+}
+
+TEST(BackgroundCopies, PackUnpackAndRefusals)
+{
+    owned keep;
+    image* colour = keep.make(COLOR_IMG_3BYTES, 2, 2, {5, 25, 45, 65, 85, 105, 125, 145, 165, 185, 205, 225});
+    image* bg = keep.make(BG_IMG, 2, 2);
+    image* back = keep.make(COLOR_IMG_3BYTES, 2, 2);
+    image* grey = keep.make(GREY_IMG, 2, 2);
+    put<uint32_t>(bg, 3, 0xC0000000u);
+    rectangle all = bounds(0, 0, 1, 1), to_edge = bounds(1, 0, 2, 2), inverted = bounds(1, 0, 0, 1),
+              negative = bounds(-1, 0, 1, 1), wide = bounds(0, 0, 3, 1);
+    ASSERT_EQ(copy_to_bg(colour, bg, &all), 0);
+    EXPECT_EQ(at<uint32_t>(bg, 0), pack(5, 25, 45));
+    EXPECT_EQ(at<uint32_t>(bg, 3), pack(185, 205, 225) | 0xC0000000u);
+    ASSERT_EQ(copy_from_bg(bg, back, &all), 0);
+    EXPECT_EQ(bytes(back, 12), bytes(colour, 12));
+
+    auto printed = [](std::function<int()> call, int code, const char* text) {
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(call(), code) << text;
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), text);
+    };
+    printed([&] { return copy_to_bg(colour, bg, &to_edge); }, 0, "");  // a bound equal to the size passes
+    printed([&] { return copy_to_bg(nullptr, bg, &all); }, -1, "copy_to_bg ERROR : from_img or to_bg or rect is NULL.\n");
+    printed([&] { return copy_to_bg(grey, grey, &all); }, -2,
+            "copy_to_bg ERROR : from_img is not a COLOR IMAGE or to_bg is not a BG IMAGE.\n");
+    printed([&] { return copy_to_bg(grey, bg, &all); }, 0, "");  // a grey source passes the kind check
+    printed([&] { return copy_to_bg(colour, bg, &inverted); }, -3, "copy_to_bg ERROR : bbox has invalid dimensions.\n");
+    printed([&] { return copy_to_bg(colour, bg, &negative); }, -3, "copy_to_bg ERROR : bbox has invalid dimensions.\n");
+    printed([&] { return copy_to_bg(colour, bg, &wide); }, -4,
+            "copy_to_bg  ERROR : bbox  and images have incompatible dimensions.\n");
+    printed([&] { return copy_from_bg(bg, nullptr, &all); }, -1,
+            "copy_from_bg ERROR : from_bg or to_img or rect is NULL.\n");
+    printed([&] { return copy_from_bg(grey, grey, &all); }, -2,
+            "copy_from_bg ERROR : from_bg is not a BG IMAGE or to_img  is not a COLOR IMAGE.\n");
+    printed([&] { return copy_from_bg(bg, back, &inverted); }, -3, "copy_from_bg ERROR : bbox has invalid dimensions.\n");
+    printed([&] { return copy_from_bg(bg, back, &negative); }, 0, "");  // compared signed: a clipped walk
+    printed([&] { return copy_from_bg(bg, back, &wide); }, -4,
+            "copy_from_bg  ERROR : bbox  and images have incompatible dimensions.\n");
+}
+
+TEST(Differences, AbsoluteAndSigned)
+{
+    owned keep;
+    rectangle all = box(0, 0, 2, 1);
+    image* a = keep.make(GREY_IMG, 2, 1, {10, 200});
+    image* b = keep.make(GREY_IMG, 2, 1, {250, 50});
+    image* out = keep.make(GREY_IMG, 2, 1);
+    ASSERT_EQ(abs_difference(a, b, &all, out), 0);
+    EXPECT_EQ(bytes(out, 2), (bytes_t{240, 150}));
+    EXPECT_EQ(abs_difference(a, keep.make(GREY_IMG, 2, 2), &all, out), -1);
+    EXPECT_EQ(bytes(out, 2), (bytes_t{240, 150}));  // untouched
+    image* diff = keep.make(GREY_IMG, 1, 1);
+    ASSERT_EQ(sign_difference(a, b, &all, diff), 0);
+    EXPECT_EQ(diff->type, INT_IMG);
+    EXPECT_EQ(at<int32_t>(diff, 0), -240);
+    EXPECT_EQ(at<int32_t>(diff, 1), 150);
+
+    // Colour: abs steps one byte per pixel; signs are packed like SIGNED_COLOR_IMG.
+    image* ca = keep.make(COLOR_IMG_3BYTES, 2, 1, {10, 20, 30, 40, 50, 60});
+    image* cb = keep.make(COLOR_IMG_3BYTES, 2, 1, {30, 20, 10, 0, 0, 0});
+    image* cout = keep.make(COLOR_IMG_3BYTES, 2, 1, {9, 9, 9, 9, 9, 9});
+    ASSERT_EQ(abs_difference(ca, cb, &all, cout), 0);
+    EXPECT_EQ(bytes(cout, 6), (bytes_t{20, 0, 20, 40, 9, 9}));
+    ASSERT_EQ(sign_difference(ca, cb, &all, diff), 0);
+    EXPECT_EQ(at<uint32_t>(diff, 0), pack(-20, 0, 20));  // blue, green, red
+    EXPECT_EQ(at<uint32_t>(diff, 1), pack(40, 50, 60));
+
+    EXPECT_EQ(abs_difference(keep.make(BG_IMG, 1, 1), keep.make(BG_IMG, 1, 1), &all, out), -1);
+    EXPECT_EQ(abs_image(nullptr, &all, out), 0);
+    EXPECT_EQ(abs_image(a, &all, nullptr), 0);
+    EXPECT_EQ(abs_image(a, &all, out), -1);
+}
+
+TEST(ShowChanges, BlackensWhereTheMaskIsSet)
+{
+    owned keep;
+    image* mask = keep.make(COLOR_IMG_3BYTES, 3, 1, {0, 1});  // read one byte per pixel: pixel (1, 0)
+    image* img = keep.make(COLOR_IMG_3BYTES, 3, 1, bytes_t(9, 200));
+    rectangle all = box(0, 0, 3, 1);
+    ASSERT_EQ(show_chgmt(mask, img, &all), 0);
+    EXPECT_EQ(bytes(img, 9), (bytes_t{200, 200, 200, 0, 0, 0, 200, 200, 200}));
+    std::memset(mask->data, 1, 3);
+    std::memset(img->data, 200, 9);
+    ASSERT_EQ(_color_show_chgmt(mask, img, &all, 2, 1), 0);  // every second column
+    EXPECT_EQ(bytes(img, 9), (bytes_t{0, 0, 0, 200, 200, 200, 0, 0, 0}));
+
+    EXPECT_EQ(show_chgmt(keep.make(GREY_IMG, 3, 1), img, &all), -1);  // a grey mask makes img grey
+    EXPECT_EQ(img->type, GREY_IMG);
+}

@@ -1,0 +1,139 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "image_test_support.h"
+
+using namespace image_test;
+
+TEST(ImageInitialize, KindsAndBufferReuse)
+{
+    owned keep;
+    image* colour = keep.make(COLOR_IMG_4BYTES, 4, 3);  // never set up as four-byte
+    EXPECT_EQ(colour->type, COLOR_IMG_3BYTES);
+    EXPECT_EQ(colour->bytes_per_pixel, 3);
+    EXPECT_EQ(make_image(image_type(-8), 2, 2), nullptr);
+
+    // Same kind with room: nothing changes, not even the size.
+    image* grey = keep.make(GREY_IMG, 100, 100);
+    unsigned char* buffer = grey->data;
+    EXPECT_EQ(initialize_image(grey, GREY_IMG, 10, 10), 0);
+    EXPECT_EQ(grey->width, 100u);
+    // Another kind that fits takes the buffer; capacity never claims more.
+    grey->x_origin = 5;
+    EXPECT_EQ(initialize_image(grey, FLOAT_IMG, 50, 50), 0);
+    EXPECT_EQ(grey->data, buffer);
+    EXPECT_EQ(grey->x_origin, 5);
+    EXPECT_EQ(grey->width, 50u);
+    EXPECT_EQ(grey->capacity * grey->bytes_per_pixel, 10000);
+    EXPECT_EQ(initialize_image(grey, FLOAT_IMG, 60, 60), 1);  // too big: fresh set-up
+    EXPECT_EQ(grey->x_origin, 0);
+
+    EXPECT_EQ(keep.make(GREY_IMG, 0, 0)->data, nullptr);
+    EXPECT_EQ(clear_image(keep.all.back()), -1);
+    image* generic = make_image(image_type(2), 3, 3);
+    EXPECT_EQ(generic->capacity, 0u);  // not owned: destroy_image leaves it
+    std::free(generic->data);
+    destroy_image(generic);
+}
+
+TEST(ImageCopy, WholeImage)
+{
+    owned keep;
+    image* src = keep.make(COLOR_IMG_3BYTES, 3, 2, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18});
+    src->name = static_cast<char*>(std::calloc(4, 1));
+    std::memcpy(src->name, "cam", 3);
+    image* copy = keep(copy_whole_image(src));
+    EXPECT_EQ(bytes(copy, 18), bytes(src, 18));
+    ASSERT_NE(copy->name, src->name);
+    EXPECT_STREQ(copy->name, "cam");
+
+    // Four-byte pixels: the copy's buffer holds every source byte.
+    unsigned char* four = static_cast<unsigned char*>(std::malloc(60));
+    for (int i = 0; i < 60; ++i) four[i] = static_cast<unsigned char>(200 - i);
+    image* wrapped = keep(image_data_encapsulate(four, 3, 5, nullptr, COLOR_IMG_4BYTES));
+    image* copy4 = keep(copy_whole_image(wrapped));
+    EXPECT_EQ(copy4->type, COLOR_IMG_3BYTES);
+    EXPECT_EQ(bytes(copy4, 60), bytes(wrapped, 60));
+}
+
+TEST(ImageCopyDeathTest, UnsupportedKindExitsWithStatusZero)
+{
+    owned keep;
+    EXPECT_EXIT(copy_whole_image(keep.make(GREY_IMG, 2, 2)), testing::ExitedWithCode(0),
+                "This type of image is not handled by copy_whole_image");
+}
+
+TEST(ImageCopy, ContentInPlaceCroppedAndRefused)
+{
+    owned keep;
+    image* src = keep.make(GREY_IMG, 4, 3, {10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21});
+    image* dst = keep.make(GREY_IMG, 4, 3);
+    rectangle inner = box(1, 1, 2, 5), corner = box(2, 1, 2, 2);  // inner is clipped at the bottom
+    ASSERT_EQ(copy_image_content(src, &inner, dst, COPY_IN_PLACE), 0);
+    EXPECT_EQ(bytes(dst, 12), (bytes_t{0, 0, 0, 0, 0, 15, 16, 0, 0, 19, 20, 0}));
+    image* crop = keep.make(GREY_IMG, 1, 1);
+    ASSERT_EQ(copy_image_content(src, &corner, crop, COPY_CROP), 0);
+    EXPECT_EQ(crop->width, 2u);
+    EXPECT_EQ(bytes(crop, 4), (bytes_t{16, 17, 20, 21}));
+
+    EXPECT_EQ(copy_image_content(src, &corner, dst, copy_type_t(2)), -1);
+    // 100 x 1 has room for 4 x 3, so it keeps its shape: rows 1, 2 cannot fit.
+    EXPECT_EQ(copy_image_content(src, &inner, keep.make(GREY_IMG, 100, 1), COPY_IN_PLACE), -1);
+}
+
+TEST(ImageEncapsulate, WrapsOwnsAndRefuses)
+{
+    owned keep;
+    unsigned char* buffer = static_cast<unsigned char*>(std::calloc(6, 1));
+    image* img = keep(image_data_encapsulate(buffer, 2, 3, nullptr, GREY_IMG));  // frees buffer at the end
+    EXPECT_EQ(img->width, 3u);
+    EXPECT_EQ(img->capacity, 6u);
+    img->width = 77;  // a record already wrapping the buffer is left alone
+    EXPECT_EQ(image_data_encapsulate(buffer, 2, 3, img, GREY_IMG), img);
+    EXPECT_EQ(img->width, 77u);
+
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(image_data_encapsulate(buffer, 2, 3, nullptr, FLOAT_IMG), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "image : image_data_encapsulate : ERROR!\nThis function doesn't support yet a type of image different "
+              "from GREY_IMG and COLOR_IMG_3BYTES. Sorry...\n");
+    EXPECT_EQ(image_data_encapsulate(buffer, 0, 3, nullptr, GREY_IMG), nullptr);
+}
+
+TEST(ImageConvert, GreyStepsOneBytePerPixelAndKeepsLowBytes)
+{
+    owned keep;
+    image* src = keep.make(COLOR_IMG_3BYTES, 3, 2, {10, 20, 30, 40, 50, 60, 70, 80, 90, 1, 2, 3, 4, 5, 6, 7, 8, 9});
+    rectangle row1 = box(1, 1, 2, 1), all = box(0, 0, 2, 1);
+    image* grey = keep(convert_to_grey(src, &row1));
+    // Row 1 starts at byte (1 * 3 + 1) * 3 = 12, then advances one byte.
+    EXPECT_EQ(bytes(grey, 6), (bytes_t{0, 0, 0, 0, (299 * 6 + 587 * 5 + 114 * 4) / 1000,
+                                       (299 * 7 + 587 * 6 + 114 * 5) / 1000}));
+    EXPECT_EQ(convert_to_grey(grey, &row1), grey);  // no copy
+
+    image* packed = keep.make(SIGNED_COLOR_IMG, 2, 1);
+    put<uint32_t>(packed, 0, pack(200, -10, 100));  // signed fields
+    EXPECT_EQ(keep(convert_to_grey(packed, &all))->data[0], (299 * 200 - 587 * 10 + 114 * 100) / 1000);
+    image* f = keep.make(FLOAT_IMG, 2, 1);
+    put_all<float>(f, {300.7f, -1.5f});
+    EXPECT_EQ(bytes(keep(convert_to_grey(f, &all)), 2), (bytes_t{44, 255}));
+    EXPECT_EQ(convert_to_grey(keep.make(BG_IMG, 2, 1), &all), nullptr);
+}
+
+TEST(ImageConvert, MaskToColourAndBack)
+{
+    owned keep;
+    image* mask = keep.make(GREY_IMG, 4, 3, {0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 9});  // set at (1, 1), (2, 2)
+    rectangle part = box(1, 1, 5, 5);  // clipped to 3 x 2 at (1, 1)
+    image* colour = keep(convert_to_4bytes(mask, &part, nullptr));
+    ASSERT_EQ(colour->width, 3u);
+    EXPECT_EQ(colour->x_origin + colour->y_origin, 2);  // placed at the corner: frame coordinates address it
+    bytes_t expected(18, 0);
+    for (int i : {0, 1, 2, 12, 13, 14}) expected[i] = 255;
+    EXPECT_EQ(bytes(colour, 18), expected);
+    EXPECT_EQ(bytes(keep(convert_to_1byte(colour, &part, nullptr)), 6), (bytes_t{255, 0, 0, 0, 255, 0}));
+
+    EXPECT_EQ(convert_to_4bytes(mask, &part, keep.make(COLOR_IMG_3BYTES, 2, 2)), nullptr);  // too small
+    EXPECT_EQ(convert_to_1byte(mask, nullptr, nullptr), nullptr);  // source must be colour
+}

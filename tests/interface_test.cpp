@@ -79,6 +79,19 @@ TEST(Interface, EveryPublicFunctionExists)
         erase(static_cast<double (*)(double, double)>(&math::max)),
         erase(static_cast<double (*)(double, double)>(&math::min)), erase(static_cast<int (*)(int, int)>(&math::max)),
         erase(static_cast<int (*)(int, int)>(&math::min)),
+        // images
+        NERVA_FN(initialize_image), NERVA_FN(make_image), NERVA_FN(destroy_image), NERVA_FN(clear_image),
+        NERVA_FN(copy_whole_image), NERVA_FN(copy_image_content), NERVA_FN(image_data_encapsulate),
+        NERVA_FN(convert_to_grey), NERVA_FN(convert_to_4bytes), NERVA_FN(convert_to_1byte), NERVA_FN(save_image),
+        NERVA_FN(_write_header), NERVA_FN(draw_rectangle), NERVA_FN(draw_color_rectangle),
+        NERVA_FN(bb_draw_color_line), NERVA_FN(bb_draw_color_line_diag), NERVA_FN(clear_image_area),
+        NERVA_FN(merge_binary_images), NERVA_FN(merge_binary_images_color), NERVA_FN(check_RGB_channels_extension),
+        NERVA_FN(save_gradient), NERVA_FN(color_thresholding), NERVA_FN(grey_thresholding),
+        NERVA_FN(float_thresholding), NERVA_FN(int_thresholding), NERVA_FN(update), NERVA_FN(grey_thresholded_update),
+        NERVA_FN(color_thresholded_update), NERVA_FN(copy_to_bg), NERVA_FN(copy_from_bg), NERVA_FN(abs_difference),
+        NERVA_FN(sign_difference), NERVA_FN(abs_image), NERVA_FN(show_chgmt), NERVA_FN(_color_show_chgmt),
+        NERVA_FN(RLEimage_to_binaire), NERVA_FN(RLEimage_to_binary_raw_gray), NERVA_FN(RLEimage_save_binaire),
+        NERVA_FN(RLEimage_clear_binaire),
         // stamps
         NERVA_FN(init_CamStamp_st), NERVA_FN(init_TimeStamp_st), NERVA_FN(init_JpegHeader_st), NERVA_FN(atob),
     };

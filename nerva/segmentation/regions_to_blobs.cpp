@@ -12,16 +12,15 @@ namespace {
 constexpr size_t kArenaChunk = 4096;
 
 // Region lines come from fixed chunks that never move, handed out through
-// aliasing shared pointers: no allocation once the chunks exist, and a line
-// a host still holds keeps its chunk alive.
+// non-owning shared pointers (aliasing an empty owner): no allocation once
+// the chunks exist, and no reference-count traffic per line.
 std::shared_ptr<RLEregionline> take_region_line(MV_RLEsegm::RegionLineArena& arena)
 {
     const size_t chunk = arena.used / kArenaChunk;
     const size_t slot = arena.used % kArenaChunk;
-    if (chunk == arena.chunks.size())
-        arena.chunks.emplace_back(new RLEregionline[kArenaChunk], std::default_delete<RLEregionline[]>());
+    if (chunk == arena.chunks.size()) arena.chunks.emplace_back(new RLEregionline[kArenaChunk]);
     ++arena.used;
-    return std::shared_ptr<RLEregionline>(arena.chunks[chunk], arena.chunks[chunk].get() + slot);
+    return std::shared_ptr<RLEregionline>(std::shared_ptr<RLEregionline>(), arena.chunks[chunk].get() + slot);
 }
 
 // Mean coordinate truncated toward zero. Empty or inverted runs (sampled

@@ -45,7 +45,9 @@
 //    0 or less reads every row (dense mode), as designed. An inverted region
 //    of interest (xmin > xmax or ymin > ymax) is legal and finds nothing.
 //  - Per-row region lines (region::reg_lines) come from an arena owned by the
-//    segmenter: like blobs, they are valid until the next frame.
+//    segmenter, through non-owning shared pointers (no reference counting on
+//    the hot path): they are valid until the next frame and never beyond the
+//    segmenter's life.
 namespace nerva {
 
 class MV_RLEsegm;
@@ -118,7 +120,7 @@ public:
     // Implementation state (not part of the record above): the arena that
     // backs region::reg_lines without per-frame allocation.
     struct RegionLineArena {
-        std::vector<std::shared_ptr<RLEregionline>> chunks;
+        std::vector<std::unique_ptr<RLEregionline[]>> chunks;
         size_t used = 0;
     } regline_arena;
 

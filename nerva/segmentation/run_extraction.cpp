@@ -89,9 +89,8 @@ inline int next_background(const uint8_t* row, int x, int end)
 
 }  // namespace
 
-void MV_RLEsegm::ensure_segment_slot(int32_t index)
+void MV_RLEsegm::grow_segment_pool(int32_t index)
 {
-    if (index < static_cast<int32_t>(seg_pool.size())) return;
     const auto old_base = reinterpret_cast<uintptr_t>(seg_pool.data());
     const size_t old_size = seg_pool.size();
     size_t new_size = old_size + old_size / 2 + 1024;

@@ -126,7 +126,11 @@ public:
 
     // Makes sure entry `index` of the segment pool exists, growing the pool
     // (and re-pointing every run-length line) when needed.
-    void ensure_segment_slot(int32_t index);
+    void ensure_segment_slot(int32_t index)
+    {
+        if (index >= static_cast<int32_t>(seg_pool.size())) grow_segment_pool(index);
+    }
+    void grow_segment_pool(int32_t index);
 };
 
 using segm_ptr = std::shared_ptr<MV_RLEsegm>;

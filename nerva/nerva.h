@@ -12,3 +12,6 @@
 #include "nerva/blob/blob_geometry.h"
 #include "nerva/segmentation/segmentationRLE.h"
 #include "nerva/image/common.h"
+#include "nerva/image/image.h"
+#include "nerva/image/image_draw.h"
+#include "nerva/image/image_threshold.h"

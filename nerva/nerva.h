@@ -15,3 +15,4 @@
 #include "nerva/image/image.h"
 #include "nerva/image/image_draw.h"
 #include "nerva/image/image_threshold.h"
+#include "nerva/image/image_background.h"

@@ -61,6 +61,11 @@ inline pixel_span whole_span(const image* img)
     return s;
 }
 
+inline pixel_span intersect(const pixel_span& a, const pixel_span& b)
+{
+    return pixel_span{max64(a.x0, b.x0), min64(a.x1, b.x1), max64(a.y0, b.y0), min64(a.y1, b.y1)};
+}
+
 inline bool contains(const image* img, int64_t x, int64_t y)
 {
     return img->data && x >= img->x_origin && x <= last_column(img) && y >= img->y_origin && y <= last_row(img);

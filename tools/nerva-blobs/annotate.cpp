@@ -43,11 +43,11 @@ const cv::Mat& Annotator::draw(const cv::Mat& picture, const std::vector<Blob>& 
     }
 
     const std::string caption = "frame " + std::to_string(frame) + "  " + std::to_string(blobs.size()) + " blobs";
+    // Sized for the frame so that it stays readable on the overview's thumbnails.
     const double scale = std::max(0.4, view_.cols / 800.0);
-    cv::putText(view_, caption, cv::Point(6, static_cast<int>(20 * scale)), cv::FONT_HERSHEY_SIMPLEX, 0.6 * scale,
-                cv::Scalar(0, 0, 0), 3, cv::LINE_AA);
-    cv::putText(view_, caption, cv::Point(6, static_cast<int>(20 * scale)), cv::FONT_HERSHEY_SIMPLEX, 0.6 * scale,
-                cv::Scalar(255, 255, 255), 1, cv::LINE_AA);
+    const cv::Point at(8, static_cast<int>(28 * scale));
+    cv::putText(view_, caption, at, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(0, 0, 0), 4, cv::LINE_AA);
+    cv::putText(view_, caption, at, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(255, 255, 255), 2, cv::LINE_AA);
     return view_;
 }
 

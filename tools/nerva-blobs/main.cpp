@@ -2,11 +2,13 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include <opencv2/core.hpp>
+#include <opencv2/core/utils/logger.hpp>
 
 #include "annotate.h"
 #include "errors.h"
@@ -103,6 +105,11 @@ int main(int argc, char** argv)
     // A closed pipe downstream becomes a write error with a message, not a
     // silent death by signal.
     std::signal(SIGPIPE, SIG_IGN);
+    // Problems are reported in one line of our own; FFmpeg's and OpenCV's
+    // chatter about damaged streams would bury it. Users can still raise
+    // FFmpeg's level through the environment.
+    setenv("OPENCV_FFMPEG_LOGLEVEL", "-8", 0);
+    cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
     try {
         const std::optional<Options> options = parse_options(argc, argv);
         if (!options) return 0;

@@ -81,9 +81,9 @@ std::optional<Options> parse_options(int argc, char** argv)
         ->default_str("average")
         ->group(fg);
     app.add_option("--learning-rate", o.learning_rate, "weight of the new frame in the background (0..1)")
-        ->default_str("0.05, MOG2: automatic")
+        ->default_str("0.01, MOG2: automatic")
         ->group(fg);
-    app.add_option("--threshold", o.threshold, "grey difference from the background that counts as foreground")
+    app.add_option("--threshold", o.threshold, "grey difference from the background (at least) that counts as foreground")
         ->default_val(o.threshold)
         ->group(fg);
     app.add_option("--open", o.open, "morphological opening with an N x N ellipse: removes specks (0 = off)")
@@ -95,10 +95,12 @@ std::optional<Options> parse_options(int argc, char** argv)
 
     auto* sg = "Segmentation";
     app.add_option("--roi", roi, "region of interest x,y,w,h (default: the whole frame)")
+        ->type_name("X,Y,W,H")
         ->delimiter(',')
         ->expected(4)
         ->group(sg);
     app.add_option("--steps", steps, "column and row sampling steps sx,sy; 1,1 is exact")
+        ->type_name("SX,SY")
         ->delimiter(',')
         ->expected(2)
         ->default_str("1,1")
@@ -111,12 +113,14 @@ std::optional<Options> parse_options(int argc, char** argv)
         ->group(sg);
 
     auto* out = "Output";
-    app.add_option("-o,--output", o.output, "JSON Lines file (default: standard output)")->group(out);
-    app.add_option("--annotate", o.annotate_dir, "write annotated frames as PNG into DIR")->group(out);
+    app.add_option("-o,--output", o.output, "JSON Lines file (default: standard output)")->type_name("FILE")->group(out);
+    app.add_option("--annotate", o.annotate_dir, "write annotated frames as PNG into DIR")->type_name("DIR")->group(out);
     app.add_option("--every", o.every, "annotate every Nth frame")->default_val(o.every)->group(out);
     app.add_option("--video-out", o.video_out, "write every frame, annotated, to a video (.avi, .mp4, .mkv)")
+        ->type_name("FILE")
         ->group(out);
     app.add_option("--overview", o.overview, "write a contact sheet of annotated frames and a blob-count plot (.png)")
+        ->type_name("FILE")
         ->group(out);
     app.add_flag("--progress", o.progress, "show a progress bar even when standard error is not a terminal")
         ->group(out);

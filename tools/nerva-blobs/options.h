@@ -16,9 +16,9 @@ struct Options {
     bool masks = false;  // input already holds foreground masks
 
     Background background = Background::running_average;
-    float learning_rate = 0.05f;
+    float learning_rate = 0.01f;
     bool learning_rate_given = false;  // MOG2 picks its own rate otherwise
-    int threshold = 30;
+    int threshold = 25;
     int open = 0;   // side of the opening kernel, 0 = none
     int close = 0;  // side of the closing kernel, 0 = none
 

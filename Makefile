@@ -2,6 +2,7 @@
 BUILD_DIR ?= build
 JOBS      ?= 2
 CMAKE_FLAGS ?=
+MAKEFLAGS += --no-print-directory
 
 # The demo: a real surveillance video from Debian's opencv-doc package.
 DEMO_VIDEO ?= /usr/share/doc/opencv-doc/examples/data/vtest.avi
@@ -37,14 +38,14 @@ demo:
 	@$(NERVA_BLOBS) $(DEMO_VIDEO) $(DEMO_FLAGS) \
 	    --output $(DEMO_OUT)/blobs.jsonl \
 	    --annotate $(DEMO_OUT)/frames --every 25 \
-	    --video-out $(DEMO_OUT)/annotated.avi \
+	    --video-out $(DEMO_OUT)/annotated.mp4 \
 	    --overview $(DEMO_OUT)/overview.png
 	@echo
 	@echo "Results in $(DEMO_OUT)/:"
 	@echo "  overview.png   12 annotated frames and the blobs per frame: open this first"
 	@echo "  blobs.jsonl    one JSON line per frame ($$(wc -l < $(DEMO_OUT)/blobs.jsonl) lines)"
 	@echo "  frames/        every 25th frame with its blob boxes ($$(ls $(DEMO_OUT)/frames | wc -l) PNG files)"
-	@echo "  annotated.avi  the whole video with its blob boxes"
+	@echo "  annotated.mp4  the whole video with its blob boxes"
 
 clean:
 	rm -rf $(BUILD_DIR)

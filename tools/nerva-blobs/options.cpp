@@ -99,7 +99,8 @@ std::optional<Options> parse_options(int argc, char** argv)
         ->delimiter(',')
         ->expected(4)
         ->group(sg);
-    app.add_option("--steps", steps, "column and row sampling steps sx,sy; 1,1 is exact")
+    app.add_option("--steps", steps, "column and row sampling steps sx,sy; 1,1 is exact, so is a row step alone;\n"
+                   "a column step above 1 leaves runs ending inside the region empty")
         ->type_name("SX,SY")
         ->delimiter(',')
         ->expected(2)

@@ -220,6 +220,37 @@ TEST_F(NervaBlobs, WritesAnnotatedFramesVideoAndOverview)
     EXPECT_FALSE(cv::imread((dir_ / "overview.png").string()).empty());
 }
 
+TEST_F(NervaBlobs, RowSamplingStaysExactColumnSamplingEmptiesRuns)
+{
+    // Rows around foreground are read in full, so a row step loses nothing.
+    const Result rows = run("square.avi --steps 1,3 --min-pixels 20 -q");
+    ASSERT_EQ(rows.status, 0) << rows.err;
+    const Result exact = run("square.avi --min-pixels 20 -q");
+    EXPECT_EQ(rows.out, exact.out);
+
+    // A column step above 1 stores runs that end inside the region with their
+    // last column before their first: the blobs come out empty, one per row.
+    const Result cols = run("square.avi --steps 2,1 -q");
+    ASSERT_EQ(cols.status, 0) << cols.err;
+    const json blobs = cols.lines()[20]["blobs"];
+    EXPECT_EQ(blobs.size(), static_cast<size_t>(kSide));
+    for (const json& b : blobs) {
+        EXPECT_EQ(b["width"], 0);
+        EXPECT_EQ(b["npix"], 0);
+    }
+}
+
+TEST_F(NervaBlobs, AReaderThatStopsEarlyGetsAnErrorNotACrash)
+{
+    // The shell reports the program's own status through a file: the pipe's
+    // status would be head's.
+    const std::string cmd = "cd '" + dir_.string() + "' && { '" NERVA_BLOBS_EXE
+                            "' square.avi -q 2>pipe_err.txt; echo $? >pipe_status.txt; } | head -n 1 >/dev/null";
+    ASSERT_EQ(std::system(cmd.c_str()), 0);
+    EXPECT_EQ(slurp(dir_ / "pipe_status.txt"), "1\n");
+    EXPECT_NE(slurp(dir_ / "pipe_err.txt").find("cannot write to standard output"), std::string::npos);
+}
+
 struct BadCase {
     const char* what;
     const char* args;

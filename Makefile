@@ -2,6 +2,13 @@
 BUILD_DIR ?= build
 JOBS      ?= 2
 CMAKE_FLAGS ?=
+MAKEFLAGS += --no-print-directory
+
+# The demo: a real surveillance video from Debian's opencv-doc package.
+DEMO_VIDEO ?= /usr/share/doc/opencv-doc/examples/data/vtest.avi
+DEMO_OUT   ?= demo-out
+DEMO_FLAGS ?= --open 3 --close 7 --min-pixels 150
+NERVA_BLOBS = $(BUILD_DIR)/tools/nerva-blobs/nerva-blobs
 
 .PHONY: all test demo build configure setup clean check-sanitize
 
@@ -10,8 +17,10 @@ all: build
 setup:
 	@scripts/setup.sh
 
+# The programs under tools/ are built and tested too; CMAKE_FLAGS may turn
+# them off again with -DNERVA_BUILD_TOOLS=OFF.
 configure: setup
-	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release $(CMAKE_FLAGS) >/dev/null
+	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DNERVA_BUILD_TOOLS=ON $(CMAKE_FLAGS) >/dev/null
 
 build: configure
 	@cmake --build $(BUILD_DIR) -j$(JOBS)
@@ -20,9 +29,23 @@ build: configure
 test: build
 	@cd $(BUILD_DIR) && ctest --output-on-failure -j$(JOBS)
 
-# The main job.
-demo: build
-	@echo "nerva $$(sed -n 's/.*NERVA_VERSION_STRING "\(.*\)"/\1/p' nerva/version.h) built in $(BUILD_DIR)/"
+# The main job: blobs of the walking people in vtest.avi, with pictures.
+demo:
+	@scripts/setup.sh demo
+	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DNERVA_BUILD_TOOLS=ON $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(BUILD_DIR) -j$(JOBS) --target nerva-blobs
+	@rm -rf $(DEMO_OUT) && mkdir -p $(DEMO_OUT)
+	@$(NERVA_BLOBS) $(DEMO_VIDEO) $(DEMO_FLAGS) \
+	    --output $(DEMO_OUT)/blobs.jsonl \
+	    --annotate $(DEMO_OUT)/frames --every 25 \
+	    --video-out $(DEMO_OUT)/annotated.mp4 \
+	    --overview $(DEMO_OUT)/overview.png
+	@echo
+	@echo "Results in $(DEMO_OUT)/:"
+	@echo "  overview.png   12 annotated frames and the blobs per frame: open this first"
+	@echo "  blobs.jsonl    one JSON line per frame ($$(wc -l < $(DEMO_OUT)/blobs.jsonl) lines)"
+	@echo "  frames/        every 25th frame with its blob boxes ($$(ls $(DEMO_OUT)/frames | wc -l) PNG files)"
+	@echo "  annotated.mp4  the whole video with its blob boxes"
 
 # The whole suite under AddressSanitizer + UndefinedBehaviorSanitizer (the
 # install test is left out: its consumer is not built with the sanitizers).

@@ -3,22 +3,26 @@
 # nerva need. Idempotent and quiet: a machine that has everything is left
 # alone and nothing is printed.
 #
-#   scripts/setup.sh            build + test dependencies
-#   scripts/setup.sh demo       ... plus what the demo program needs
+#   scripts/setup.sh            build + test dependencies (tools included)
+#   scripts/setup.sh demo       ... plus the demo's video (opencv-doc)
 #   scripts/setup.sh bench      ... plus the benchmark dependencies
 set -euo pipefail
 
 packages=(
   cmake g++ make pkg-config
   libopencv-core-dev        # the library's only dependency
-  libopencv-imgproc-dev     # tests: connectedComponentsWithStats as the reference labeller
-  libopencv-imgcodecs-dev   # tests: an independent PPM/PGM decoder
+  libopencv-imgproc-dev     # tests: the reference labeller; nerva-blobs: grey frames, clean-up, thumbnails
+  libopencv-imgcodecs-dev   # tests: an independent PPM/PGM decoder; nerva-blobs: image files
   libgtest-dev googletest   # tests
+  libopencv-videoio-dev     # nerva-blobs: decoding and writing videos (FFmpeg backend)
+  libopencv-video-dev       # nerva-blobs: the MOG2 background subtractor
+  libcli11-dev              # nerva-blobs: command-line parsing
+  nlohmann-json3-dev        # nerva-blobs: JSON Lines output; its tests read it back
 )
 
 for extra in "$@"; do
   case "$extra" in
-    demo)  packages+=(libopencv-videoio-dev libopencv-video-dev opencv-doc libcli11-dev nlohmann-json3-dev) ;;
+    demo)  packages+=(opencv-doc) ;;
     bench) packages+=(libbenchmark-dev libopencv-videoio-dev opencv-doc) ;;
     sanitize) packages+=(clang libclang-rt-14-dev) ;;
     test)  ;;

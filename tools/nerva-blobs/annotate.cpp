@@ -1,0 +1,80 @@
+#include "annotate.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "errors.h"
+#include "nerva/image/image_draw.h"
+
+namespace nerva_blobs {
+
+Annotator::Annotator(cv::Size size)
+{
+    canvas_ = nerva::make_image(nerva::COLOR_IMG_3BYTES, size.width, size.height);
+    if (!canvas_) throw RuntimeError("out of memory for the annotation image");
+    // COLOR_IMG_3BYTES stores blue, green, red without row padding: exactly CV_8UC3.
+    view_ = cv::Mat(size, CV_8UC3, canvas_->data);
+}
+
+Annotator::~Annotator() { nerva::destroy_image(canvas_); }
+
+const cv::Mat& Annotator::draw(const cv::Mat& picture, const std::vector<Blob>& blobs, long frame)
+{
+    if (picture.channels() == 1)
+        cv::cvtColor(picture, view_, cv::COLOR_GRAY2BGR);
+    else
+        picture.copyTo(view_);
+    CV_Assert(view_.data == canvas_->data);
+
+    const int last_x = view_.cols - 1, last_y = view_.rows - 1;
+    for (const Blob& b : blobs) {
+        // Two nested outlines: one pixel is lost once the frame is scaled down.
+        nerva::rectangle inner{b.xmin, b.ymin, b.xmax, b.ymax, b.width, b.height};
+        nerva::rectangle outer{std::max(b.xmin - 1, 0), std::max(b.ymin - 1, 0), std::min(b.xmax + 1, last_x),
+                               std::min(b.ymax + 1, last_y), 0, 0};
+        outer.width = outer.xmax - outer.xmin + 1;
+        outer.height = outer.ymax - outer.ymin + 1;
+        nerva::draw_color_rectangle(&inner, canvas_, 0, 255, 0);
+        nerva::draw_color_rectangle(&outer, canvas_, 0, 255, 0);
+    }
+
+    const std::string caption = "frame " + std::to_string(frame) + "  " + std::to_string(blobs.size()) + " blobs";
+    // Sized for the frame so that it stays readable on the overview's thumbnails.
+    const double scale = std::max(0.4, view_.cols / 800.0);
+    const cv::Point at(8, static_cast<int>(28 * scale));
+    cv::putText(view_, caption, at, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(0, 0, 0), 4, cv::LINE_AA);
+    cv::putText(view_, caption, at, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(255, 255, 255), 2, cv::LINE_AA);
+    return view_;
+}
+
+FrameFiles::FrameFiles(const std::string& dir, int every) : dir_(dir), every_(every)
+{
+    std::error_code ec;
+    std::filesystem::create_directories(dir, ec);
+    if (ec || !std::filesystem::is_directory(dir))
+        throw RuntimeError("cannot create directory '" + dir + "'" + (ec ? ": " + ec.message() : std::string()));
+}
+
+void FrameFiles::write(const cv::Mat& picture, long frame)
+{
+    char name[32];
+    std::snprintf(name, sizeof name, "frame_%06ld.png", frame);
+    const std::string path = (std::filesystem::path(dir_) / name).string();
+    if (!cv::imwrite(path, picture)) throw RuntimeError("cannot write '" + path + "'");
+    ++written_;
+}
+
+VideoFile::VideoFile(const std::string& path, cv::Size size, double fps)
+{
+    const std::string ext = std::filesystem::path(path).extension().string();
+    // Codecs every FFmpeg build can encode.
+    const int fourcc = ext == ".mp4" ? cv::VideoWriter::fourcc('m', 'p', '4', 'v') : cv::VideoWriter::fourcc('M', 'J', 'P', 'G');
+    if (!writer_.open(path, cv::CAP_FFMPEG, fourcc, fps, size, true))
+        throw RuntimeError("cannot write video '" + path + "'");
+}
+
+}  // namespace nerva_blobs

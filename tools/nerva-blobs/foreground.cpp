@@ -1,0 +1,168 @@
+#include "foreground.h"
+
+#include <vector>
+
+#include <opencv2/imgproc.hpp>
+#include <opencv2/video/background_segm.hpp>
+
+#include "errors.h"
+#include "nerva/image/image.h"
+#include "nerva/image/image_background.h"
+#include "nerva/image/image_threshold.h"
+
+namespace nerva_blobs {
+namespace {
+
+// Optional opening then closing; shared by every detector.
+class CleanUp {
+public:
+    CleanUp(int open, int close)
+    {
+        if (open > 0) open_ = cv::getStructuringElement(cv::MORPH_ELLIPSE, cv::Size(open, open));
+        if (close > 0) close_ = cv::getStructuringElement(cv::MORPH_ELLIPSE, cv::Size(close, close));
+    }
+
+    const cv::Mat& apply(const cv::Mat& mask)
+    {
+        if (open_.empty() && close_.empty()) return mask;
+        const cv::Mat* in = &mask;
+        if (!open_.empty()) {
+            cv::morphologyEx(*in, opened_, cv::MORPH_OPEN, open_);
+            in = &opened_;
+        }
+        if (!close_.empty()) {
+            cv::morphologyEx(*in, closed_, cv::MORPH_CLOSE, close_);
+            in = &closed_;
+        }
+        return *in;
+    }
+
+private:
+    cv::Mat open_, close_;
+    cv::Mat opened_, closed_;
+};
+
+// The library's change detection on grey frames. The four images are made
+// by the library and keep their own buffers; OpenCV only ever sees them
+// through non-owning Mat headers, so nothing is freed twice or by the wrong
+// allocator.
+class RunningAverage : public Foreground {
+public:
+    RunningAverage(const Options& o, cv::Size size, cv::Rect roi)
+        : rate_(o.learning_rate), threshold_(static_cast<unsigned>(o.threshold)), clean_(o.open, o.close)
+    {
+        for (nerva::image** img : {&current_, &background_, &difference_, &mask_}) {
+            *img = nerva::make_image(nerva::GREY_IMG, size.width, size.height);
+            if (!*img) throw RuntimeError("out of memory for the background images");
+        }
+        current_view_ = cv::Mat(size, CV_8UC1, current_->data);
+        mask_view_ = cv::Mat(size, CV_8UC1, mask_->data);
+        rect_ = {roi.x, roi.y, roi.x + roi.width - 1, roi.y + roi.height - 1, roi.width, roi.height};
+    }
+
+    ~RunningAverage() override
+    {
+        for (nerva::image* img : {current_, background_, difference_, mask_}) nerva::destroy_image(img);
+    }
+
+    RunningAverage(const RunningAverage&) = delete;
+    RunningAverage& operator=(const RunningAverage&) = delete;
+
+    const cv::Mat& apply(const cv::Mat& frame) override
+    {
+        // OpenCV's weighted grey: the library's own colour-to-grey walks a
+        // row one byte per pixel, which suits its hosts but not camera frames.
+        if (frame.channels() == 1)
+            frame.copyTo(current_view_);
+        else
+            cv::cvtColor(frame, current_view_, cv::COLOR_BGR2GRAY);
+        CV_Assert(current_view_.data == current_->data);  // written in place, never reallocated
+
+        if (first_) {
+            check(nerva::update(background_, current_, 1.0f, &rect_), "update");  // the first frame is the background
+            first_ = false;
+        }
+        check(nerva::abs_difference(current_, background_, &rect_, difference_), "abs_difference");
+        check(nerva::grey_thresholding(difference_, threshold_, &rect_, mask_), "grey_thresholding");
+        // Learned after the comparison, so a frame is judged against the past only.
+        check(nerva::update(background_, current_, rate_, &rect_), "update");
+        return clean_.apply(mask_view_);
+    }
+
+private:
+    static void check(int status, const char* what)
+    {
+        if (status < 0) throw RuntimeError(std::string("background model: ") + what + " failed");
+    }
+
+    float rate_;
+    unsigned threshold_;
+    CleanUp clean_;
+    nerva::image* current_ = nullptr;
+    nerva::image* background_ = nullptr;
+    nerva::image* difference_ = nullptr;
+    nerva::image* mask_ = nullptr;
+    cv::Mat current_view_, mask_view_;
+    nerva::rectangle rect_{};
+    bool first_ = true;
+};
+
+class Mog2 : public Foreground {
+public:
+    explicit Mog2(const Options& o)
+        : rate_(o.learning_rate_given ? o.learning_rate : -1.0), clean_(o.open, o.close),
+          subtractor_(cv::createBackgroundSubtractorMOG2(500, 16.0, true))
+    {
+    }
+
+    const cv::Mat& apply(const cv::Mat& frame) override
+    {
+        subtractor_->apply(frame, raw_, rate_);
+        // Shadows come out as 127: they are not things.
+        cv::threshold(raw_, mask_, 200, 255, cv::THRESH_BINARY);
+        return clean_.apply(mask_);
+    }
+
+private:
+    double rate_;
+    CleanUp clean_;
+    cv::Ptr<cv::BackgroundSubtractorMOG2> subtractor_;
+    cv::Mat raw_, mask_;
+};
+
+// Ready-made masks: any non-zero value in any channel is foreground.
+class GivenMasks : public Foreground {
+public:
+    explicit GivenMasks(const Options& o) : clean_(o.open, o.close) {}
+
+    const cv::Mat& apply(const cv::Mat& frame) override
+    {
+        if (frame.channels() == 1) {
+            cv::compare(frame, 0, mask_, cv::CMP_NE);
+        } else {
+            cv::split(frame, channels_);
+            cv::compare(channels_[0], 0, mask_, cv::CMP_NE);
+            for (size_t c = 1; c < channels_.size(); ++c) {
+                cv::compare(channels_[c], 0, channel_mask_, cv::CMP_NE);
+                cv::bitwise_or(mask_, channel_mask_, mask_);
+            }
+        }
+        return clean_.apply(mask_);
+    }
+
+private:
+    CleanUp clean_;
+    std::vector<cv::Mat> channels_;
+    cv::Mat mask_, channel_mask_;
+};
+
+}  // namespace
+
+std::unique_ptr<Foreground> make_foreground(const Options& options, cv::Size frame_size, cv::Rect roi)
+{
+    if (options.masks) return std::make_unique<GivenMasks>(options);
+    if (options.background == Background::mog2) return std::make_unique<Mog2>(options);
+    return std::make_unique<RunningAverage>(options, frame_size, roi);
+}
+
+}  // namespace nerva_blobs

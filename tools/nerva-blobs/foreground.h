@@ -1,0 +1,24 @@
+#pragma once
+
+#include <memory>
+
+#include <opencv2/core.hpp>
+
+#include "options.h"
+
+// Turns each frame into a foreground mask for the segmenter: 8-bit, one
+// channel, 255 = foreground, 0 = background, the frame's size.
+namespace nerva_blobs {
+
+class Foreground {
+public:
+    virtual ~Foreground() = default;
+    // The mask stays valid until the next call.
+    virtual const cv::Mat& apply(const cv::Mat& frame) = 0;
+};
+
+// The detector the options ask for, for frames of the given size; `roi`
+// limits the work to the pixels that will be segmented.
+std::unique_ptr<Foreground> make_foreground(const Options& options, cv::Size frame_size, cv::Rect roi);
+
+}  // namespace nerva_blobs

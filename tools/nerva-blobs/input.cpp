@@ -1,0 +1,170 @@
+#include "input.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <vector>
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/videoio.hpp>
+
+#include "errors.h"
+
+namespace fs = std::filesystem;
+
+namespace nerva_blobs {
+namespace {
+
+bool is_image_name(const fs::path& p)
+{
+    std::string ext = p.extension().string();
+    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
+    return ext == ".png" || ext == ".pgm" || ext == ".ppm" || ext == ".pnm" || ext == ".pbm" || ext == ".jpg" ||
+           ext == ".jpeg";
+}
+
+// Refuses early what the decoders would only report vaguely.
+void check_readable(const std::string& path)
+{
+    std::ifstream probe(path, std::ios::binary);
+    if (!probe) throw RuntimeError("cannot read '" + path + "': " + std::strerror(errno));
+}
+
+class VideoSource : public FrameSource {
+public:
+    explicit VideoSource(const std::string& path) : path_(path)
+    {
+        check_readable(path);
+        // FFmpeg only: the other backends would try to read the path as a
+        // camera name or an image sequence and fail less clearly.
+        if (!capture_.open(path, cv::CAP_FFMPEG))
+            throw RuntimeError("cannot decode '" + path + "': not a container or codec that FFmpeg can read");
+        if (!capture_.read(pending_) || pending_.empty())
+            throw RuntimeError("cannot decode '" + path + "': no frame could be decoded");
+        const double count = capture_.get(cv::CAP_PROP_FRAME_COUNT);
+        total_ = count > 0 && std::isfinite(count) ? static_cast<long>(count) : -1;
+        const double rate = capture_.get(cv::CAP_PROP_FPS);
+        fps_ = rate > 0 && rate < 1000 ? rate : 25.0;
+    }
+
+    bool read(cv::Mat& frame) override
+    {
+        if (!pending_.empty()) {
+            frame = pending_;
+            pending_ = cv::Mat();
+            return true;
+        }
+        return capture_.read(frame) && !frame.empty();
+    }
+    long total() const override { return total_; }
+    double fps() const override { return fps_; }
+    std::string where() const override { return path_; }
+
+private:
+    std::string path_;
+    cv::VideoCapture capture_;
+    cv::Mat pending_;  // the first frame, decoded up front to detect bad files
+    long total_ = -1;
+    double fps_ = 25.0;
+};
+
+class ImageListSource : public FrameSource {
+public:
+    ImageListSource(std::vector<std::string> files, bool as_masks) : files_(std::move(files)), as_masks_(as_masks) {}
+
+    bool read(cv::Mat& frame) override
+    {
+        if (next_ >= files_.size()) return false;
+        const std::string& path = files_[next_++];
+        check_readable(path);
+        // Masks keep their channels and depth so that any non-zero value
+        // counts; frames are always decoded to 8-bit colour.
+        frame = cv::imread(path, as_masks_ ? cv::IMREAD_ANYCOLOR | cv::IMREAD_ANYDEPTH : cv::IMREAD_COLOR);
+        if (frame.empty()) throw RuntimeError("cannot decode image '" + path + "'");
+        return true;
+    }
+    long total() const override { return static_cast<long>(files_.size()); }
+    double fps() const override { return 25.0; }
+    std::string where() const override { return next_ ? files_[next_ - 1] : std::string(); }
+
+private:
+    std::vector<std::string> files_;
+    bool as_masks_;
+    size_t next_ = 0;
+};
+
+// Expands the one integer field of a printf-style pattern ("%d", "%04d"),
+// by hand so that a user's pattern is never used as a format string.
+struct Pattern {
+    std::string before, after;
+    int width = 0;
+    bool zero_pad = false;
+
+    std::string name(long i) const
+    {
+        std::string digits = std::to_string(i);
+        if (static_cast<int>(digits.size()) < width)
+            digits.insert(0, width - digits.size(), zero_pad ? '0' : ' ');
+        return before + digits + after;
+    }
+};
+
+Pattern parse_pattern(const std::string& text)
+{
+    static const std::regex field("%(0?)([0-9]*)d");
+    std::smatch m;
+    if (!std::regex_search(text, m, field) ||
+        std::count(text.begin(), text.end(), '%') != 1)
+        throw UsageError("pattern '" + text + "' must hold exactly one integer field such as %d or %04d");
+    Pattern p;
+    p.before = m.prefix();
+    p.after = m.suffix();
+    p.zero_pad = !m[1].str().empty();
+    p.width = m[2].str().empty() ? 0 : std::stoi(m[2].str());
+    return p;
+}
+
+std::vector<std::string> files_of_pattern(const std::string& text)
+{
+    const Pattern p = parse_pattern(text);
+    // Sequences are numbered from 0 or from 1; either start is accepted.
+    long i = fs::exists(p.name(0)) ? 0 : 1;
+    std::vector<std::string> files;
+    for (; fs::exists(p.name(i)); ++i) files.push_back(p.name(i));
+    if (files.empty()) throw RuntimeError("no file matches '" + text + "' (tried " + p.name(0) + " and " + p.name(1) + ")");
+    return files;
+}
+
+std::vector<std::string> files_of_directory(const std::string& dir)
+{
+    std::vector<std::string> files;
+    std::error_code ec;
+    for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec))
+        if (it->is_regular_file() && is_image_name(it->path())) files.push_back(it->path().string());
+    if (ec) throw RuntimeError("cannot list directory '" + dir + "': " + ec.message());
+    if (files.empty()) throw RuntimeError("directory '" + dir + "' holds no PNG, PGM, PPM or JPEG file");
+    // Zero-padded numbering gives the frame order.
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+}  // namespace
+
+std::unique_ptr<FrameSource> open_source(const std::string& path, bool as_masks)
+{
+    if (path.find('%') != std::string::npos)
+        return std::make_unique<ImageListSource>(files_of_pattern(path), as_masks);
+    std::error_code ec;
+    const fs::file_status status = fs::status(path, ec);
+    if (!fs::exists(status)) throw RuntimeError("input '" + path + "' does not exist");
+    if (fs::is_directory(status)) return std::make_unique<ImageListSource>(files_of_directory(path), as_masks);
+    if (is_image_name(path)) return std::make_unique<ImageListSource>(std::vector<std::string>{path}, as_masks);
+    return std::make_unique<VideoSource>(path);
+}
+
+}  // namespace nerva_blobs

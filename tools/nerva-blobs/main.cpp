@@ -1,0 +1,130 @@
+// nerva-blobs: frames in, foreground masks, blobs out, one JSON line per frame.
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <opencv2/core.hpp>
+#include <opencv2/core/utils/logger.hpp>
+
+#include "annotate.h"
+#include "errors.h"
+#include "foreground.h"
+#include "input.h"
+#include "options.h"
+#include "output.h"
+#include "overview.h"
+#include "progress.h"
+#include "segmenter.h"
+#include "summary.h"
+
+namespace nerva_blobs {
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+
+double ms_since(clock_type::time_point start)
+{
+    return std::chrono::duration<double, std::milli>(clock_type::now() - start).count();
+}
+
+std::string size_text(cv::Size s) { return std::to_string(s.width) + "x" + std::to_string(s.height); }
+
+int run(const Options& o)
+{
+    auto source = open_source(o.input, o.masks);
+    JsonLinesWriter json(o.output);
+    std::optional<FrameFiles> frame_files;
+    if (!o.annotate_dir.empty()) frame_files.emplace(o.annotate_dir, o.every);
+
+    cv::Mat frame;
+    auto t = clock_type::now();
+    if (!source->read(frame)) throw RuntimeError("'" + o.input + "' holds no frame");
+    double decode_ms = ms_since(t);
+
+    const cv::Size size = frame.size();
+    const cv::Rect roi = region_of_interest(o, size);
+    auto foreground = make_foreground(o, size, roi);
+    Segmenter segmenter(o, size, roi);
+    std::optional<Overview> overview;
+    if (!o.overview.empty()) overview.emplace(o.overview, size);
+    std::optional<VideoFile> video;
+    if (!o.video_out.empty()) video.emplace(o.video_out, size, source->fps());
+    std::optional<Annotator> annotator;
+    if (frame_files || video || overview) annotator.emplace(size);
+
+    Summary summary;
+    Progress progress(o.progress || progress_by_default(o.output.empty()), source->total());
+    long index = 0;
+    do {
+        if (frame.size() != size)
+            throw RuntimeError("frame " + std::to_string(index) + " ('" + source->where() + "') is " +
+                               size_text(frame.size()) + ", earlier frames are " + size_text(size));
+        t = clock_type::now();
+        const cv::Mat& mask = foreground->apply(frame);
+        const double foreground_ms = ms_since(t);
+        t = clock_type::now();
+        const std::vector<Blob>& blobs = segmenter.segment(mask);
+        const double segment_ms = ms_since(t);
+
+        json.write(index, blobs);
+        summary.add(static_cast<int>(blobs.size()), decode_ms, foreground_ms, segment_ms);
+        if (overview) overview->count(static_cast<int>(blobs.size()));
+
+        const bool to_files = frame_files && frame_files->wants(index);
+        const bool to_overview = overview && overview->wants(index);
+        if (to_files || to_overview || video) {
+            // Masks are shown as they were read; frames in colour.
+            const cv::Mat& picture = annotator->draw(o.masks ? mask : frame, blobs, index);
+            if (to_files) frame_files->write(picture, index);
+            if (to_overview) overview->add(index, picture);
+            if (video) video->write(picture);
+        }
+        progress.update(++index);
+
+        t = clock_type::now();
+        if (!source->read(frame)) break;
+        decode_ms = ms_since(t);
+    } while (true);
+    progress.finish();
+
+    if (overview) overview->write();
+    if (!o.quiet) summary.print(stderr);
+    return 0;
+}
+
+}  // namespace
+}  // namespace nerva_blobs
+
+int main(int argc, char** argv)
+{
+    using namespace nerva_blobs;
+    // A closed pipe downstream becomes a write error with a message, not a
+    // silent death by signal.
+    std::signal(SIGPIPE, SIG_IGN);
+    // Problems are reported in one line of our own; FFmpeg's and OpenCV's
+    // chatter about damaged streams would bury it. Users can still raise
+    // FFmpeg's level through the environment.
+    setenv("OPENCV_FFMPEG_LOGLEVEL", "-8", 0);
+    cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
+    try {
+        const std::optional<Options> options = parse_options(argc, argv);
+        if (!options) return 0;
+        return run(*options);
+    } catch (const UsageError& e) {
+        std::fprintf(stderr, "nerva-blobs: %s (see --help)\n", e.what());
+        return EXIT_USAGE;
+    } catch (const RuntimeError& e) {
+        std::fprintf(stderr, "nerva-blobs: %s\n", e.what());
+        return EXIT_RUNTIME;
+    } catch (const cv::Exception& e) {
+        std::fprintf(stderr, "nerva-blobs: OpenCV error: %s\n", e.err.c_str());
+        return EXIT_RUNTIME;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "nerva-blobs: %s\n", e.what());
+        return EXIT_RUNTIME;
+    }
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace nerva_blobs {
+
+enum class Background { running_average, mog2 };
+
+struct Roi {
+    int x = 0, y = 0, width = 0, height = 0;
+};
+
+struct Options {
+    std::string input;
+    bool masks = false;  // input already holds foreground masks
+
+    Background background = Background::running_average;
+    float learning_rate = 0.01f;
+    bool learning_rate_given = false;  // MOG2 picks its own rate otherwise
+    int threshold = 25;
+    int open = 0;   // side of the opening kernel, 0 = none
+    int close = 0;  // side of the closing kernel, 0 = none
+
+    std::optional<Roi> roi;  // whole frame when absent
+    int step_x = 1, step_y = 1;
+    int min_side = 0;
+    int min_pixels = 0;
+
+    std::string output;  // JSON Lines; standard output when empty
+    std::string annotate_dir;
+    int every = 1;
+    std::string video_out;
+    std::string overview;
+    bool progress = false;
+    bool quiet = false;  // no summary
+};
+
+// Parses the command line. Prints help or the version and returns nullopt
+// when asked to (the caller exits 0); throws UsageError for anything wrong
+// that can be seen without opening the input.
+std::optional<Options> parse_options(int argc, char** argv);
+
+}  // namespace nerva_blobs

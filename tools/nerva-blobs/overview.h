@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+// One picture of a whole run: a contact sheet of annotated frames spread over
+// the run, above a plot of the number of blobs per frame. The length of the
+// input need not be known: thumbnails are kept at a stride that doubles
+// whenever too many are held, so memory stays bounded.
+namespace nerva_blobs {
+
+class Overview {
+public:
+    // Creates the file at once so that an unwritable path fails before the run.
+    Overview(const std::string& path, cv::Size frame_size);
+
+    // Frames are offered in order, from 0; only wanted ones need be drawn.
+    bool wants(long frame) const { return frame % stride_ == 0; }
+    void add(long frame, const cv::Mat& annotated);
+    void count(int blobs) { counts_.push_back(blobs); }
+    void write() const;
+
+private:
+    static constexpr int columns = 4;
+    static constexpr int tiles = 12;
+
+    std::string path_;
+    cv::Size thumb_;
+    long stride_ = 1;
+    std::vector<std::pair<long, cv::Mat>> kept_;
+    std::vector<int> counts_;
+};
+
+}  // namespace nerva_blobs

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include "nerva/segmentation/segmentationRLE.h"
+#include "options.h"
+
+// One library segmenter for the whole stream, and the blobs of each frame
+// copied out of its pool (the pool is reused by the next frame).
+namespace nerva_blobs {
+
+struct Blob {
+    int id = 0;
+    int xmin = 0, ymin = 0, xmax = 0, ymax = 0;  // inclusive
+    int width = 0, height = 0;
+    int npix = 0;
+    int xc = 0, yc = 0;
+};
+
+class Segmenter {
+public:
+    Segmenter(const Options& options, cv::Size frame_size, cv::Rect roi);
+    ~Segmenter();
+    Segmenter(const Segmenter&) = delete;
+    Segmenter& operator=(const Segmenter&) = delete;
+
+    // mask: 8-bit, one channel, the frame's size.
+    const std::vector<Blob>& segment(const cv::Mat& mask);
+
+private:
+    std::shared_ptr<nerva::MV_RLEsegm> segm_;
+    std::vector<Blob> blobs_;
+};
+
+// The region of interest in frame coordinates: the option's, checked against
+// the frame (UsageError when it does not fit), or the whole frame.
+cv::Rect region_of_interest(const Options& options, cv::Size frame_size);
+
+}  // namespace nerva_blobs

@@ -29,9 +29,11 @@ segm_ptr segmenter_for(const cv::Mat& m, int step_x = 1, int step_y = 1)
     return s;
 }
 
-std::vector<std::pair<int, int>> runs_of_row(segm_ptr s, int y)
+using Runs = std::vector<std::pair<int, int>>;
+
+Runs runs_of_row(segm_ptr s, int y)
 {
-    std::vector<std::pair<int, int>> runs;
+    Runs runs;
     auto line = RLEimage_get_line(s->rle_img, y);
     for (int k = 0; k < line->nb_segs; ++k) runs.emplace_back(line->segs[k]->x_start, line->segs[k]->x_end);
     return runs;
@@ -94,8 +96,8 @@ TEST(RunExtraction, ExactRunsWithUnitSteps)
     auto m = mask_from({"...###..#.", "......####"});
     auto s = segmenter_for(m);
     RLEsegm_segmentKAP(m, s);
-    EXPECT_EQ(runs_of_row(s, 0), (std::vector<std::pair<int, int>>{{3, 5}, {8, 8}}));
-    EXPECT_EQ(runs_of_row(s, 1), (std::vector<std::pair<int, int>>{{6, 9}}));  // ends at roi_xmax
+    EXPECT_EQ(runs_of_row(s, 0), (Runs{{3, 5}, {8, 8}}));
+    EXPECT_EQ(runs_of_row(s, 1), (Runs{{6, 9}}));  // ends at roi_xmax
     EXPECT_EQ(s->nb_segs, 3);
     EXPECT_EQ(RLEimage_get_line(s->rle_img, 1)->segs, &s->seg_pool[2]);  // lines are slices of the pool
 }
@@ -105,18 +107,18 @@ TEST(RunExtraction, ColumnSamplingStoresRunsBegunBetweenSamplesAsEmpty)
     auto inside = mask_from({"........########...."});
     auto s = segmenter_for(inside, 4, 1);
     RLEsegm_segmentKAP(inside, s);
-    EXPECT_EQ(runs_of_row(s, 0), (std::vector<std::pair<int, int>>{{5, 4}}));
+    EXPECT_EQ(runs_of_row(s, 0), (Runs{{5, 4}}));
 
     auto to_edge = mask_from({"........############"});
     RLEsegm_segmentKAP(to_edge, s);
-    EXPECT_EQ(runs_of_row(s, 0), (std::vector<std::pair<int, int>>{{5, 19}}));
+    EXPECT_EQ(runs_of_row(s, 0), (Runs{{5, 19}}));
 
     // A run found at the first sample ends on the back-column's initial 0.
     auto from_start = mask_from({"........######......##..."});
     auto s2 = segmenter_for(from_start, 4, 1);
     RLEsegm_set_ROI(8, 0, 24, 0, s2);
     RLEsegm_segmentKAP(from_start, s2);
-    EXPECT_EQ(runs_of_row(s2, 0), (std::vector<std::pair<int, int>>{{8, 0}, {17, 16}}));
+    EXPECT_EQ(runs_of_row(s2, 0), (Runs{{8, 0}, {17, 16}}));
 }
 
 TEST(RunExtraction, RowSamplingBackFillsAndReturnsToSparse)

@@ -29,9 +29,11 @@ segm_ptr segmenter_for(const cv::Mat& m, int step_x = 1, int step_y = 1)
     return s;
 }
 
-std::vector<std::pair<int, int>> runs_of_row(segm_ptr s, int y)
+using Runs = std::vector<std::pair<int, int>>;
+
+Runs runs_of_row(segm_ptr s, int y)
 {
-    std::vector<std::pair<int, int>> runs;
+    Runs runs;
     auto line = RLEimage_get_line(s->rle_img, y);
     for (int k = 0; k < line->nb_segs; ++k) runs.emplace_back(line->segs[k]->x_start, line->segs[k]->x_end);
     return runs;
@@ -52,6 +54,13 @@ cv::Mat dots(int n)
     return m;
 }
 
+// Several values of mixed integer types, compared in one go.
+template <typename... T>
+std::vector<long long> vals(T... v)
+{
+    return {static_cast<long long>(v)...};
+}
+
 struct CountingObserver : Observer<CSegmentMessage> {
     int calls = 0;
     CSegmentMessage last{nullptr};
@@ -67,33 +76,19 @@ struct CountingObserver : Observer<CSegmentMessage> {
 TEST(SegmenterLifecycle, ConstructionAndInitialisation)
 {
     auto s = std::make_shared<MV_RLEsegm>();
-    EXPECT_EQ(RLEsegm_get_blobs_number(s), 0);
-    EXPECT_EQ(s->nb_blobs_cur, -1);
-    EXPECT_EQ(s->blob_area_cur, -1);
-    EXPECT_EQ(s->nb_blobs_prev, -1);
-    EXPECT_EQ(s->blob_area_prev, -1);
-    EXPECT_EQ(s->step_x, 4);
-    EXPECT_EQ(s->step_y, 2);
-    EXPECT_EQ(s->blob_pool.size(), 2000u);
+    EXPECT_EQ(vals(RLEsegm_get_blobs_number(s), s->nb_blobs_cur, s->blob_area_cur, s->nb_blobs_prev,
+                   s->blob_area_prev, s->step_x, s->step_y, s->blob_pool.size()),
+              vals(0, -1, -1, -1, -1, 4, 2, 2000));
     EXPECT_EQ(s->msg.sender, s.get());
 
-    RLEsegm_init_privateKAP(s, 10, 100, 20, 200, 320, 240);
-    EXPECT_EQ(s->roi_xmin, 10);
-    EXPECT_EQ(s->roi_ymin, 20);
-    EXPECT_EQ(s->roi_xmax, 100);
-    EXPECT_EQ(s->roi_ymax, 200);
-    EXPECT_EQ(s->rle_img->width, 320);
-    EXPECT_EQ(s->rle_img->lines.size(), 240u);
-    EXPECT_EQ(s->seg_pool.size(), 100000u);
-    EXPECT_EQ(s->reg_pool.size(), 50000u);
-    EXPECT_EQ(s->reg_pool[123]->ident, 123);
-    EXPECT_EQ(s->last_blob, -1);
-    EXPECT_EQ(s->reg_mark, -1);
+    RLEsegm_init_privateKAP(s, 10, 100, 20, 200, 320, 240);  // x bounds first, unlike set_ROI
+    EXPECT_EQ(vals(s->roi_xmin, s->roi_ymin, s->roi_xmax, s->roi_ymax, s->rle_img->width, s->rle_img->lines.size()),
+              vals(10, 20, 100, 200, 320, 240));
+    EXPECT_EQ(vals(s->seg_pool.size(), s->reg_pool.size(), s->reg_pool[123]->ident, s->last_blob),
+              vals(100000, 50000, 123, -1));
 
     RLEsegm_decrease_blobs_number(s);
-    EXPECT_EQ(RLEsegm_get_blobs_number(s), -1);
-    RLEsegm_increase_blobs_number(s);
-    EXPECT_EQ(RLEsegm_get_blobs_number(s), 0);
+    EXPECT_EQ(RLEsegm_get_blobs_number(s), -1);  // no lower bound
 }
 
 TEST(RunExtraction, ExactRunsWithUnitSteps)
@@ -101,8 +96,8 @@ TEST(RunExtraction, ExactRunsWithUnitSteps)
     auto m = mask_from({"...###..#.", "......####"});
     auto s = segmenter_for(m);
     RLEsegm_segmentKAP(m, s);
-    EXPECT_EQ(runs_of_row(s, 0), (std::vector<std::pair<int, int>>{{3, 5}, {8, 8}}));
-    EXPECT_EQ(runs_of_row(s, 1), (std::vector<std::pair<int, int>>{{6, 9}}));  // ends at roi_xmax
+    EXPECT_EQ(runs_of_row(s, 0), (Runs{{3, 5}, {8, 8}}));
+    EXPECT_EQ(runs_of_row(s, 1), (Runs{{6, 9}}));  // ends at roi_xmax
     EXPECT_EQ(s->nb_segs, 3);
     EXPECT_EQ(RLEimage_get_line(s->rle_img, 1)->segs, &s->seg_pool[2]);  // lines are slices of the pool
 }
@@ -112,18 +107,18 @@ TEST(RunExtraction, ColumnSamplingStoresRunsBegunBetweenSamplesAsEmpty)
     auto inside = mask_from({"........########...."});
     auto s = segmenter_for(inside, 4, 1);
     RLEsegm_segmentKAP(inside, s);
-    EXPECT_EQ(runs_of_row(s, 0), (std::vector<std::pair<int, int>>{{5, 4}}));
+    EXPECT_EQ(runs_of_row(s, 0), (Runs{{5, 4}}));
 
     auto to_edge = mask_from({"........############"});
     RLEsegm_segmentKAP(to_edge, s);
-    EXPECT_EQ(runs_of_row(s, 0), (std::vector<std::pair<int, int>>{{5, 19}}));
+    EXPECT_EQ(runs_of_row(s, 0), (Runs{{5, 19}}));
 
     // A run found at the first sample ends on the back-column's initial 0.
     auto from_start = mask_from({"........######......##..."});
     auto s2 = segmenter_for(from_start, 4, 1);
     RLEsegm_set_ROI(8, 0, 24, 0, s2);
     RLEsegm_segmentKAP(from_start, s2);
-    EXPECT_EQ(runs_of_row(s2, 0), (std::vector<std::pair<int, int>>{{8, 0}, {17, 16}}));
+    EXPECT_EQ(runs_of_row(s2, 0), (Runs{{8, 0}, {17, 16}}));
 }
 
 TEST(RunExtraction, RowSamplingBackFillsAndReturnsToSparse)
@@ -136,22 +131,18 @@ TEST(RunExtraction, RowSamplingBackFillsAndReturnsToSparse)
     s->add_observer(&obs);
     auto head = RLEsegm_segmentKAP(m, s);
     ASSERT_EQ(blobs_of(head).size(), 1u);
-    EXPECT_EQ(head->npix, 6);  // row 5 back-filled, row 7 read densely
-    EXPECT_EQ(head->bbox.ymin, 5);
-    EXPECT_EQ(head->bbox.ymax, 7);
+    // Row 5 back-filled, row 7 read densely.
+    EXPECT_EQ(vals(head->npix, head->bbox.ymin, head->bbox.ymax), vals(6, 5, 7));
     EXPECT_EQ(RLEimage_get_line(s->rle_img, 9)->nb_segs, 0);
-    EXPECT_EQ(obs.calls, 1);
 
-    // Odd rows are never read while nothing is found on even rows.
+    // Odd rows are never read while nothing is found on even rows; the
+    // observers are notified also when nothing is found.
     auto odd = mask_from({"..........", "####......", "..........", "...#......"});
     auto s2 = segmenter_for(odd, 1, 2);
     s2->add_observer(&obs);
     EXPECT_EQ(RLEsegm_segmentKAP(odd, s2), nullptr);
     EXPECT_EQ(s2->nb_segs, 0);
-    EXPECT_EQ(obs.calls, 2);  // notified also when nothing is found
-    EXPECT_EQ(obs.last.type, 1);
-    EXPECT_EQ(obs.last.arg1, -1);
-    EXPECT_EQ(obs.last.arg2, -1);
+    EXPECT_EQ(vals(obs.calls, obs.last.type, obs.last.arg1, obs.last.arg2), vals(2, 1, -1, -1));
     s2->remove_observer(&obs);
     RLEsegm_segmentKAP(odd, s2);
     EXPECT_EQ(obs.calls, 2);
@@ -165,15 +156,12 @@ TEST(Labelling, ConnectivityMergesAndSurvivors)
 {
     auto diagonal = mask_from({"..###.....", ".....###.."});
     auto s = segmenter_for(diagonal);
-    EXPECT_EQ(blobs_of(RLEsegm_segmentKAP(diagonal, s)).size(), 2u);
+    EXPECT_EQ(blobs_of(RLEsegm_segmentKAP(diagonal, s)).size(), 2u);  // 4-connected only
 
     auto overlap = mask_from({"..###.....", "....######"});
     auto head = RLEsegm_segmentKAP(overlap, s);
     ASSERT_EQ(blobs_of(head).size(), 1u);
-    EXPECT_EQ(head->npix, 9);
-    EXPECT_EQ(head->bbox.xmin, 2);
-    EXPECT_EQ(head->bbox.xmax, 9);
-    EXPECT_EQ(head->bbox.ymax, 1);
+    EXPECT_EQ(vals(head->npix, head->bbox.xmin, head->bbox.xmax, head->bbox.ymax), vals(9, 2, 9, 1));
 
     auto u = mask_from({"##...##...", "#######..."});
     head = RLEsegm_segmentKAP(u, s);
@@ -199,12 +187,11 @@ TEST(Labelling, HolesIncludingTheFirstRowSelfPairing)
     // Three runs on the first non-empty row: the self-pairing counts a hole
     // on the regions of the first and second runs.
     auto three = mask_from({"..........", "#.#.#.....", "..........", ".........."});
-    head = RLEsegm_segmentKAP(three, s);
-    ASSERT_EQ(blobs_of(head).size(), 3u);
-    EXPECT_EQ(RLEsegm_get_region(0, s)->nholes, 1);
+    ASSERT_EQ(blobs_of(RLEsegm_segmentKAP(three, s)).size(), 3u);
+    EXPECT_EQ(vals(RLEsegm_get_region(0, s)->nholes, RLEsegm_get_region(1, s)->nholes,
+                   RLEsegm_get_region(2, s)->nholes),
+              vals(1, 1, 0));
     EXPECT_EQ(RLEsegm_get_region(0, s)->hole, RLEsegm_get_region(1, s));
-    EXPECT_EQ(RLEsegm_get_region(1, s)->nholes, 1);
-    EXPECT_EQ(RLEsegm_get_region(2, s)->nholes, 0);
 }
 
 TEST(RegionsToBlobs, FieldsFilterAndRegionLines)
@@ -215,23 +202,17 @@ TEST(RegionsToBlobs, FieldsFilterAndRegionLines)
     auto blobs = blobs_of(head);
     ASSERT_EQ(blobs.size(), 2u);
     EXPECT_EQ(head, s->blob_pool[0]);
-    EXPECT_EQ(blobs[0]->ident, 0);
-    EXPECT_EQ(blobs[1]->ident, 1);
-    EXPECT_EQ(blobs[0]->npix, 10);
-    EXPECT_EQ(blobs[0]->sumx, 25.0);
-    EXPECT_EQ(blobs[0]->xc, 2);  // 2.5 truncated
-    EXPECT_EQ(blobs[0]->yc, 0);
-    EXPECT_EQ(blobs[0]->nb_fathers, 1);
-    EXPECT_EQ(blobs[0]->npix_real, 10.0);
     EXPECT_EQ(blobs[1]->prev.get(), blobs[0]);
-    EXPECT_EQ(s->nb_blobs_cur, 2);
-    EXPECT_EQ(s->blob_area_cur, 6 * 2 + 3 * 1);  // box areas, not pixel counts
+    // Centre 2.5 truncated; box areas, not pixel counts, are summed.
+    EXPECT_EQ(vals(blobs[0]->ident, blobs[1]->ident, blobs[0]->npix, blobs[0]->xc, blobs[0]->yc,
+                   blobs[0]->nb_fathers, s->nb_blobs_cur, s->blob_area_cur),
+              vals(0, 1, 10, 2, 0, 1, 2, 6 * 2 + 3 * 1));
+    EXPECT_EQ(blobs[0]->sumx, 25.0);
+    EXPECT_EQ(blobs[0]->npix_real, 10.0);
 
     auto big = RLEsegm_get_region(0, s);
     ASSERT_EQ(big->reg_lines.size(), 2u);
-    EXPECT_EQ(big->reg_lines[1]->y, 1);
-    EXPECT_EQ(big->reg_lines[1]->nb_segs, 1);
-    EXPECT_EQ(big->reg_lines[1]->first_seg, 0);
+    EXPECT_EQ(vals(big->reg_lines[1]->y, big->reg_lines[1]->nb_segs, big->reg_lines[1]->first_seg), vals(1, 1, 0));
     EXPECT_EQ(RLEsegm_get_region(1, s)->reg_lines[0]->first_seg, 1);  // second run of row 0
 
     s->min_blob_side = 2;  // the 3x1 blob has height 1
@@ -292,18 +273,14 @@ TEST(SegmenterStatistics, EmptyFramesAndDensities)
     auto s = segmenter_for(one);
     rectangle* r = make_rectangle(0, 0, 2, 4);
     s->densities[r] = 16.0;
+    auto stats = [&] { return vals(s->nb_blobs_cur, s->blob_area_cur, s->nb_blobs_prev, s->blob_area_prev); };
 
     RLEsegm_segmentKAP(one, s);
-    EXPECT_EQ(s->nb_blobs_cur, 1);
-    EXPECT_EQ(s->blob_area_cur, 4);
-    EXPECT_EQ(s->nb_blobs_prev, -1);
+    EXPECT_EQ(stats(), vals(1, 4, -1, -1));
     EXPECT_EQ(s->densities[r], 2.0);
 
     EXPECT_EQ(RLEsegm_segmentKAP(none, s), nullptr);
-    EXPECT_EQ(s->nb_blobs_cur, 0);
-    EXPECT_EQ(s->blob_area_cur, 0);
-    EXPECT_EQ(s->nb_blobs_prev, 1);
-    EXPECT_EQ(s->blob_area_prev, 4);
+    EXPECT_EQ(stats(), vals(0, 0, 1, 4));
     EXPECT_EQ(s->densities[r], 2.0);  // untouched on an empty frame
 
     RLEsegm_segmentKAP(one, s);
@@ -318,20 +295,15 @@ TEST(SegmenterBlobList, AppendToHeadAndRemove)
     RLEsegm_blob_list_append(a, s);
     RLEsegm_blob_list_append(b, s);
     RLEsegm_blob_list_append_to_head(c, s);
-    EXPECT_EQ(s->blob_head, c);
-    EXPECT_EQ(c->next, a);
-    EXPECT_EQ(a->prev, c);
-    EXPECT_EQ(s->blob_tail, b);
+    EXPECT_TRUE(s->blob_head == c && c->next == a && a->prev == c && s->blob_tail == b);
     EXPECT_EQ(s->nb_blobs, 3);
 
     RLEsegm_blob_list_remove_blob(a, s);
-    EXPECT_EQ(c->next, b);
-    EXPECT_EQ(b->prev, c);
+    EXPECT_TRUE(c->next == b && b->prev == c);
     RLEsegm_blob_list_remove_blob(b, s);
     EXPECT_EQ(s->blob_tail, c);
     RLEsegm_blob_list_remove_blob(c, s);
     EXPECT_FALSE(s->blob_head);
-    EXPECT_EQ(s->nb_blobs, 0);
     RLEsegm_blob_list_remove_blob(c, s);  // empty list: nothing happens
     EXPECT_EQ(s->nb_blobs, 0);
     for (auto& x : {a, b, c}) x->next.reset(), x->prev.reset();
@@ -342,12 +314,10 @@ TEST(SubregionMeasures, SumsAndLimits)
     auto m = mask_from({"..........", "..........", "..........", "..........", "..........", "..#######.",
                         "..........", "..........", "..........", ".........."});
     auto s = segmenter_for(m);
-    auto head = RLEsegm_segmentKAP(m, s);
-    const int id = head->fathers[0];
+    const int id = RLEsegm_segmentKAP(m, s)->fathers[0];
     double sx = -1, sy = -1;
     EXPECT_EQ(subregion_get_sumxsumy(id, 4, 0, 6, 9, &sx, &sy, s), 3);
-    EXPECT_EQ(sx, 15.0);
-    EXPECT_EQ(sy, 15.0);
+    EXPECT_TRUE(sx == 15.0 && sy == 15.0);
     EXPECT_EQ(subregion_get_sumx(id, 4, 0, 6, 9, s), 15.0);
     EXPECT_EQ(subregion_get_sumy(id, 4, 0, 6, 9, s), 15.0);
     EXPECT_EQ(subregion_get_sumxsumy(id, 0, 9, 9, 0, &sx, &sy, s), 0);
@@ -358,14 +328,11 @@ TEST(SubregionMeasures, SumsAndLimits)
     EXPECT_EQ(subregion_get_sumxsumy(id, 8, 0, 9, 9, &sx, &sy, s), 1);
     int a = -1, b = -1;
     EXPECT_EQ(subregion_get_ylimit(id, 8, 0, 9, 9, &a, &b, s), 1);
-    EXPECT_EQ(a, 5);
-    EXPECT_EQ(b, 5);
+    EXPECT_EQ(vals(a, b), vals(5, 5));
     EXPECT_EQ(subregion_get_xlimit(id, 8, 0, 9, 9, &a, &b, s), -1);
-    EXPECT_EQ(a, 9);
-    EXPECT_EQ(b, 8);
+    EXPECT_EQ(vals(a, b), vals(9, 8));
     EXPECT_EQ(subregion_get_xlimit(id, 3, 0, 6, 9, &a, &b, s), 1);
-    EXPECT_EQ(a, 3);
-    EXPECT_EQ(b, 6);
+    EXPECT_EQ(vals(a, b), vals(3, 6));
     EXPECT_EQ(subregion_get_ylimit(id, 0, 9, 9, 0, &a, &b, s), -1);
 }
 

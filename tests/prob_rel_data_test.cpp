@@ -138,7 +138,9 @@ TEST(ProbRelData, ExchangeWithBlobCrossesMeasures)
     EXPECT_STREQ(b->info, "hyp");
     EXPECT_EQ(b->info3D[5], 9.5);
     for (int i = 0; i < 17; ++i)
-        if (kBlobSlot[i] >= 0) EXPECT_EQ(b->measures[kBlobSlot[i]], 100 + i) << "m" << i;
+        if (kBlobSlot[i] >= 0) {
+            EXPECT_EQ(b->measures[kBlobSlot[i]], 100 + i) << "m" << i;
+        }
     EXPECT_TRUE(b->prd_extra[0] == 103 && b->prd_extra[1] == 104 && b->prd_extra[2] == 105);
     EXPECT_TRUE(b->measures[4] == -1 && b->measures[6] == 0);  // entries 4..6 are not exchanged
 
@@ -148,7 +150,9 @@ TEST(ProbRelData, ExchangeWithBlobCrossesMeasures)
     q->m4 = 7;
     copy_blob_to_prd(b, q);
     for (int i = 0; i < 17; ++i)
-        if (kBlobSlot[i] >= 0) EXPECT_EQ(q->*kMeasure[i], 100 + i) << "m" << i;
+        if (kBlobSlot[i] >= 0) {
+            EXPECT_EQ(q->*kMeasure[i], 100 + i) << "m" << i;
+        }
     EXPECT_TRUE(q->m3 == 0 && q->m4 == 7 && q->occlusion == MM_AOI_OUTSIDE && q->next->prev == q);
     EXPECT_TRUE(q->type == VEHICLE && q->bbox.xmax == 3 && q->info3D[5] == 9.5);
     EXPECT_STREQ(q->info, "hyp");

@@ -9,14 +9,6 @@ using namespace image_detail;
 
 namespace {
 
-template <typename T>
-T load(const unsigned char* p)
-{
-    T v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-
 // Where a conversion writes: the caller's dst, checked to cover the span, or
 // a new image of the span's size whose origins put it at the span's corner.
 image* conversion_target(image* dst, image_type kind, const pixel_span& s)

@@ -11,20 +11,6 @@ using namespace image_detail;
 
 namespace {
 
-template <typename T>
-T load(const unsigned char* p)
-{
-    T v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-
-template <typename T>
-void store(unsigned char* p, T v)
-{
-    std::memcpy(p, &v, sizeof v);
-}
-
 bool difference_kind(image_type t)
 {
     return is_color_kind(t) || t == GREY_IMG || t == INT_IMG || t == FLOAT_IMG;

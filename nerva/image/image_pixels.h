@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "nerva/image/image.h"
 
@@ -115,6 +116,21 @@ inline uint32_t with_field10(uint32_t word, int shift, int32_t value)
 {
     const uint32_t mask = 0x3FFu << shift;
     return (word & ~mask) | ((static_cast<uint32_t>(value) & 0x3FFu) << shift);
+}
+
+// Unaligned reads and writes of multi-byte pixels.
+template <typename T>
+T load(const unsigned char* p)
+{
+    T v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+template <typename T>
+void store(unsigned char* p, T v)
+{
+    std::memcpy(p, &v, sizeof v);
 }
 
 }  // namespace image_detail

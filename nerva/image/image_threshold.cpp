@@ -18,20 +18,6 @@ bool prepare_destination(image* src, rectangle* rect, image* dst, image_type kin
     return covers(dst, span);
 }
 
-template <typename T>
-T load(const unsigned char* p)
-{
-    T v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-
-template <typename T>
-void store(unsigned char* p, T v)
-{
-    std::memcpy(p, &v, sizeof v);
-}
-
 // Keep-or-zero over four-byte pixels read as T.
 template <typename T, typename Passes>
 int keep_or_zero(image* src, rectangle* rect, image* dst, Passes passes)

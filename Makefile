@@ -10,7 +10,7 @@ DEMO_OUT   ?= demo-out
 DEMO_FLAGS ?= --open 3 --close 7 --min-pixels 150
 NERVA_BLOBS = $(BUILD_DIR)/tools/nerva-blobs/nerva-blobs
 
-.PHONY: all test demo build configure setup clean check-sanitize
+.PHONY: all test demo build configure setup clean check-sanitize bench
 
 all: build
 
@@ -46,6 +46,15 @@ demo:
 	@echo "  blobs.jsonl    one JSON line per frame ($$(wc -l < $(DEMO_OUT)/blobs.jsonl) lines)"
 	@echo "  frames/        every 25th frame with its blob boxes ($$(ls $(DEMO_OUT)/frames | wc -l) PNG files)"
 	@echo "  annotated.mp4  the whole video with its blob boxes"
+
+# Segmentation against OpenCV's labellers and countNonZero on real and
+# synthetic masks; BENCH_FLAGS=--quick for a short run.
+BENCH_FLAGS ?=
+bench:
+	@scripts/setup.sh bench
+	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DNERVA_BUILD_TOOLS=ON -DNERVA_BUILD_BENCH=ON $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(BUILD_DIR) -j$(JOBS) --target nerva_bench
+	@$(BUILD_DIR)/bench/nerva_bench $(BENCH_FLAGS)
 
 # The whole suite under AddressSanitizer + UndefinedBehaviorSanitizer (the
 # install test is left out: its consumer is not built with the sanitizers).

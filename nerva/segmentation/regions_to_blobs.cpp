@@ -2,6 +2,7 @@
 // segmenter's pool for every surviving region that passes the size filter.
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
 #include "nerva/segmentation/segmentationRLE.h"
 
@@ -10,6 +11,23 @@ namespace nerva {
 namespace {
 
 constexpr size_t kArenaChunk = 4096;
+
+// Written when the blob pool is full: the first part has no line end of its
+// own, so both parts stand on one line.
+constexpr char kPoolFullMessage[] = "RLEsegm_get_new_blob(): too many blobs !Last blob reused.\n";
+
+void write_pool_full_messages(int32_t count)
+{
+    char block[64 * (sizeof kPoolFullMessage - 1)];
+    const size_t len = sizeof kPoolFullMessage - 1;
+    const int32_t per_block = static_cast<int32_t>(sizeof block / len);
+    for (int32_t i = 0; i < per_block && i < count; ++i) std::memcpy(block + i * len, kPoolFullMessage, len);
+    while (count > 0) {
+        const int32_t n = count < per_block ? count : per_block;
+        std::fwrite(block, len, static_cast<size_t>(n), stderr);
+        count -= n;
+    }
+}
 
 // Region lines come from fixed chunks that never move, handed out through
 // non-owning shared pointers (aliasing an empty owner): no allocation once
@@ -77,15 +95,21 @@ std::shared_ptr<RLEblob> RLEsegm_get_new_blob(segm_ptr sp)
     if (s.last_blob == s.nb_pool_blobs) {
         const int32_t slots = static_cast<int32_t>(s.blob_pool.size());
         if (s.last_blob >= slots) {
-            std::fputs("RLEsegm_get_new_blob(): too many blobs !", stderr);
-            std::fputs("Last blob reused.\n", stderr);
+            if (s.batch_pool_full_messages) ++s.pending_pool_full_messages;
+            else std::fputs(kPoolFullMessage, stderr);
             s.last_blob = slots - 1;
             std::shared_ptr<RLEblob>& last = s.blob_pool[static_cast<size_t>(s.last_blob)];
             blob_clean(last);
             return last;
         }
         std::shared_ptr<RLEblob>& slot = s.blob_pool[static_cast<size_t>(s.nb_pool_blobs)];
-        slot = blob_new();
+        if (s.spare_blobs.empty()) {
+            slot = blob_new();
+        } else {
+            slot = std::move(s.spare_blobs.back());
+            s.spare_blobs.pop_back();
+            *slot = RLEblob{};  // as new: every field zero or null
+        }
         slot->ident = s.nb_pool_blobs;
         ++s.nb_pool_blobs;
     }
@@ -99,6 +123,8 @@ std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, 
     const std::shared_ptr<img2regs>& st = s->i2r;
     if (!st || !st->first) return nullptr;
     const region* end = st->last ? st->last->next.get() : nullptr;
+    s->batch_pool_full_messages = true;
+    s->pending_pool_full_messages = 0;
     for (const region* r = st->first.get(); r && r != end; r = r->next.get()) {
         if (r->absorber) continue;
         const int32_t w = r->x_max - r->x_min + 1;
@@ -125,6 +151,9 @@ std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, 
         b->spare_reals[0] = 0;
         RLEsegm_blob_list_append(std::move(b), s);
     }
+    s->batch_pool_full_messages = false;
+    if (s->pending_pool_full_messages > 0) write_pool_full_messages(s->pending_pool_full_messages);
+    s->pending_pool_full_messages = 0;
     if (s->nb_blobs == 0) return nullptr;
     return s->blob_pool[0];
 }

@@ -44,6 +44,8 @@
 //    or outside the initialised frame; a column step below 1. A row step of
 //    0 or less reads every row (dense mode), as designed. An inverted region
 //    of interest (xmin > xmax or ymin > ymax) is legal and finds nothing.
+//  - Blobs released by the pool trimming are recycled (zero-filled again)
+//    when the pool grows back, instead of being allocated anew.
 //  - Per-row region lines (region::reg_lines) come from an arena owned by the
 //    segmenter, through non-owning shared pointers (no reference counting on
 //    the hot path): they are valid until the next frame and never beyond the
@@ -123,6 +125,13 @@ public:
         std::vector<std::unique_ptr<RLEregionline[]>> chunks;
         size_t used = 0;
     } regline_arena;
+    // Blob records released by pool trimming, kept for the next pool growth
+    // so that a frame never allocates a blob once the largest frame was seen.
+    std::vector<std::shared_ptr<RLEblob>> spare_blobs;
+    // While regions become blobs, pool-full messages are counted and written
+    // together at the end (same bytes, one write instead of two per blob).
+    bool batch_pool_full_messages = false;
+    int32_t pending_pool_full_messages = 0;
 
     // Makes sure entry `index` of the segment pool exists, growing the pool
     // (and re-pointing every run-length line) when needed.

@@ -77,7 +77,7 @@ bool segmenter_refuses_frame(const MV_RLEsegm& s, const cv::Mat& mask, const cha
     return true;
 }
 
-MV_RLEsegm::MV_RLEsegm() : blob_pool(kBlobPoolSlots), msg(this) {}
+MV_RLEsegm::MV_RLEsegm() : blob_pool(kBlobPoolSlots), msg(this) { spare_blobs.reserve(kBlobPoolSlots); }
 
 MV_RLEsegm::~MV_RLEsegm()
 {
@@ -90,6 +90,7 @@ MV_RLEsegm::~MV_RLEsegm()
     blob_tail.reset();
     for (auto& b : blob_pool) cut_blob_links(b);
     blob_pool.clear();
+    spare_blobs.clear();
 }
 
 std::vector<std::shared_ptr<region>> RLEsegm_reg_pool_init(int n, segm_ptr s)
@@ -141,12 +142,22 @@ void RLEsegm_reset(segm_ptr s)
     // Trim the blob pool only when it is clearly oversized. The slot
     // `last_blob` itself goes too, so exactly `last_blob` blobs remain.
     if (s->last_blob >= 20 && s->nb_pool_blobs - s->last_blob >= 11) {
+        // Cut the list links into and within the trimmed range first (the
+        // list's tail is the blob at last_blob), so the released records are
+        // really free.
+        s->blob_head.reset();
+        s->blob_tail.reset();
+        const std::shared_ptr<RLEblob>& kept_tail = s->blob_pool[static_cast<size_t>(s->last_blob - 1)];
+        if (kept_tail && kept_tail->next == s->blob_pool[static_cast<size_t>(s->last_blob)]) kept_tail->next.reset();
+        for (int i = s->last_blob; i < s->nb_pool_blobs; ++i) cut_blob_links(s->blob_pool[static_cast<size_t>(i)]);
         for (int i = s->last_blob; i < s->nb_pool_blobs; ++i) {
             std::shared_ptr<RLEblob>& slot = s->blob_pool[static_cast<size_t>(i)];
             if (!slot) continue;
-            cut_blob_links(slot);
             std::shared_ptr<RLEblob> b = slot;
             blob_free(b);
+            // Nobody else should hold a pool blob past the frame; if the host
+            // does, the record is left to it rather than recycled.
+            if (slot.use_count() == 1) s->spare_blobs.push_back(std::move(slot));
             slot.reset();
         }
         s->nb_pool_blobs = s->last_blob;

@@ -1,0 +1,187 @@
+// nerva's segmenter against OpenCV's connected-component labelling and the
+// cost of reading the mask once (countNonZero), on the same masks in the
+// same run. Prints Google Benchmark's lines, then one table per input with
+// the time per frame, the ratios and the steady-state heap allocations per
+// frame.
+//
+//   nerva_bench [--quick] [google benchmark flags]
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <opencv2/imgproc.hpp>
+
+#include "alloc_counter.h"
+#include "masks.h"
+#include "nerva/nerva.h"
+
+namespace {
+
+struct Contender {
+    std::string name;
+    // Builds a per-benchmark state for masks of one size and returns the
+    // per-frame call.
+    std::function<std::function<void(const cv::Mat&)>(cv::Size)> make;
+};
+
+std::vector<Contender> contenders()
+{
+    std::vector<Contender> c;
+    auto nerva_with_steps = [](int sx, int sy) {
+        return [sx, sy](cv::Size size) {
+            auto s = std::make_shared<nerva::MV_RLEsegm>();
+            nerva::RLEsegm_init_privateKAP(s, 0, size.width - 1, 0, size.height - 1, size.width, size.height);
+            nerva::RLEsegm_set_steps(s, sx, sy);
+            return std::function<void(const cv::Mat&)>([s](const cv::Mat& m) {
+                benchmark::DoNotOptimize(nerva::RLEsegm_segmentKAP(m, s).get());
+            });
+        };
+    };
+    c.push_back({"nerva 1,1", nerva_with_steps(1, 1)});
+    c.push_back({"nerva 4,2", nerva_with_steps(4, 2)});
+    const std::pair<const char*, int> algorithms[] = {{"SAUF", cv::CCL_SAUF},       {"BBDT", cv::CCL_BBDT},
+                                                      {"Spaghetti", cv::CCL_SPAGHETTI}, {"WU", cv::CCL_WU},
+                                                      {"GRANA", cv::CCL_GRANA},     {"BOLELLI", cv::CCL_BOLELLI},
+                                                      {"DEFAULT", cv::CCL_DEFAULT}};
+    auto opencv = [](int connectivity, int algorithm) {
+        return [connectivity, algorithm](cv::Size) {
+            auto buffers = std::make_shared<std::vector<cv::Mat>>(3);
+            return std::function<void(const cv::Mat&)>([buffers, connectivity, algorithm](const cv::Mat& m) {
+                auto& b = *buffers;
+                benchmark::DoNotOptimize(
+                    cv::connectedComponentsWithStats(m, b[0], b[1], b[2], connectivity, CV_32S, algorithm));
+            });
+        };
+    };
+    for (const auto& a : algorithms) c.push_back({std::string("cv4 ") + a.first, opencv(4, a.second)});
+    c.push_back({"cv8 DEFAULT", opencv(8, cv::CCL_DEFAULT)});
+    c.push_back({"countNonZero", [](cv::Size) {
+                     return std::function<void(const cv::Mat&)>(
+                         [](const cv::Mat& m) { benchmark::DoNotOptimize(cv::countNonZero(m)); });
+                 }});
+    return c;
+}
+
+struct Result {
+    double ns_per_frame = 0;
+    double allocs_per_frame = 0;
+};
+
+// input -> contender -> result
+std::map<std::string, std::map<std::string, Result>> g_results;
+std::vector<std::string> g_input_order;
+
+void register_input(const MaskSet& set)
+{
+    if (set.masks.empty()) return;
+    g_input_order.push_back(set.name);
+    auto masks = std::make_shared<std::vector<cv::Mat>>(set.masks);
+    for (const Contender& c : contenders()) {
+        const std::string input = set.name, contender = c.name;
+        auto make = c.make;
+        benchmark::RegisterBenchmark((input + " | " + contender).c_str(), [=](benchmark::State& st) {
+            auto frame = make((*masks)[0].size());
+            // Warm-up: pools, buffers and caches reach their steady state.
+            for (size_t i = 0; i < masks->size() && i < 100; ++i) frame((*masks)[i]);
+            size_t i = 0;
+            const uint64_t allocs_before = heap_allocations();
+            for (auto _ : st) {
+                frame((*masks)[i]);
+                if (++i == masks->size()) i = 0;
+            }
+            const double allocs = static_cast<double>(heap_allocations() - allocs_before);
+            st.counters["allocs/frame"] = allocs / static_cast<double>(st.iterations());
+            g_results[input][contender].allocs_per_frame = allocs / static_cast<double>(st.iterations());
+        })->Unit(benchmark::kMicrosecond);
+    }
+}
+
+class TableReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override
+    {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& r : runs) {
+            const std::string name = r.benchmark_name();
+            const size_t bar = name.find(" | ");
+            if (bar == std::string::npos || r.iterations == 0) continue;
+            g_results[name.substr(0, bar)][name.substr(bar + 3)].ns_per_frame =
+                r.GetAdjustedRealTime() * 1e3;  // reported in microseconds
+        }
+    }
+};
+
+void print_tables()
+{
+    std::printf("\n");
+    for (const std::string& input : g_input_order) {
+        auto& row = g_results[input];
+        for (auto it = row.begin(); it != row.end();) it = it->second.ns_per_frame > 0 ? std::next(it) : row.erase(it);
+        if (!row.count("countNonZero") || !row.count("cv8 DEFAULT")) continue;  // filtered out
+        // The fastest 4-connectivity algorithm of OpenCV is the one to beat.
+        std::string best4;
+        for (auto& [name, r] : row)
+            if (name.rfind("cv4 ", 0) == 0 && (best4.empty() || r.ns_per_frame < row[best4].ns_per_frame)) best4 = name;
+        const double cv4 = row[best4].ns_per_frame, cv8 = row["cv8 DEFAULT"].ns_per_frame;
+        const double read = row["countNonZero"].ns_per_frame;
+        std::printf("### %s\n\n", input.c_str());
+        std::printf("| contender | time/frame (us) | fastest cv4 (%s) / this | cv8 / this | this / countNonZero | "
+                    "allocs/frame |\n|---|---:|---:|---:|---:|---:|\n",
+                    best4.c_str());
+        for (auto& [name, r] : row)
+            std::printf("| %s | %.1f | %.2f | %.2f | %.2f | %.2f |\n", name.c_str(), r.ns_per_frame / 1e3,
+                        cv4 / r.ns_per_frame, cv8 / r.ns_per_frame, r.ns_per_frame / read, r.allocs_per_frame);
+        std::printf("\n");
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    bool quick = false;
+    std::vector<char*> args;
+    for (int i = 0; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--quick") == 0) quick = true;
+        else args.push_back(argv[i]);
+    }
+    int n = static_cast<int>(args.size());
+    benchmark::Initialize(&n, args.data());
+
+    const char* video = std::getenv("NERVA_BENCH_VIDEO");
+    const std::string path = video ? video : "/usr/share/doc/opencv-doc/examples/data/vtest.avi";
+    const int synth = quick ? 2 : 8;
+    std::vector<cv::Mat> real = vtest_masks(path, quick ? 40 : 1);
+    if (real.empty()) std::fprintf(stderr, "nerva_bench: %s not found; real-mask inputs skipped\n", path.c_str());
+    register_input({"vtest 768x576", real});
+    if (!quick) {
+        std::vector<cv::Mat> every4;
+        for (size_t i = 0; i < real.size(); i += 4) every4.push_back(real[i]);
+        register_input({"vtest 1920x1080", scaled(every4, {1920, 1080})});
+        std::vector<cv::Mat> every16;
+        for (size_t i = 0; i < real.size(); i += 16) every16.push_back(real[i]);
+        register_input({"vtest 3840x2160", scaled(every16, {3840, 2160})});
+    }
+    const cv::Size sizes[] = {{640, 480}, {1920, 1080}, {3840, 2160}};
+    for (const cv::Size& size : sizes) {
+        if (quick && size.width > 640) break;
+        const std::string dims = std::to_string(size.width) + "x" + std::to_string(size.height);
+        for (double f : {0.01, 0.05, 0.20, 0.50})
+            register_input({"blobby " + std::to_string(static_cast<int>(f * 100)) + "% " + dims,
+                            blobby_masks(size, f, synth, 1)});
+        register_input({"salt 1% " + dims, salt_masks(size, 0.01, synth, 2)});
+    }
+
+    TableReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    print_tables();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -249,6 +249,28 @@ TEST(RegionsToBlobs, PoolTrimmingBoundary)
     }
 }
 
+TEST(RegionsToBlobs, BlobsHandedOutAfterTrimmingAreAsNew)
+{
+    auto many = dots(45), few = dots(30);
+    cv::Mat padded(many.rows, many.cols, CV_8UC1, cv::Scalar(0));
+    few.copyTo(padded(cv::Rect(0, 0, few.cols, few.rows)));
+    auto s = segmenter_for(many);
+    for (RLEblob* b : blobs_of(RLEsegm_segmentKAP(many, s))) {
+        b->info[0] = 'x';  // host data that segmentation does not write
+        b->measures[3] = 5;
+    }
+    RLEsegm_segmentKAP(padded, s);
+    RLEsegm_reset(s);  // trims the pool to 29 blobs
+    auto again = blobs_of(RLEsegm_segmentKAP(many, s));
+    ASSERT_EQ(again.size(), 45u);
+    EXPECT_EQ(again[28]->info[0], 'x');  // a kept blob keeps what the host wrote
+    for (size_t i = 29; i < again.size(); ++i) {
+        EXPECT_EQ(again[i]->info[0], 0) << i;
+        EXPECT_EQ(again[i]->measures[3], 0) << i;
+        EXPECT_EQ(again[i]->ident, static_cast<int>(i));
+    }
+}
+
 TEST(RegionsToBlobs, PoolFullReusesTheLastBlobWithoutLoopingTheList)
 {
     auto m = dots(2003);

@@ -158,7 +158,7 @@ int main(int argc, char** argv)
     const char* video = std::getenv("NERVA_BENCH_VIDEO");
     const std::string path = video ? video : "/usr/share/doc/opencv-doc/examples/data/vtest.avi";
     const int synth = quick ? 2 : 8;
-    std::vector<cv::Mat> real = vtest_masks(path, quick ? 40 : 1);
+    std::vector<cv::Mat> real = vtest_masks(path, 1);
     if (real.empty()) std::fprintf(stderr, "nerva_bench: %s not found; real-mask inputs skipped\n", path.c_str());
     register_input({"vtest 768x576", real});
     if (!quick) {

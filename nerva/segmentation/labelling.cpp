@@ -9,6 +9,7 @@
 // the driver and a host stepping by hand run the very same code.
 #include <cstdio>
 
+#include "nerva/segmentation/pool_blocks.h"
 #include "nerva/segmentation/region_ops.h"
 #include "nerva/segmentation/segmentationRLE.h"
 
@@ -62,10 +63,8 @@ struct Sweep {
             // shared pointer, so nothing already handed out moves).
             const size_t n = s->reg_pool.size();
             s->reg_pool.resize(n + n / 2 + 64);
-            for (size_t i = n; i < s->reg_pool.size(); ++i) {
-                s->reg_pool[i] = region_new();
-                s->reg_pool[i]->ident = static_cast<int32_t>(i);
-            }
+            detail::fill_from_block(s->reg_pool, n, s->reg_pool.size());
+            for (size_t i = n; i < s->reg_pool.size(); ++i) s->reg_pool[i]->ident = static_cast<int32_t>(i);
         }
         const std::shared_ptr<region>& reg = s->reg_pool[static_cast<size_t>(s->nb_regs++)];
         detail::region_init(*reg, x_start, run.x_end, y);

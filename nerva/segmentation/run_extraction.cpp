@@ -11,6 +11,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "nerva/segmentation/pool_blocks.h"
 #include "nerva/segmentation/segmenter_internal.h"
 
 namespace nerva {
@@ -107,7 +108,8 @@ void MV_RLEsegm::grow_segment_pool(int32_t index)
                 line->segs = reinterpret_cast<std::shared_ptr<segment>*>(new_base + (p - old_base));
         }
     }
-    while (seg_pool.size() < new_size) seg_pool.push_back(segment_new());
+    seg_pool.resize(new_size);
+    detail::fill_from_block(seg_pool, old_size, new_size);
 }
 
 void MV_RLEsegm::RLEsegm_build_RLElineKAP(int y, const cv::Mat& mask)

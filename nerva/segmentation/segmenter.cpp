@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "nerva/geometry/wrap_arith.h"
+#include "nerva/segmentation/pool_blocks.h"
 #include "nerva/segmentation/segmenter_internal.h"
 
 namespace nerva {
@@ -97,10 +98,8 @@ std::vector<std::shared_ptr<region>> RLEsegm_reg_pool_init(int n, segm_ptr s)
 {
     cut_region_links(s->reg_pool);
     s->reg_pool.resize(n > 0 ? static_cast<size_t>(n) : 0);
-    for (size_t i = 0; i < s->reg_pool.size(); ++i) {
-        s->reg_pool[i] = region_new();
-        s->reg_pool[i]->ident = static_cast<int32_t>(i);
-    }
+    detail::fill_from_block(s->reg_pool, 0, s->reg_pool.size());
+    for (size_t i = 0; i < s->reg_pool.size(); ++i) s->reg_pool[i]->ident = static_cast<int32_t>(i);
     s->nb_regs = 0;
     return s->reg_pool;
 }
@@ -109,7 +108,7 @@ std::vector<std::shared_ptr<segment>> RLEsegm_seg_pool_init(int n, segm_ptr s)
 {
     s->ensure_segment_slot(n - 1);  // keeps run-length lines valid if storage moves
     s->seg_pool.resize(n > 0 ? static_cast<size_t>(n) : 0);
-    for (auto& seg : s->seg_pool) seg = segment_new();
+    detail::fill_from_block(s->seg_pool, 0, s->seg_pool.size());
     s->nb_segs = 0;
     return s->seg_pool;
 }

@@ -1,0 +1,25 @@
+#pragma once
+
+// Pools of records carved from one allocation. Every record of a block shares
+// the block's reference count, so the shared pointers the labelling copies
+// touch one hot counter instead of one cold counter per record, and the
+// records lie next to each other in memory. A block lives as long as any of
+// its records is referenced. Internal header.
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+namespace nerva {
+namespace detail {
+
+// Fills slots [from, to) of `pool` with value-initialised records of one new block.
+template <class T>
+void fill_from_block(std::vector<std::shared_ptr<T>>& pool, size_t from, size_t to)
+{
+    if (to <= from) return;
+    std::shared_ptr<T> block(new T[to - from](), std::default_delete<T[]>());
+    for (size_t i = from; i < to; ++i) pool[i] = std::shared_ptr<T>(block, block.get() + (i - from));
+}
+
+}  // namespace detail
+}  // namespace nerva

@@ -242,3 +242,57 @@ TEST(SegmentationDifferential, PoolsGrowForAFullHdCheckerboard)
     cv::Mat next = blocky(rng, w, h, 0.05);
     ASSERT_EQ(compare_with_opencv(next, s, segment_quietly(next, s)), "");
 }
+
+// The driver labels on plain indices; a host stepping through the public
+// img2regs functions must get exactly the same regions, links and state.
+TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
+{
+    std::mt19937 rng(4242);
+    auto ident = [](const std::shared_ptr<region>& r) { return r ? r->ident : -1; };
+    segm_ptr driver, steps;
+    int w = 0, h = 0;
+    for (int trial = 0; trial < 300; ++trial) {
+        if (trial % 30 == 0) {  // a new frame size every 30 frames; state carries over frames
+            w = 1 + static_cast<int>(rng() % 40);
+            h = 1 + static_cast<int>(rng() % 30);
+            driver = make_segmenter(w, h);
+            steps = make_segmenter(w, h);
+        }
+        cv::Mat mask = (trial % 2) ? blocky(rng, w, h, 0.4) : speckled(rng, w, h, 0.3);
+        for (auto s : {driver, steps}) RLEsegm_set_ROI(0, trial % 3 < h ? trial % 3 : 0, w - 1, h - 1, s);
+        segment_quietly(mask, driver);
+
+        RLEsegm_reset(steps);
+        steps->rle_img = steps->RLEsegm_build_RLEimageKAP(mask);
+        ASSERT_EQ(steps->nb_segs, driver->nb_segs);
+        if (steps->nb_segs == 0) continue;
+        img2regs_init(steps->i2r, steps);
+        img2regs_exec(steps->i2r, steps->roi_ymax - steps->roi_ymin + 1, steps);
+        img2regs_pass2(steps->i2r, steps);
+
+        ASSERT_EQ(steps->nb_regs, driver->nb_regs) << "trial " << trial;
+        for (int k = 0; k < steps->nb_segs; ++k)
+            ASSERT_EQ(ident(steps->seg_pool[k]->owner), ident(driver->seg_pool[k]->owner)) << "run " << k;
+        for (int i = 0; i < steps->nb_regs; ++i) {
+            const region &a = *steps->reg_pool[i], &b = *driver->reg_pool[i];
+            ASSERT_TRUE(a.npix == b.npix && a.nholes == b.nholes && a.x_min == b.x_min && a.x_max == b.x_max &&
+                        a.y_min == b.y_min && a.y_max == b.y_max && a.seed_x == b.seed_x && a.sum_x == b.sum_x &&
+                        a.sum_y == b.sum_y)
+                << "region " << i << " trial " << trial;
+            ASSERT_EQ(ident(a.absorber), ident(b.absorber)) << "region " << i;
+            ASSERT_EQ(ident(a.hole), ident(b.hole)) << "region " << i;
+            ASSERT_EQ(ident(a.next), ident(b.next)) << "region " << i;
+        }
+        const img2regs &a = *steps->i2r, &b = *driver->i2r;
+        EXPECT_EQ(ident(a.first), ident(b.first));
+        EXPECT_EQ(ident(a.last), ident(b.last));
+        EXPECT_TRUE(a.y == b.y && a.cur_count == b.cur_count && a.prev_count == b.prev_count &&
+                    a.cur_idx == b.cur_idx && a.prev_idx == b.prev_idx);
+        EXPECT_EQ(a.cur_runs - steps->seg_pool.data(), b.cur_runs - driver->seg_pool.data());
+        EXPECT_EQ(a.prev_runs - steps->seg_pool.data(), b.prev_runs - driver->seg_pool.data());
+        EXPECT_EQ(a.cur_seg ? a.cur_seg.get() - steps->seg_pool[0].get() : -1,
+                  b.cur_seg ? b.cur_seg.get() - driver->seg_pool[0].get() : -1);
+        EXPECT_EQ(a.prev_seg ? a.prev_seg.get() - steps->seg_pool[0].get() : -1,
+                  b.prev_seg ? b.prev_seg.get() - driver->seg_pool[0].get() : -1);
+    }
+}

@@ -9,7 +9,8 @@
 namespace nerva {
 namespace detail {
 
-inline void region_init(region& r, int x_start, int x_end, int y)
+// The statistics part of region_init: the region's links are left alone.
+inline void region_init_stats(region& r, int x_start, int x_end, int y)
 {
     r.seed_x = x_start;
     r.y_min = y;
@@ -17,16 +18,33 @@ inline void region_init(region& r, int x_start, int x_end, int y)
     r.x_max = x_end;
     r.y_max = y;
     r.nholes = 0;
-    r.link.reset();
-    r.next.reset();
-    r.absorber.reset();
-    r.hole.reset();
     const int32_t n = wrap_add(wrap_sub(x_end, x_start), 1);
     r.npix = n;
     // The numerator is always even, so halving it as a double is exact.
     const int32_t twice_sum = wrap_add(wrap_mul(wrap_sub(1, x_start), x_start), wrap_mul(wrap_add(x_end, 1), x_end));
     r.sum_x = twice_sum * 0.5;
     r.sum_y = static_cast<double>(wrap_mul(y, n));
+}
+
+inline void region_init(region& r, int x_start, int x_end, int y)
+{
+    region_init_stats(r, x_start, x_end, y);
+    r.link.reset();
+    r.next.reset();
+    r.absorber.reset();
+    r.hole.reset();
+}
+
+// The statistics part of region_merge.
+inline void region_merge_stats(region& survivor, const region& absorbed)
+{
+    survivor.npix = wrap_add(survivor.npix, absorbed.npix);
+    survivor.nholes = wrap_add(survivor.nholes, absorbed.nholes);
+    survivor.sum_x += absorbed.sum_x;
+    survivor.sum_y += absorbed.sum_y;
+    if (absorbed.x_min < survivor.x_min) survivor.x_min = absorbed.x_min;
+    if (absorbed.x_max > survivor.x_max) survivor.x_max = absorbed.x_max;
+    if (absorbed.y_max > survivor.y_max) survivor.y_max = absorbed.y_max;
 }
 
 inline void region_add_run(region& r, int x_start, int x_end, int y)
@@ -44,13 +62,7 @@ inline void region_add_run(region& r, int x_start, int x_end, int y)
 inline void region_merge(region& survivor, const std::shared_ptr<region>& survivor_ref, region& absorbed)
 {
     absorbed.absorber = survivor_ref;
-    survivor.npix = wrap_add(survivor.npix, absorbed.npix);
-    survivor.nholes = wrap_add(survivor.nholes, absorbed.nholes);
-    survivor.sum_x += absorbed.sum_x;
-    survivor.sum_y += absorbed.sum_y;
-    if (absorbed.x_min < survivor.x_min) survivor.x_min = absorbed.x_min;
-    if (absorbed.x_max > survivor.x_max) survivor.x_max = absorbed.x_max;
-    if (absorbed.y_max > survivor.y_max) survivor.y_max = absorbed.y_max;
+    region_merge_stats(survivor, absorbed);
 }
 
 }  // namespace detail

@@ -129,7 +129,7 @@ void MV_RLEsegm::RLEsegm_build_RLElineKAP(int y, const cv::Mat& mask)
         segment& seg = *seg_pool[static_cast<size_t>(nb_segs++)];
         seg.x_start = x_start;
         seg.x_end = x_end;
-        seg.owner.reset();
+        if (reset_run_owners) seg.owner.reset();
         ++runs;
     };
 
@@ -212,6 +212,16 @@ std::shared_ptr<RLEimage> MV_RLEsegm::RLEsegm_build_RLEimageKAP(const cv::Mat& m
         }
     }
     return rle_img;
+}
+
+void extract_frame(MV_RLEsegm& s, const cv::Mat& mask)
+{
+    struct RestoreOwnerResets {
+        MV_RLEsegm& s;
+        ~RestoreOwnerResets() { s.reset_run_owners = true; }
+    } restore{s};
+    s.reset_run_owners = false;
+    s.rle_img = s.RLEsegm_build_RLEimageKAP(mask);
 }
 
 }  // namespace nerva

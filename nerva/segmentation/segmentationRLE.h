@@ -125,6 +125,16 @@ public:
         std::vector<std::unique_ptr<RLEregionline[]>> chunks;
         size_t used = 0;
     } regline_arena;
+    // The driver labels on plain indices (region per run, absorber and hole
+    // per region) and writes the shared-pointer fields once, at the end.
+    struct LabelScratch {
+        std::vector<int32_t> run_owner;
+        std::vector<int32_t> absorber;
+        std::vector<int32_t> hole;
+    } label_scratch;
+    // Run extraction resets each run's owner unless the driver, which
+    // rewrites every owner after labelling, turns this off.
+    bool reset_run_owners = true;
     // Blob records released by pool trimming, kept for the next pool growth
     // so that a frame never allocates a blob once the largest frame was seen.
     std::vector<std::shared_ptr<RLEblob>> spare_blobs;

@@ -192,7 +192,7 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr s)
     }
     RLEsegm_reset(s);
     RLEreset_blob_idents(s);
-    s->rle_img = s->RLEsegm_build_RLEimageKAP(mask);
+    extract_frame(*s, mask);
 
     if (s->nb_segs == 0) {
         s->nb_blobs_prev = s->nb_blobs_cur;
@@ -202,9 +202,9 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr s)
         return nullptr;
     }
 
-    img2regs_init(s->i2r, s);
-    img2regs_exec(s->i2r, s->roi_ymax - s->roi_ymin + 1, s);
-    img2regs_pass2(s->i2r, s);
+    // The sweep of img2regs_init, img2regs_exec over the rows of interest
+    // and img2regs_pass2, on plain indices.
+    label_frame(*s);
     set_segs_in_regsKAP(s, mask.rows);
     std::shared_ptr<RLEblob> head = RLEsegm_regions2blobsKAP(min_side, min_pixels, s);
 

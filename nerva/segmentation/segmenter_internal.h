@@ -11,4 +11,15 @@ namespace nerva {
 // outside the mask or the frame, column step below 1).
 bool segmenter_refuses_frame(const MV_RLEsegm& s, const cv::Mat& mask, const char* who);
 
+// Labels the runs of the current frame exactly as img2regs_init,
+// img2regs_exec over the rows of interest and img2regs_pass2 would, leaving
+// the same regions, run owners and img2regs state, but sweeping on plain
+// indices. Run owners need not have been reset by the extraction.
+void label_frame(MV_RLEsegm& s);
+
+// Extracts the runs of every row of interest like
+// MV_RLEsegm::RLEsegm_build_RLEimageKAP (observers included), without
+// resetting the runs' owners, which label_frame overwrites.
+void extract_frame(MV_RLEsegm& s, const cv::Mat& mask);
+
 }  // namespace nerva

@@ -42,13 +42,25 @@ inline unsigned zero_bytes16(const uint8_t* p)
 inline int next_foreground(const uint8_t* row, int x, int end)
 {
 #if defined(__SSE2__)
-    // Masks are mostly background: skip 64 empty bytes per test, with four
-    // independent loads in flight.
+    // Masks are mostly background: skip 256, then 64 empty bytes per test,
+    // with many independent loads in flight.
+    const __m128i zero = _mm_setzero_si128();
+    while (x + 256 <= end) {
+        const __m128i* p = reinterpret_cast<const __m128i*>(row + x);
+        __m128i a = _mm_or_si128(_mm_loadu_si128(p), _mm_loadu_si128(p + 1));
+        __m128i b = _mm_or_si128(_mm_loadu_si128(p + 2), _mm_loadu_si128(p + 3));
+        for (int i = 4; i < 16; i += 4) {
+            a = _mm_or_si128(a, _mm_or_si128(_mm_loadu_si128(p + i), _mm_loadu_si128(p + i + 1)));
+            b = _mm_or_si128(b, _mm_or_si128(_mm_loadu_si128(p + i + 2), _mm_loadu_si128(p + i + 3)));
+        }
+        if (_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_or_si128(a, b), zero)) != 0xFFFF) break;
+        x += 256;
+    }
     while (x + 64 <= end) {
         const __m128i* p = reinterpret_cast<const __m128i*>(row + x);
         const __m128i any = _mm_or_si128(_mm_or_si128(_mm_loadu_si128(p), _mm_loadu_si128(p + 1)),
                                          _mm_or_si128(_mm_loadu_si128(p + 2), _mm_loadu_si128(p + 3)));
-        if (_mm_movemask_epi8(_mm_cmpeq_epi8(any, _mm_setzero_si128())) != 0xFFFF) break;
+        if (_mm_movemask_epi8(_mm_cmpeq_epi8(any, zero)) != 0xFFFF) break;
         x += 64;
     }
     while (x + 16 <= end) {

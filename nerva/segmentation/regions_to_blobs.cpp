@@ -88,9 +88,21 @@ void set_segs_in_regsKAP(segm_ptr sp, int nrows)
     }
 }
 
-std::shared_ptr<RLEblob> RLEsegm_get_new_blob(segm_ptr sp)
+namespace {
+
+// blob_clean without taking a reference to the blob.
+void clean_pool_blob(RLEblob& b)
 {
-    MV_RLEsegm& s = *sp;
+    free_prd_list(b.prd_list);
+    free_prd_list(b.prd_list_2);
+    b.buffer = nullptr;
+    b.prd_list = nullptr;
+    b.prd_list_2 = nullptr;
+}
+
+// The next free pool blob, cleaned: the slot itself, no reference taken.
+const std::shared_ptr<RLEblob>& take_pool_blob(MV_RLEsegm& s)
+{
     ++s.last_blob;
     if (s.last_blob == s.nb_pool_blobs) {
         const int32_t slots = static_cast<int32_t>(s.blob_pool.size());
@@ -98,8 +110,8 @@ std::shared_ptr<RLEblob> RLEsegm_get_new_blob(segm_ptr sp)
             if (s.batch_pool_full_messages) ++s.pending_pool_full_messages;
             else std::fputs(kPoolFullMessage, stderr);
             s.last_blob = slots - 1;
-            std::shared_ptr<RLEblob>& last = s.blob_pool[static_cast<size_t>(s.last_blob)];
-            blob_clean(last);
+            const std::shared_ptr<RLEblob>& last = s.blob_pool[static_cast<size_t>(s.last_blob)];
+            clean_pool_blob(*last);
             return last;
         }
         std::shared_ptr<RLEblob>& slot = s.blob_pool[static_cast<size_t>(s.nb_pool_blobs)];
@@ -113,49 +125,81 @@ std::shared_ptr<RLEblob> RLEsegm_get_new_blob(segm_ptr sp)
         slot->ident = s.nb_pool_blobs;
         ++s.nb_pool_blobs;
     }
-    std::shared_ptr<RLEblob>& b = s.blob_pool[static_cast<size_t>(s.last_blob)];
-    blob_clean(b);
+    const std::shared_ptr<RLEblob>& b = s.blob_pool[static_cast<size_t>(s.last_blob)];
+    clean_pool_blob(*b);
     return b;
 }
 
-std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, segm_ptr s)
+void fill_from_region(RLEblob& b, const region& r)
 {
-    const std::shared_ptr<img2regs>& st = s->i2r;
+    b.bbox.xmin = r.x_min;
+    b.bbox.ymin = r.y_min;
+    b.bbox.xmax = r.x_max;
+    b.bbox.ymax = r.y_max;
+    b.bbox.width = r.x_max - r.x_min + 1;
+    b.bbox.height = r.y_max - r.y_min + 1;
+    b.npix = r.npix;
+    b.xc = truncated_mean(r.sum_x, r.npix);
+    b.yc = truncated_mean(r.sum_y, r.npix);
+    b.fathers[0] = r.ident;
+    b.nb_fathers = 1;
+    b.npix_real = r.npix;
+    b.sumy = r.sum_y;
+    b.sumx = r.sum_x;
+    b.occlusion = MM_OCCL_NONE;
+    b.type = UNKNOWN;
+    b.spare_reals[0] = 0;
+}
+
+inline void set_link(std::shared_ptr<RLEblob>& field, const std::shared_ptr<RLEblob>& value)
+{
+    if (field.get() != value.get()) field = value;
+}
+
+}  // namespace
+
+std::shared_ptr<RLEblob> RLEsegm_get_new_blob(segm_ptr s) { return take_pool_blob(*s); }
+
+// Appends every kept region's blob the way RLEsegm_blob_list_append would,
+// but writes each link only where it changes: pool blobs are listed in slot
+// order every frame, so their links mostly stay as they were.
+std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, segm_ptr sp)
+{
+    MV_RLEsegm& s = *sp;
+    const std::shared_ptr<img2regs>& st = s.i2r;
     if (!st || !st->first) return nullptr;
     const region* end = st->last ? st->last->next.get() : nullptr;
-    s->batch_pool_full_messages = true;
-    s->pending_pool_full_messages = 0;
+    s.batch_pool_full_messages = true;
+    s.pending_pool_full_messages = 0;
+    const std::shared_ptr<RLEblob>* head = s.blob_head ? &s.blob_head : nullptr;
+    const std::shared_ptr<RLEblob>* tail = s.blob_tail ? &s.blob_tail : nullptr;
+    static const std::shared_ptr<RLEblob> none;
+    bool appended = false;
     for (const region* r = st->first.get(); r && r != end; r = r->next.get()) {
         if (r->absorber) continue;
         const int32_t w = r->x_max - r->x_min + 1;
         const int32_t h = r->y_max - r->y_min + 1;
         if (r->npix < min_pixels || w < min_side || h < min_side) continue;
 
-        std::shared_ptr<RLEblob> b = RLEsegm_get_new_blob(s);
-        b->bbox.xmin = r->x_min;
-        b->bbox.ymin = r->y_min;
-        b->bbox.xmax = r->x_max;
-        b->bbox.ymax = r->y_max;
-        b->bbox.width = w;
-        b->bbox.height = h;
-        b->npix = r->npix;
-        b->xc = truncated_mean(r->sum_x, r->npix);
-        b->yc = truncated_mean(r->sum_y, r->npix);
-        b->fathers[0] = r->ident;
-        b->nb_fathers = 1;
-        b->npix_real = r->npix;
-        b->sumy = r->sum_y;
-        b->sumx = r->sum_x;
-        b->occlusion = MM_OCCL_NONE;
-        b->type = UNKNOWN;
-        b->spare_reals[0] = 0;
-        RLEsegm_blob_list_append(std::move(b), s);
+        const std::shared_ptr<RLEblob>& b = take_pool_blob(s);
+        fill_from_region(*b, *r);
+        ++s.nb_blobs;
+        // Appending the tail again (the pool-full reuse) would link it to itself.
+        if (tail && b.get() == tail->get()) continue;
+        set_link(b->prev, tail ? *tail : none);
+        if (tail) set_link((*tail)->next, b);
+        if (!head) head = &b;
+        tail = &b;
+        appended = true;
     }
-    s->batch_pool_full_messages = false;
-    if (s->pending_pool_full_messages > 0) write_pool_full_messages(s->pending_pool_full_messages);
-    s->pending_pool_full_messages = 0;
-    if (s->nb_blobs == 0) return nullptr;
-    return s->blob_pool[0];
+    if (appended && (*tail)->next) (*tail)->next.reset();
+    if (head) set_link(s.blob_head, *head);
+    if (tail) set_link(s.blob_tail, *tail);
+    s.batch_pool_full_messages = false;
+    if (s.pending_pool_full_messages > 0) write_pool_full_messages(s.pending_pool_full_messages);
+    s.pending_pool_full_messages = 0;
+    if (s.nb_blobs == 0) return nullptr;
+    return s.blob_pool[0];
 }
 
 void RLEsegm_blob_list_append(std::shared_ptr<RLEblob> blob, segm_ptr s)

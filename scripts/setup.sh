@@ -24,7 +24,7 @@ for extra in "$@"; do
   case "$extra" in
     demo)  packages+=(opencv-doc) ;;
     bench) packages+=(libbenchmark-dev libopencv-videoio-dev opencv-doc) ;;
-    sanitize) packages+=(clang libclang-rt-14-dev) ;;
+    sanitize) packages+=(clang libclang-rt-14-dev) ;;  # make fuzz, make check-thread
     test)  ;;
     *) echo "setup.sh: unknown option '$extra'" >&2; exit 2 ;;
   esac

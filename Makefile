@@ -10,7 +10,7 @@ DEMO_OUT   ?= demo-out
 DEMO_FLAGS ?= --open 3 --close 7 --min-pixels 150
 NERVA_BLOBS = $(BUILD_DIR)/tools/nerva-blobs/nerva-blobs
 
-.PHONY: all test demo build configure setup clean check-sanitize fuzz
+.PHONY: all test demo build configure setup clean check-sanitize check-thread fuzz
 
 all: build
 
@@ -59,6 +59,13 @@ check-sanitize: setup
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --output-on-failure -j$(JOBS) -LE install
 
+# The concurrency test (one segmenter per thread) under ThreadSanitizer.
+TSAN_DIR ?= build-tsan
+check-thread: setup
+	@cmake -S . -B $(TSAN_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNERVA_SANITIZE=thread $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(TSAN_DIR) -j$(JOBS) --target nerva_tests
+	@TSAN_OPTIONS=halt_on_error=1 $(TSAN_DIR)/tests/nerva_tests --gtest_filter='SegmenterConcurrency.*'
+
 # libFuzzer harnesses (fuzz/), built with clang, ASan and UBSan in their own
 # folder, each run for FUZZ_SECONDS from the seeds in fuzz/corpus/. Inputs
 # found along the way collect in $(FUZZ_DIR)/corpus/; a failing input is
@@ -82,4 +89,4 @@ fuzz:
 	done
 
 clean:
-	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(FUZZ_DIR)
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(TSAN_DIR) $(FUZZ_DIR)

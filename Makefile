@@ -80,7 +80,7 @@ fuzz:
 	@for f in $(FUZZERS); do \
 	  mkdir -p $(FUZZ_DIR)/corpus/$$f; \
 	  printf 'fuzz_%-11s %ss ... ' $$f $(FUZZ_SECONDS); \
-	  if ASAN_OPTIONS=detect_leaks=1 $(FUZZ_DIR)/fuzz_$$f -max_total_time=$(FUZZ_SECONDS) -max_len=2048 \
+	  if ASAN_OPTIONS=detect_leaks=1 $(FUZZ_DIR)/fuzz_$$f -max_total_time=$(FUZZ_SECONDS) -max_len=2048 -timeout=10 \
 	       -artifact_prefix=$(FUZZ_DIR)/$$f- $(FUZZ_DIR)/corpus/$$f fuzz/corpus/$$f >$(FUZZ_DIR)/$$f.log 2>&1; then \
 	    grep -o 'Done [0-9]* runs' $(FUZZ_DIR)/$$f.log || echo ok; \
 	  else \

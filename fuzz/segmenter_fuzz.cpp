@@ -155,6 +155,42 @@ void check_frame(const cv::Mat& mask, const segm_ptr& s, const Roi& roi, bool re
     if (whole && s->min_blob_pixels <= 1 && s->min_blob_side <= 1) check_against_opencv(mask, head);
 }
 
+// The measures of one region inside a rectangle, asked after the frame with
+// any region number and any rectangle (near the frame or anywhere in 32
+// bits). Over the region of interest (rows outside it keep the runs of
+// earlier frames, by design), a surviving region's own sums come back.
+void check_measures(FuzzedDataProvider& in, const segm_ptr& s, const Roi& roi, bool exact)
+{
+    const int asks = in.ConsumeIntegralInRange(0, 3);
+    for (int a = 0; a < asks; ++a) {
+        const int ident = in.ConsumeIntegralInRange(-2, s->nb_regs + 2);
+        int x1, y1, x2, y2;
+        if (in.ConsumeBool()) {
+            x1 = in.ConsumeIntegral<int32_t>(), y1 = in.ConsumeIntegral<int32_t>();
+            x2 = in.ConsumeIntegral<int32_t>(), y2 = in.ConsumeIntegral<int32_t>();
+        } else {
+            x1 = in.ConsumeIntegralInRange(-8, kMaxSide + 8), y1 = in.ConsumeIntegralInRange(-8, kMaxSide + 8);
+            x2 = in.ConsumeIntegralInRange(-8, kMaxSide + 8), y2 = in.ConsumeIntegralInRange(-8, kMaxSide + 8);
+        }
+        double sx = 0, sy = 0;
+        const int n = subregion_get_sumxsumy(ident, x1, y1, x2, y2, &sx, &sy, s);
+        CHECK(n >= 0);
+        CHECK(subregion_get_sumx(ident, x1, y1, x2, y2, s) == sx);
+        CHECK(subregion_get_sumy(ident, x1, y1, x2, y2, s) == sy);
+        int lo = 0, hi = 0;
+        CHECK(subregion_get_xlimit(ident, x1, y1, x2, y2, &lo, &hi, s) != 1 || (lo == x1 && hi == x2));
+        lo = hi = 0;
+        const int found = subregion_get_ylimit(ident, x1, y1, x2, y2, &lo, &hi, s);
+        CHECK(found != 1 || (y1 <= lo && lo <= hi && hi <= y2));
+
+        const std::shared_ptr<region> r = RLEsegm_get_region(ident, s);
+        if (exact && r && ident < s->nb_regs && !r->absorber) {
+            const int whole = subregion_get_sumxsumy(ident, roi.xmin, roi.ymin, roi.xmax, roi.ymax, &sx, &sy, s);
+            CHECK(whole == r->npix && sx == r->sum_x && sy == r->sum_y);
+        }
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
@@ -203,6 +239,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
                              !roi_fits(roi, std::min(w, frame_w), std::min(h, frame_h));
         std::shared_ptr<RLEblob> head = RLEsegm_segmentKAP(mask, s);
         check_frame(mask, s, roi, refused, head.get());
+        if (!refused && s->nb_segs > 0) check_measures(in, s, roi, s->step_x == 1 && s->step_y == 1);
     }
     RLEsegm_free_private(s);
     return 0;

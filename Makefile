@@ -10,7 +10,7 @@ DEMO_OUT   ?= demo-out
 DEMO_FLAGS ?= --open 3 --close 7 --min-pixels 150
 NERVA_BLOBS = $(BUILD_DIR)/tools/nerva-blobs/nerva-blobs
 
-.PHONY: all test demo build configure setup clean check-sanitize bench
+.PHONY: all test demo build configure setup clean check-sanitize check-thread fuzz bench
 
 all: build
 
@@ -68,5 +68,34 @@ check-sanitize: setup
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --output-on-failure -j$(JOBS) -LE install
 
+# The concurrency test (one segmenter per thread) under ThreadSanitizer.
+TSAN_DIR ?= build-tsan
+check-thread: setup
+	@cmake -S . -B $(TSAN_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNERVA_SANITIZE=thread $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(TSAN_DIR) -j$(JOBS) --target nerva_tests
+	@TSAN_OPTIONS=halt_on_error=1 $(TSAN_DIR)/tests/nerva_tests --gtest_filter='SegmenterConcurrency.*'
+
+# libFuzzer harnesses (fuzz/), built with clang, ASan and UBSan in their own
+# folder, each run for FUZZ_SECONDS from the seeds in fuzz/corpus/. Inputs
+# found along the way collect in $(FUZZ_DIR)/corpus/; a failing input is
+# written to $(FUZZ_DIR)/ and the target fails.
+FUZZ_DIR     ?= build-fuzz
+FUZZ_SECONDS ?= 60
+FUZZERS      ?= segmenter save_image names
+fuzz:
+	@scripts/setup.sh sanitize
+	@cmake -S fuzz -B $(FUZZ_DIR) -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	@cmake --build $(FUZZ_DIR) -j$(JOBS)
+	@for f in $(FUZZERS); do \
+	  mkdir -p $(FUZZ_DIR)/corpus/$$f; \
+	  printf 'fuzz_%-11s %ss ... ' $$f $(FUZZ_SECONDS); \
+	  if ASAN_OPTIONS=detect_leaks=1 $(FUZZ_DIR)/fuzz_$$f -max_total_time=$(FUZZ_SECONDS) -max_len=2048 -timeout=10 \
+	       -artifact_prefix=$(FUZZ_DIR)/$$f- $(FUZZ_DIR)/corpus/$$f fuzz/corpus/$$f >$(FUZZ_DIR)/$$f.log 2>&1; then \
+	    grep -o 'Done [0-9]* runs' $(FUZZ_DIR)/$$f.log || echo ok; \
+	  else \
+	    echo FAILED; tail -40 $(FUZZ_DIR)/$$f.log; exit 1; \
+	  fi; \
+	done
+
 clean:
-	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(TSAN_DIR) $(FUZZ_DIR)

@@ -6,6 +6,7 @@
 #   scripts/setup.sh            build + test dependencies (tools included)
 #   scripts/setup.sh demo       ... plus the demo's video (opencv-doc)
 #   scripts/setup.sh bench      ... plus the benchmark dependencies
+#   scripts/setup.sh sanitize   ... plus clang and its runtimes (make fuzz)
 set -euo pipefail
 
 packages=(
@@ -24,7 +25,7 @@ for extra in "$@"; do
   case "$extra" in
     demo)  packages+=(opencv-doc) ;;
     bench) packages+=(libbenchmark-dev libopencv-videoio-dev opencv-doc) ;;
-    sanitize) packages+=(clang libclang-rt-14-dev) ;;
+    sanitize) packages+=(clang libclang-rt-14-dev) ;;  # make fuzz
     test)  ;;
     *) echo "setup.sh: unknown option '$extra'" >&2; exit 2 ;;
   esac

@@ -356,6 +356,10 @@ TEST(SubregionMeasures, SumsAndLimits)
     EXPECT_EQ(subregion_get_xlimit(id, 3, 0, 6, 9, &a, &b, s), 1);
     EXPECT_EQ(vals(a, b), vals(3, 6));
     EXPECT_EQ(subregion_get_ylimit(id, 0, 9, 9, 0, &a, &b, s), -1);
+
+    // A rectangle over the whole 32-bit range answers at once, from the image's rows.
+    EXPECT_EQ(subregion_get_ylimit(id, INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX, &a, &b, s), 1);
+    EXPECT_EQ(vals(a, b), vals(5, 5));
 }
 
 TEST(SegmenterRefusals, UnsafeInputGivesAnEmptyListAndOneLine)

@@ -112,31 +112,33 @@ int subregion_get_xlimit(int ident, int x1, int y1, int x2, int y2, int* xmin, i
 int subregion_get_ylimit(int ident, int x1, int y1, int x2, int y2, int* ymin, int* ymax, segm_ptr segm)
 {
     if (y2 < y1) return -1;
-    const int64_t n = static_cast<int64_t>(y2) - y1;
     const std::shared_ptr<region> reg = RLEsegm_get_region(ident, segm);
     if (!reg || !segm->rle_img) return -1;
-    const int last = static_cast<int>(segm->rle_img->lines.size()) - 1;
     auto row_touches = [&](int y) {
-        if (y < 0 || y > last) return false;
         bool found = false;
         for_each_run_of(*segm, reg.get(), y, [&](const segment& run) {
             if (run.x_end >= x1 && run.x_start <= x2) found = true;
         });
         return found;
     };
+    // The top is the first touching row going down from y1, the bottom the
+    // first going up from y2. Rows outside the image never touch, so only the
+    // image's rows are scanned: a rectangle spanning the whole 32-bit range
+    // costs no more than the image's height.
+    int first = y1, last = y2;
+    if (!clip_rows(*segm, first, last)) return -1;
     bool top = false, bottom = false;
-    for (int64_t k = 0; k <= n; ++k) {
-        if (!top && row_touches(static_cast<int>(y1 + k))) {
-            *ymin = static_cast<int>(y1 + k);
+    for (int y = first; y <= last && !top; ++y)
+        if (row_touches(y)) {
+            *ymin = y;
             top = true;
         }
-        if (!bottom && row_touches(static_cast<int>(y2 - k))) {
-            *ymax = static_cast<int>(y2 - k);
+    for (int y = last; y >= first && !bottom; --y)
+        if (row_touches(y)) {
+            *ymax = y;
             bottom = true;
         }
-        if (top && bottom) return 1;
-    }
-    return -1;
+    return top && bottom ? 1 : -1;
 }
 
 }  // namespace nerva

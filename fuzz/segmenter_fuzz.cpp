@@ -1,0 +1,246 @@
+// Segments a few frames of fuzzer-made masks through one segmenter, with
+// regions of interest inside, across and outside the frame, inverted ones,
+// steps down to negative values and size filters, and checks what a host
+// relies on: the list always ends, refused frames give nothing, and in exact
+// mode (steps 1,1) boxes stay in the region of interest, pixel counts add up
+// to the runs and, over the whole frame without a filter, the blobs are
+// OpenCV's 4-connected components.
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <random>
+#include <tuple>
+#include <vector>
+
+#include "nerva/nerva.h"
+
+using namespace nerva;
+
+namespace {
+
+constexpr int kMaxSide = 96;
+constexpr int kBlobSlots = 2000;
+
+#include "fuzz_check.h"
+
+// The mask, either straight from the input's bits or drawn at random with a
+// density (so that frames with thousands of tiny blobs come up), sometimes as
+// a view into a larger matrix whose border is all foreground: a read outside
+// the view shows up as wrong blobs, and outside the matrix as an ASan report.
+cv::Mat make_mask(FuzzedDataProvider& in, int width, int height, cv::Mat& storage)
+{
+    const bool padded = in.ConsumeBool();
+    const int pad = padded ? 3 : 0;
+    storage.create(height + 2 * pad, width + 2 * pad, CV_8UC1);
+    storage.setTo(255);
+    cv::Mat mask = storage(cv::Rect(pad, pad, width, height));
+    mask.setTo(0);
+    if (in.ConsumeBool()) {
+        std::mt19937 rng(in.ConsumeIntegral<uint32_t>());
+        const unsigned density = in.ConsumeIntegralInRange<unsigned>(0, 100);
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x) mask.at<uint8_t>(y, x) = (rng() % 100 < density) ? 1 + rng() % 255 : 0;
+    } else {
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; x += 8) {
+                const uint8_t bits = in.ConsumeIntegral<uint8_t>();
+                for (int k = 0; k < 8 && x + k < width; ++k) mask.at<uint8_t>(y, x + k) = (bits >> k) & 1 ? 255 : 0;
+            }
+    }
+    return mask;
+}
+
+struct Roi {
+    int xmin, ymin, xmax, ymax;
+};
+
+Roi make_roi(FuzzedDataProvider& in, int width, int height)
+{
+    switch (in.ConsumeIntegralInRange(0, 3)) {
+    case 0: return {0, 0, width - 1, height - 1};
+    case 1: {  // inside
+        const int x0 = in.ConsumeIntegralInRange(0, width - 1), y0 = in.ConsumeIntegralInRange(0, height - 1);
+        return {x0, y0, in.ConsumeIntegralInRange(x0, width - 1), in.ConsumeIntegralInRange(y0, height - 1)};
+    }
+    case 2: {  // anywhere near the frame, possibly inverted
+        auto coord = [&](int side) { return in.ConsumeIntegralInRange(-8, side + 8); };
+        const int x0 = coord(width), y0 = coord(height);
+        return {x0, y0, coord(width), coord(height)};
+    }
+    default:  // far away
+        return {in.ConsumeIntegral<int32_t>(), in.ConsumeIntegral<int32_t>(), in.ConsumeIntegral<int32_t>(),
+                in.ConsumeIntegral<int32_t>()};
+    }
+}
+
+bool roi_fits(const Roi& r, int cols, int rows)
+{
+    if (r.ymin > r.ymax) return true;  // no row to read
+    const bool rows_ok = r.ymin >= 0 && r.ymax < rows;
+    const bool cols_ok = r.xmin > r.xmax || (r.xmin >= 0 && r.xmax < cols);
+    return rows_ok && cols_ok;
+}
+
+using Record = std::tuple<int, int, int, int, int>;  // npix, xmin, ymin, width, height
+
+void check_against_opencv(const cv::Mat& mask, const RLEblob* head)
+{
+    cv::Mat labels, stats, centroids;
+    const int n = cv::connectedComponentsWithStats(mask, labels, stats, centroids, 4, CV_32S);
+    if (n - 1 > kBlobSlots) return;  // the pool's last blob is reused: no one-to-one list
+    std::vector<Record> expected, got;
+    for (int l = 1; l < n; ++l) {
+        const int* st = stats.ptr<int>(l);
+        expected.emplace_back(st[cv::CC_STAT_AREA], st[cv::CC_STAT_LEFT], st[cv::CC_STAT_TOP], st[cv::CC_STAT_WIDTH],
+                              st[cv::CC_STAT_HEIGHT]);
+    }
+    for (const RLEblob* b = head; b; b = b->next.get())
+        got.emplace_back(b->npix, b->bbox.xmin, b->bbox.ymin, b->bbox.width, b->bbox.height);
+    std::sort(expected.begin(), expected.end());
+    std::sort(got.begin(), got.end());
+    CHECK(expected == got);
+}
+
+void check_frame(const cv::Mat& mask, const segm_ptr& s, const Roi& roi, bool refused, const RLEblob* head)
+{
+    // The list ends, within the pool.
+    int count = 0;
+    for (const RLEblob* b = head; b; b = b->next.get()) CHECK(++count <= kBlobSlots);
+    if (refused) {
+        CHECK(head == nullptr);
+        return;
+    }
+    CHECK(count == s->nb_blobs_cur);
+    if (s->step_x != 1 || s->step_y != 1) return;
+
+    const bool empty_roi = roi.xmin > roi.xmax || roi.ymin > roi.ymax;
+    long runs = 0;
+    if (!empty_roi)
+        for (int y = roi.ymin; y <= roi.ymax; ++y) {
+            const RLEline& line = *s->rle_img->lines[static_cast<size_t>(y)];
+            for (int k = 0; k < line.nb_segs; ++k) {
+                const segment& seg = *line.segs[k];
+                CHECK(seg.x_start >= roi.xmin && seg.x_end <= roi.xmax && seg.x_start <= seg.x_end);
+                runs += seg.x_end - seg.x_start + 1;
+            }
+        }
+    const long foreground = empty_roi ? 0 : cv::countNonZero(mask(cv::Rect(roi.xmin, roi.ymin, roi.xmax - roi.xmin + 1,
+                                                                          roi.ymax - roi.ymin + 1)));
+    CHECK(runs == foreground);
+    if (runs == 0) {
+        CHECK(head == nullptr);
+        return;
+    }
+    long npix = 0;
+    const region* end = s->i2r->last ? s->i2r->last->next.get() : nullptr;
+    for (const region* r = s->i2r->first.get(); r && r != end; r = r->next.get())
+        if (!r->absorber) npix += r->npix;
+    CHECK(npix == runs);
+
+    for (const RLEblob* b = head; b; b = b->next.get()) {
+        CHECK(b->bbox.xmin >= roi.xmin && b->bbox.xmax <= roi.xmax && b->bbox.ymin >= roi.ymin &&
+              b->bbox.ymax <= roi.ymax);
+        CHECK(b->bbox.width == b->bbox.xmax - b->bbox.xmin + 1 && b->bbox.height == b->bbox.ymax - b->bbox.ymin + 1);
+        CHECK(b->npix >= 1 && b->npix <= b->bbox.width * b->bbox.height);
+        CHECK(b->npix >= s->min_blob_pixels && b->bbox.width >= s->min_blob_side &&
+              b->bbox.height >= s->min_blob_side);
+    }
+    const bool whole = roi.xmin == 0 && roi.ymin == 0 && roi.xmax == mask.cols - 1 && roi.ymax == mask.rows - 1 &&
+                       mask.cols == s->rle_img->width &&
+                       mask.rows == static_cast<int>(s->rle_img->lines.size());
+    if (whole && s->min_blob_pixels <= 1 && s->min_blob_side <= 1) check_against_opencv(mask, head);
+}
+
+// The measures of one region inside a rectangle, asked after the frame with
+// any region number and any rectangle (near the frame or anywhere in 32
+// bits). Over the region of interest (rows outside it keep the runs of
+// earlier frames, by design), a surviving region's own sums come back.
+void check_measures(FuzzedDataProvider& in, const segm_ptr& s, const Roi& roi, bool exact)
+{
+    const int asks = in.ConsumeIntegralInRange(0, 3);
+    for (int a = 0; a < asks; ++a) {
+        const int ident = in.ConsumeIntegralInRange(-2, s->nb_regs + 2);
+        int x1, y1, x2, y2;
+        if (in.ConsumeBool()) {
+            x1 = in.ConsumeIntegral<int32_t>(), y1 = in.ConsumeIntegral<int32_t>();
+            x2 = in.ConsumeIntegral<int32_t>(), y2 = in.ConsumeIntegral<int32_t>();
+        } else {
+            x1 = in.ConsumeIntegralInRange(-8, kMaxSide + 8), y1 = in.ConsumeIntegralInRange(-8, kMaxSide + 8);
+            x2 = in.ConsumeIntegralInRange(-8, kMaxSide + 8), y2 = in.ConsumeIntegralInRange(-8, kMaxSide + 8);
+        }
+        double sx = 0, sy = 0;
+        const int n = subregion_get_sumxsumy(ident, x1, y1, x2, y2, &sx, &sy, s);
+        CHECK(n >= 0);
+        CHECK(subregion_get_sumx(ident, x1, y1, x2, y2, s) == sx);
+        CHECK(subregion_get_sumy(ident, x1, y1, x2, y2, s) == sy);
+        int lo = 0, hi = 0;
+        CHECK(subregion_get_xlimit(ident, x1, y1, x2, y2, &lo, &hi, s) != 1 || (lo == x1 && hi == x2));
+        lo = hi = 0;
+        const int found = subregion_get_ylimit(ident, x1, y1, x2, y2, &lo, &hi, s);
+        CHECK(found != 1 || (y1 <= lo && lo <= hi && hi <= y2));
+
+        const std::shared_ptr<region> r = RLEsegm_get_region(ident, s);
+        if (exact && r && ident < s->nb_regs && !r->absorber) {
+            const int whole = subregion_get_sumxsumy(ident, roi.xmin, roi.ymin, roi.xmax, roi.ymax, &sx, &sy, s);
+            CHECK(whole == r->npix && sx == r->sum_x && sy == r->sum_y);
+        }
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    // Refusals and the pool-full message are expected here.
+    silence_library_stream(stderr);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    FuzzedDataProvider in(data, size);
+    const int frame_w = in.ConsumeIntegralInRange(1, kMaxSide);
+    const int frame_h = in.ConsumeIntegralInRange(1, kMaxSide);
+    auto s = std::make_shared<MV_RLEsegm>();
+    // Initialisation as RLEsegm_init_privateKAP does it, through the public
+    // pieces but with small pools: 150000 pool records per input would make
+    // the fuzzer crawl, and frames outgrow small pools, so pool growth in the
+    // middle of a frame is fuzzed too.
+    RLEsegm_reg_pool_init(in.ConsumeIntegralInRange(0, 64), s);
+    RLEsegm_seg_pool_init(in.ConsumeIntegralInRange(0, 64), s);
+    s->i2r = std::make_shared<img2regs>();
+    s->last_blob = -1;
+    s->rle_img = RLEimage_initialize(s->rle_img, frame_w, frame_h);
+    const int frames = in.ConsumeIntegralInRange(1, 4);
+    for (int f = 0; f < frames && in.remaining_bytes() > 0; ++f) {
+        // Mostly masks of the frame's size; sometimes smaller or larger ones.
+        int w = frame_w, h = frame_h;
+        if (in.ConsumeIntegralInRange(0, 7) == 0) {
+            w = in.ConsumeIntegralInRange(1, kMaxSide);
+            h = in.ConsumeIntegralInRange(1, kMaxSide);
+        }
+        const Roi roi = make_roi(in, frame_w, frame_h);
+        RLEsegm_set_ROI(roi.xmin, roi.ymin, roi.xmax, roi.ymax, s);
+        const bool exact = in.ConsumeBool();
+        RLEsegm_set_steps(s, exact ? 1 : in.ConsumeIntegralInRange(-2, 6), exact ? 1 : in.ConsumeIntegralInRange(-2, 6));
+        const bool filter = in.ConsumeBool();
+        s->min_blob_side = filter ? in.ConsumeIntegralInRange(-1, 5) : 0;
+        s->min_blob_pixels = filter ? in.ConsumeIntegralInRange(-1, 30) : 0;
+
+        cv::Mat storage;
+        cv::Mat mask = make_mask(in, w, h, storage);
+        if (in.ConsumeIntegralInRange(0, 15) == 0) mask.convertTo(mask, in.ConsumeBool() ? CV_16UC1 : CV_8SC1);
+
+        const bool refused = mask.type() != CV_8UC1 || s->step_x < 1 ||
+                             !roi_fits(roi, std::min(w, frame_w), std::min(h, frame_h));
+        std::shared_ptr<RLEblob> head = RLEsegm_segmentKAP(mask, s);
+        check_frame(mask, s, roi, refused, head.get());
+        if (!refused && s->nb_segs > 0) check_measures(in, s, roi, s->step_x == 1 && s->step_y == 1);
+    }
+    RLEsegm_free_private(s);
+    return 0;
+}

@@ -1,4 +1,5 @@
 #include "nerva/blob/RLEblob.h"
+#include "nerva/blob/blob_internal.h"
 
 #include <cstdlib>
 
@@ -126,14 +127,18 @@ void free_blob_list(blob_ptr head)
     }
 }
 
+void detail::clean_blob_record(RLEblob& b)
+{
+    free_prd_list(b.prd_list);
+    free_prd_list(b.prd_list_2);
+    b.buffer = nullptr;
+    b.prd_list = nullptr;
+    b.prd_list_2 = nullptr;
+}
+
 void blob_clean(blob_ptr b)
 {
-    if (!b) return;
-    free_prd_list(b->prd_list);
-    free_prd_list(b->prd_list_2);
-    b->buffer = nullptr;
-    b->prd_list = nullptr;
-    b->prd_list_2 = nullptr;
+    if (b) detail::clean_blob_record(*b);
 }
 
 int blob_list_number(blob_ptr head)

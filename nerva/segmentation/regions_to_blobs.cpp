@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "nerva/blob/blob_internal.h"
 #include "nerva/segmentation/segmentationRLE.h"
 
 namespace nerva {
@@ -90,16 +91,6 @@ void set_segs_in_regsKAP(segm_ptr sp, int nrows)
 
 namespace {
 
-// blob_clean without taking a reference to the blob.
-void clean_pool_blob(RLEblob& b)
-{
-    free_prd_list(b.prd_list);
-    free_prd_list(b.prd_list_2);
-    b.buffer = nullptr;
-    b.prd_list = nullptr;
-    b.prd_list_2 = nullptr;
-}
-
 // The next free pool blob, cleaned: the slot itself, no reference taken.
 const std::shared_ptr<RLEblob>& take_pool_blob(MV_RLEsegm& s)
 {
@@ -111,7 +102,7 @@ const std::shared_ptr<RLEblob>& take_pool_blob(MV_RLEsegm& s)
             else std::fputs(kPoolFullMessage, stderr);
             s.last_blob = slots - 1;
             const std::shared_ptr<RLEblob>& last = s.blob_pool[static_cast<size_t>(s.last_blob)];
-            clean_pool_blob(*last);
+            detail::clean_blob_record(*last);
             return last;
         }
         std::shared_ptr<RLEblob>& slot = s.blob_pool[static_cast<size_t>(s.nb_pool_blobs)];
@@ -126,7 +117,7 @@ const std::shared_ptr<RLEblob>& take_pool_blob(MV_RLEsegm& s)
         ++s.nb_pool_blobs;
     }
     const std::shared_ptr<RLEblob>& b = s.blob_pool[static_cast<size_t>(s.last_blob)];
-    clean_pool_blob(*b);
+    detail::clean_blob_record(*b);
     return b;
 }
 

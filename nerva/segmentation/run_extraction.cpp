@@ -45,6 +45,12 @@ inline int next_foreground(const uint8_t* row, int x, int end)
     // Masks are mostly background: skip 256, then 64 empty bytes per test,
     // with many independent loads in flight.
     const __m128i zero = _mm_setzero_si128();
+    // Runs often follow each other closely: look at the next 16 bytes first.
+    if (x + 16 <= end) {
+        const unsigned nonzero = ~zero_bytes16(row + x) & 0xFFFFu;
+        if (nonzero) return x + __builtin_ctz(nonzero);
+        x += 16;
+    }
     while (x + 256 <= end) {
         const __m128i* p = reinterpret_cast<const __m128i*>(row + x);
         __m128i a = _mm_or_si128(_mm_loadu_si128(p), _mm_loadu_si128(p + 1));
@@ -100,6 +106,60 @@ inline int next_background(const uint8_t* row, int x, int end)
     return x;
 }
 
+#if defined(__SSE2__)
+// Bit i set when byte i of the 64 at p is non-zero.
+inline uint64_t foreground_bits64(const uint8_t* p)
+{
+    const uint64_t z0 = zero_bytes16(p), z1 = zero_bytes16(p + 16), z2 = zero_bytes16(p + 32),
+                   z3 = zero_bytes16(p + 48);
+    return ~(z0 | (z1 << 16) | (z2 << 32) | (z3 << 48));
+}
+#endif
+
+// Calls run(first, last) for every maximal run of non-zero bytes in
+// [x, end), left to right. Runs are found from the bit masks of 64-byte
+// chunks: the run boundaries are the bits where the mask changes, taken one
+// by one, so the loop branches once per boundary instead of once per byte
+// test, and empty stretches are skipped 256 bytes at a time.
+template <class Run>
+inline void for_each_run(const uint8_t* row, int x, int end, Run&& run)
+{
+    int open_at = -1;  // first column of the run in progress, -1 when none
+#if defined(__SSE2__)
+    while (x + 64 <= end) {
+        if (open_at < 0) {
+            const int skipped = next_foreground(row, x, end);
+            // Keep chunks on the same 64-byte grid as before the skip.
+            x += (skipped - x) & ~63;
+            if (x + 64 > end) break;
+        }
+        const uint64_t fg = foreground_bits64(row + x);
+        // Bit i: the foreground state changes between column x+i-1 and x+i.
+        uint64_t edges = fg ^ ((fg << 1) | (open_at >= 0 ? 1u : 0u));
+        while (edges) {
+            const int at = x + __builtin_ctzll(edges);
+            edges &= edges - 1;
+            if (open_at < 0) {
+                open_at = at;
+            } else {
+                run(open_at, at - 1);
+                open_at = -1;
+            }
+        }
+        x += 64;
+    }
+#endif
+    for (; x < end; ++x) {
+        if (row[x]) {
+            if (open_at < 0) open_at = x;
+        } else if (open_at >= 0) {
+            run(open_at, x - 1);
+            open_at = -1;
+        }
+    }
+    if (open_at >= 0) run(open_at, end - 1);
+}
+
 }  // namespace
 
 void MV_RLEsegm::grow_segment_pool(int32_t index)
@@ -146,13 +206,7 @@ void MV_RLEsegm::RLEsegm_build_RLElineKAP(int y, const cv::Mat& mask)
     };
 
     if (step_x == 1) {
-        const int end = roi_xmax + 1;
-        int x = next_foreground(row, roi_xmin, end);
-        while (x < end) {
-            const int stop = next_background(row, x + 1, end);
-            begin_run(x, stop - 1);
-            x = next_foreground(row, stop + 1 < end ? stop + 1 : end, end);
-        }
+        for_each_run(row, roi_xmin, roi_xmax + 1, begin_run);
     } else {
         // A run begun between two samples starts just after the preceding
         // background sample, and ends on that same sample when it ends inside

@@ -18,9 +18,6 @@ namespace nerva {
 
 namespace {
 
-constexpr uint64_t kOnes = 0x0101010101010101ull;
-constexpr uint64_t kHighs = 0x8080808080808080ull;
-
 inline uint64_t load8(const uint8_t* p)
 {
     uint64_t v;
@@ -81,28 +78,6 @@ inline int next_foreground(const uint8_t* row, int x, int end)
         x += 8;
     }
     while (x < end && !row[x]) ++x;
-    return x;
-}
-
-// First x in [x, end) whose byte is zero, or end.
-inline int next_background(const uint8_t* row, int x, int end)
-{
-#if defined(__SSE2__)
-    while (x + 16 <= end) {
-        const unsigned zero = zero_bytes16(row + x);
-        if (zero) return x + __builtin_ctz(zero);
-        x += 16;
-    }
-#endif
-    while (x + 8 <= end) {
-        const uint64_t v = load8(row + x);
-        // The lowest flagged byte is exactly the first zero byte; flags above
-        // it may be spurious, which does not matter.
-        const uint64_t zero_flags = (v - kOnes) & ~v & kHighs;
-        if (zero_flags) return x + (__builtin_ctzll(zero_flags) >> 3);
-        x += 8;
-    }
-    while (x < end && row[x]) ++x;
     return x;
 }
 

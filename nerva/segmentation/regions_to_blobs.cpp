@@ -30,16 +30,24 @@ void write_pool_full_messages(int32_t count)
     }
 }
 
-// Region lines come from fixed chunks that never move, handed out through
-// non-owning shared pointers (aliasing an empty owner): no allocation once
-// the chunks exist, and no reference-count traffic per line.
-std::shared_ptr<RLEregionline> take_region_line(MV_RLEsegm::RegionLineArena& arena)
+// Region lines come from fixed chunks that never move, each region's lines
+// side by side, handed out through non-owning shared pointers (aliasing an
+// empty owner): no allocation once the chunks exist, and no reference-count
+// traffic per line.
+RLEregionline* take_region_lines(MV_RLEsegm::RegionLineArena& arena, size_t n)
 {
-    const size_t chunk = arena.used / kArenaChunk;
-    const size_t slot = arena.used % kArenaChunk;
-    if (chunk == arena.chunks.size()) arena.chunks.emplace_back(new RLEregionline[kArenaChunk]);
-    ++arena.used;
-    return std::shared_ptr<RLEregionline>(std::shared_ptr<RLEregionline>(), arena.chunks[chunk].get() + slot);
+    while (arena.chunk < arena.chunks.size() && arena.used + n > arena.chunks[arena.chunk].size) {
+        ++arena.chunk;
+        arena.used = 0;
+    }
+    if (arena.chunk == arena.chunks.size()) {
+        const size_t size = n > kArenaChunk ? n : kArenaChunk;
+        arena.chunks.push_back({std::unique_ptr<RLEregionline[]>(new RLEregionline[size]), size});
+        arena.used = 0;
+    }
+    RLEregionline* span = arena.chunks[arena.chunk].lines.get() + arena.used;
+    arena.used += n;
+    return span;
 }
 
 // Mean coordinate truncated toward zero. Empty or inverted runs (sampled
@@ -59,14 +67,19 @@ int32_t truncated_mean(double sum, int32_t npix)
 void set_segs_in_regsKAP(segm_ptr sp, int nrows)
 {
     MV_RLEsegm& s = *sp;
+    s.regline_arena.chunk = 0;
     s.regline_arena.used = 0;
+    static const std::shared_ptr<RLEregionline> no_owner;
     for (int32_t i = 0; i < s.nb_regs; ++i) {
         region& r = *s.reg_pool[static_cast<size_t>(i)];
         const int32_t rows = r.y_max - r.y_min + 1;
-        r.reg_lines.resize(rows > 0 ? static_cast<size_t>(rows) : 0);
-        for (size_t k = 0; k < r.reg_lines.size(); ++k) {
-            r.reg_lines[k] = take_region_line(s.regline_arena);
-            *r.reg_lines[k] = RLEregionline{r.y_min + static_cast<int32_t>(k), 0, 0};
+        const size_t n = rows > 0 ? static_cast<size_t>(rows) : 0;
+        RLEregionline* span = take_region_lines(s.regline_arena, n);
+        r.reg_lines.clear();
+        r.reg_lines.reserve(n);
+        for (size_t k = 0; k < n; ++k) {
+            span[k] = RLEregionline{r.y_min + static_cast<int32_t>(k), 0, 0};
+            r.reg_lines.emplace_back(no_owner, span + k);
         }
     }
 

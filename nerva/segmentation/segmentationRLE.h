@@ -122,8 +122,13 @@ public:
     // Implementation state (not part of the record above): the arena that
     // backs region::reg_lines without per-frame allocation.
     struct RegionLineArena {
-        std::vector<std::unique_ptr<RLEregionline[]>> chunks;
-        size_t used = 0;
+        struct Chunk {
+            std::unique_ptr<RLEregionline[]> lines;
+            size_t size;
+        };
+        std::vector<Chunk> chunks;
+        size_t chunk = 0;  // chunk being filled this frame
+        size_t used = 0;   // lines taken from it
     } regline_arena;
     // The driver labels on plain indices (region per run, absorber and hole
     // per region) and writes the shared-pointer fields once, at the end.

@@ -176,7 +176,7 @@ void MV_RLEsegm::RLEsegm_build_RLElineKAP(int y, const cv::Mat& mask)
         segment& seg = *seg_pool[static_cast<size_t>(nb_segs++)];
         seg.x_start = x_start;
         seg.x_end = x_end;
-        if (reset_run_owners) seg.owner.reset();
+        if (!driver_extracting) seg.owner.reset();
         ++runs;
     };
 
@@ -215,7 +215,7 @@ std::shared_ptr<RLEimage> MV_RLEsegm::RLEsegm_build_RLEimageKAP(const cv::Mat& m
         Observer<CSegmentMessage>* o = *it++;  // an observer may remove itself
         o->notify(&msg);
     }
-    if (segmenter_refuses_frame(*this, mask, "RLEsegm_build_RLEimageKAP()")) return rle_img;
+    if (!driver_extracting && segmenter_refuses_frame(*this, mask, "RLEsegm_build_RLEimageKAP()")) return rle_img;
 
     if (step_y <= 1) {
         for (int y = roi_ymin; y <= roi_ymax; ++y) RLEsegm_build_RLElineKAP(y, mask);
@@ -257,11 +257,11 @@ std::shared_ptr<RLEimage> MV_RLEsegm::RLEsegm_build_RLEimageKAP(const cv::Mat& m
 
 void extract_frame(MV_RLEsegm& s, const cv::Mat& mask)
 {
-    struct RestoreOwnerResets {
+    struct EndOfExtraction {
         MV_RLEsegm& s;
-        ~RestoreOwnerResets() { s.reset_run_owners = true; }
-    } restore{s};
-    s.reset_run_owners = false;
+        ~EndOfExtraction() { s.driver_extracting = false; }
+    } end{s};
+    s.driver_extracting = true;
     s.rle_img = s.RLEsegm_build_RLEimageKAP(mask);
 }
 

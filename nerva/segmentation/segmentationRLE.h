@@ -137,9 +137,10 @@ public:
         std::vector<int32_t> absorber;
         std::vector<int32_t> hole;
     } label_scratch;
-    // Run extraction resets each run's owner unless the driver, which
-    // rewrites every owner after labelling, turns this off.
-    bool reset_run_owners = true;
+    // Set while the driver extracts a frame it has already checked: the
+    // check is not repeated, and runs keep their owners, which the labelling
+    // rewrites anyway.
+    bool driver_extracting = false;
     // Blob records released by pool trimming, kept for the next pool growth
     // so that a frame never allocates a blob once the largest frame was seen.
     std::vector<std::shared_ptr<RLEblob>> spare_blobs;

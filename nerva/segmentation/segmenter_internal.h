@@ -18,8 +18,9 @@ bool segmenter_refuses_frame(const MV_RLEsegm& s, const cv::Mat& mask, const cha
 void label_frame(MV_RLEsegm& s);
 
 // Extracts the runs of every row of interest like
-// MV_RLEsegm::RLEsegm_build_RLEimageKAP (observers included), without
-// resetting the runs' owners, which label_frame overwrites.
+// MV_RLEsegm::RLEsegm_build_RLEimageKAP (observers included) for a frame the
+// driver has already checked, without resetting the runs' owners, which
+// label_frame overwrites.
 void extract_frame(MV_RLEsegm& s, const cv::Mat& mask);
 
 }  // namespace nerva

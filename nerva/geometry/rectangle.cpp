@@ -3,14 +3,15 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "nerva/geometry/MathFunctions.h"
 #include "nerva/geometry/wrap_arith.h"
 
 namespace nerva {
 
 namespace {
 
-int imax(int a, int b) { return a > b ? a : b; }
-int imin(int a, int b) { return a < b ? a : b; }
+using math::max;
+using math::min;
 
 // Areas and squared gaps are 32-bit products as stored; very large boxes wrap
 // (well-defined) rather than invoke undefined overflow.
@@ -69,10 +70,10 @@ rectangle* absorb_rectangle(rectangle* a, const rectangle* b)
 {
     if (!a) return nullptr;
     if (!b) return a;
-    a->xmin = imin(a->xmin, b->xmin);
-    a->xmax = imax(a->xmax, b->xmax);
-    a->ymin = imin(a->ymin, b->ymin);
-    a->ymax = imax(a->ymax, b->ymax);
+    a->xmin = min(a->xmin, b->xmin);
+    a->xmax = max(a->xmax, b->xmax);
+    a->ymin = min(a->ymin, b->ymin);
+    a->ymax = max(a->ymax, b->ymax);
     a->width = wrap_add(wrap_sub(a->xmax, a->xmin), 1);
     a->height = wrap_add(wrap_sub(a->ymax, a->ymin), 1);
     return a;
@@ -84,10 +85,10 @@ rectangle* merge_rectangle(const rectangle* a, const rectangle* b)
     if (!a) return copy_rectangle(b);
     if (!b) return copy_rectangle(a);
     rectangle* m = new_rectangle();
-    m->xmin = imin(a->xmin, b->xmin);
-    m->xmax = imax(a->xmax, b->xmax);
-    m->ymin = imin(a->ymin, b->ymin);
-    m->ymax = imax(a->ymax, b->ymax);
+    m->xmin = min(a->xmin, b->xmin);
+    m->xmax = max(a->xmax, b->xmax);
+    m->ymin = min(a->ymin, b->ymin);
+    m->ymax = max(a->ymax, b->ymax);
     m->width = wrap_add(wrap_sub(a->xmax, a->xmin), 1);
     m->height = wrap_add(wrap_sub(a->ymax, a->ymin), 1);
     return m;
@@ -95,8 +96,8 @@ rectangle* merge_rectangle(const rectangle* a, const rectangle* b)
 
 rectangle* rectangle_intersection(const rectangle* a, const rectangle* b)
 {
-    const int xmin = imax(a->xmin, b->xmin), xmax = imin(a->xmax, b->xmax);
-    const int ymin = imax(a->ymin, b->ymin), ymax = imin(a->ymax, b->ymax);
+    const int xmin = max(a->xmin, b->xmin), xmax = min(a->xmax, b->xmax);
+    const int ymin = max(a->ymin, b->ymin), ymax = min(a->ymax, b->ymax);
     if (ymin > ymax || xmin > xmax) return nullptr;
     return make_rectangle(xmin, ymin, wrap_add(wrap_sub(xmax, xmin), 1),
                           wrap_add(wrap_sub(ymax, ymin), 1));
@@ -104,8 +105,8 @@ rectangle* rectangle_intersection(const rectangle* a, const rectangle* b)
 
 rectangle* rectangle_union(const rectangle* a, const rectangle* b)
 {
-    const int xmin = imin(a->xmin, b->xmin), xmax = imax(a->xmax, b->xmax);
-    const int ymin = imin(a->ymin, b->ymin), ymax = imax(a->ymax, b->ymax);
+    const int xmin = min(a->xmin, b->xmin), xmax = max(a->xmax, b->xmax);
+    const int ymin = min(a->ymin, b->ymin), ymax = max(a->ymax, b->ymax);
     if (ymin > ymax || xmin > xmax) return nullptr;
     return make_rectangle(xmin, ymin, wrap_add(wrap_sub(xmax, xmin), 1),
                           wrap_add(wrap_sub(ymax, ymin), 1));
@@ -185,8 +186,8 @@ int rectangle_in_rectangle(const rectangle* a, const rectangle* b)
 int rectangleIntersectionArea(const rectangle* a, const rectangle* b)
 {
     if (!a || !b) return 0;
-    const int xmin = imax(a->xmin, b->xmin), xmax = imin(a->xmax, b->xmax);
-    const int ymin = imax(a->ymin, b->ymin), ymax = imin(a->ymax, b->ymax);
+    const int xmin = max(a->xmin, b->xmin), xmax = min(a->xmax, b->xmax);
+    const int ymin = max(a->ymin, b->ymin), ymax = min(a->ymax, b->ymax);
     if (ymin > ymax || xmin > xmax) return 0;
     return wrap_mul(wrap_add(wrap_sub(xmax, xmin), 1), wrap_add(wrap_sub(ymax, ymin), 1));
 }
@@ -196,10 +197,10 @@ int rectangleNIntersectionArea(const std::set<rectangle*>& rects)
     auto it = rects.begin();
     int xmin = (*it)->xmin, xmax = (*it)->xmax, ymin = (*it)->ymin, ymax = (*it)->ymax;
     for (++it; it != rects.end(); ++it) {
-        xmin = imax(xmin, (*it)->xmin);
-        xmax = imin(xmax, (*it)->xmax);
-        ymin = imax(ymin, (*it)->ymin);
-        ymax = imin(ymax, (*it)->ymax);
+        xmin = max(xmin, (*it)->xmin);
+        xmax = min(xmax, (*it)->xmax);
+        ymin = max(ymin, (*it)->ymin);
+        ymax = min(ymax, (*it)->ymax);
     }
     if (xmax < xmin || ymax < ymin) return 0;
     return wrap_mul(wrap_add(wrap_sub(xmax, xmin), 1), wrap_add(wrap_sub(ymax, ymin), 1));

@@ -186,14 +186,6 @@ struct IndexSweep {
     }
 };
 
-// Assigns only when the value changes: an unchanged link costs no
-// reference-count update. Pool regions are only ever referenced through the
-// pool's own shared pointers, so equal addresses mean equal pointers.
-inline void set_link(std::shared_ptr<region>& field, const std::shared_ptr<region>& value)
-{
-    if (field.get() != value.get()) field = value;
-}
-
 const std::shared_ptr<region>& region_at(const MV_RLEsegm& s, int32_t r)
 {
     static const std::shared_ptr<region> none;
@@ -206,18 +198,18 @@ void write_back(IndexSweep& sw)
     img2regs& st = sw.st;
     const int32_t* owner = s.label_scratch.run_owner.data();
     for (int32_t k = 0; k < s.nb_segs; ++k)
-        set_link(s.seg_pool[static_cast<size_t>(k)]->owner, region_at(s, owner[k]));
+        detail::set_link(s.seg_pool[static_cast<size_t>(k)]->owner, region_at(s, owner[k]));
     const int32_t* absorber = s.label_scratch.absorber.data();
     const int32_t* hole = s.label_scratch.hole.data();
     for (int32_t r = 0; r < s.nb_regs; ++r) {
         region& R = *s.reg_pool[static_cast<size_t>(r)];
         if (R.link) R.link.reset();
-        set_link(R.next, region_at(s, r + 1 < s.nb_regs ? r + 1 : kNone));
-        set_link(R.absorber, region_at(s, absorber[r]));
-        set_link(R.hole, region_at(s, hole[r]));
+        detail::set_link(R.next, region_at(s, r + 1 < s.nb_regs ? r + 1 : kNone));
+        detail::set_link(R.absorber, region_at(s, absorber[r]));
+        detail::set_link(R.hole, region_at(s, hole[r]));
     }
-    set_link(st.first, region_at(s, s.nb_regs > 0 ? 0 : kNone));
-    set_link(st.last, region_at(s, s.nb_regs > 0 ? s.nb_regs - 1 : kNone));
+    detail::set_link(st.first, region_at(s, s.nb_regs > 0 ? 0 : kNone));
+    detail::set_link(st.last, region_at(s, s.nb_regs > 0 ? s.nb_regs - 1 : kNone));
 
     st.y = sw.y;
     st.cur_runs = sw.cur_runs;

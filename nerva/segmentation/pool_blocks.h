@@ -21,5 +21,14 @@ void fill_from_block(std::vector<std::shared_ptr<T>>& pool, size_t from, size_t 
     for (size_t i = from; i < to; ++i) pool[i] = std::shared_ptr<T>(block, block.get() + (i - from));
 }
 
+// Assigns only when the value changes, so an unchanged link costs no
+// reference-count update. Pool records are only ever referenced through the
+// pool's own shared pointers, so equal addresses mean equal pointers.
+template <class T>
+inline void set_link(std::shared_ptr<T>& field, const std::shared_ptr<T>& value)
+{
+    if (field.get() != value.get()) field = value;
+}
+
 }  // namespace detail
 }  // namespace nerva

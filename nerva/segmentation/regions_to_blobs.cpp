@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "nerva/blob/blob_internal.h"
+#include "nerva/segmentation/pool_blocks.h"
 #include "nerva/segmentation/segmentationRLE.h"
 
 namespace nerva {
@@ -155,11 +156,6 @@ void fill_from_region(RLEblob& b, const region& r)
     b.spare_reals[0] = 0;
 }
 
-inline void set_link(std::shared_ptr<RLEblob>& field, const std::shared_ptr<RLEblob>& value)
-{
-    if (field.get() != value.get()) field = value;
-}
-
 }  // namespace
 
 std::shared_ptr<RLEblob> RLEsegm_get_new_blob(segm_ptr s) { return take_pool_blob(*s); }
@@ -190,15 +186,15 @@ std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, 
         ++s.nb_blobs;
         // Appending the tail again (the pool-full reuse) would link it to itself.
         if (tail && b.get() == tail->get()) continue;
-        set_link(b->prev, tail ? *tail : none);
-        if (tail) set_link((*tail)->next, b);
+        detail::set_link(b->prev, tail ? *tail : none);
+        if (tail) detail::set_link((*tail)->next, b);
         if (!head) head = &b;
         tail = &b;
         appended = true;
     }
     if (appended && (*tail)->next) (*tail)->next.reset();
-    if (head) set_link(s.blob_head, *head);
-    if (tail) set_link(s.blob_tail, *tail);
+    if (head) detail::set_link(s.blob_head, *head);
+    if (tail) detail::set_link(s.blob_tail, *tail);
     s.batch_pool_full_messages = false;
     if (s.pending_pool_full_messages > 0) write_pool_full_messages(s.pending_pool_full_messages);
     s.pending_pool_full_messages = 0;

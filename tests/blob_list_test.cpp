@@ -48,16 +48,10 @@ prob_rel_data* prd(blob_type_t t)
 
 }  // namespace
 
-TEST(BlobCopy, SingleCopiesDropOrDuplicateOwnedData)
+TEST(BlobCopy, CopiesDropDuplicateOrFreeOwnedData)
 {
-    blob_ptr zero = blob_new();
-    EXPECT_TRUE(zero->ident == 0 && zero->type == UNKNOWN && zero->nb_fathers == 0 && zero->sumx == 0.0 &&
-                zero->fathers[BLOB_MAX_FATHERS - 1] == 0 && !zero->next && !zero->prev && !zero->buffer &&
-                !zero->prd_list && !zero->prd_list_2 && !zero->aux);
-    EXPECT_FALSE(copy_blob(blob_ptr()));
-    EXPECT_FALSE(copy_blob_with_lists(blob_ptr()));
-
-    blob_ptr a = make_blob(1), b = make_blob(2), c = make_blob(3);
+    EXPECT_FALSE(copy_blob(blob_ptr()) || copy_blob_with_lists(blob_ptr()) || copy_blob(blob_new(), blob_ptr()));
+    blob_ptr a = make_blob(1), b = make_blob(2, 3, 4), c = make_blob(3);
     link({a, b, c});
     b->prd_list = prd(PERSON);
     b->prd_list_2 = prd(CAR);
@@ -65,38 +59,25 @@ TEST(BlobCopy, SingleCopiesDropOrDuplicateOwnedData)
     b->fathers[BLOB_MAX_FATHERS - 1] = 42;
 
     blob_ptr copy = copy_blob(b);
-    EXPECT_EQ(copy->fathers[BLOB_MAX_FATHERS - 1], 42);
+    EXPECT_TRUE(copy->fathers[BLOB_MAX_FATHERS - 1] == 42 && !copy->prd_list && !copy->prd_list_2);
     EXPECT_EQ(copy->aux, b.get());  // only copy_blob(src, dst) clears aux
-    EXPECT_TRUE(!copy->prd_list && !copy->prd_list_2);
     EXPECT_TRUE(copy->next == c && copy->prev == a && a->next == b);  // same neighbours, list unchanged
-
     blob_ptr deep = copy_blob_with_lists(b);
     ASSERT_NE(deep->prd_list, nullptr);
-    EXPECT_NE(deep->prd_list, b->prd_list);
-    EXPECT_EQ(deep->prd_list_2->type, CAR);
+    EXPECT_TRUE(deep->prd_list != b->prd_list && deep->prd_list_2->type == CAR);
     blob_free(deep);  // frees the copies only
+
+    // Overwriting frees the destination's lists and buffer; the whole record comes over, ident included.
+    copy->prd_list = prd(CAR);
+    copy->prd_list_2 = prd(TRUCK);
+    copy->buffer = std::malloc(16);
+    copy->ident = 9;
+    EXPECT_EQ(copy_blob(b, copy), copy.get());
+    EXPECT_TRUE(copy->ident == 2 && copy->bbox.ymax == 3 && copy->next == c);
+    EXPECT_TRUE(!copy->prd_list && !copy->prd_list_2 && !copy->buffer && !copy->aux);
     EXPECT_EQ(b->prd_list->type, PERSON);
     copy->next = copy->prev = nullptr;
     free_blob_list(a);
-}
-
-TEST(BlobCopy, OverwriteFreesDestinationData)
-{
-    blob_ptr src = make_blob(7, 3, 4), dst = make_blob(9), other = make_blob(8);
-    src->prd_list = prd(PERSON);
-    src->next = other;
-    src->aux = src.get();
-    dst->prd_list = prd(CAR);
-    dst->prd_list_2 = prd(TRUCK);
-    dst->buffer = std::malloc(16);  // freed by the overwrite
-
-    EXPECT_EQ(copy_blob(src, blob_ptr()), nullptr);
-    EXPECT_EQ(copy_blob(src, dst), dst.get());
-    EXPECT_TRUE(dst->ident == 7 && dst->bbox.ymax == 3 && dst->next == other);  // the whole record, ident included
-    EXPECT_TRUE(!dst->prd_list && !dst->prd_list_2 && !dst->buffer && !dst->aux);
-    EXPECT_EQ(src->prd_list->type, PERSON);
-    dst->next = nullptr;
-    blob_free(src);
 }
 
 TEST(BlobCopy, DataCopyBetweenListsKeepsPlaceAndIdentity)
@@ -114,23 +95,25 @@ TEST(BlobCopy, DataCopyBetweenListsKeepsPlaceAndIdentity)
     EXPECT_NE(a1->prd_list->sublist, b2->prd_list->sublist);
     EXPECT_EQ(idents_checked(a1), (std::vector<int>{1, 2}));
     EXPECT_EQ(idents_checked(b1), (std::vector<int>{11, 12}));
-
     free_blob_list(b1);  // the copies outlive the source's lists
-    EXPECT_EQ(a1->prd_list->sublist->type, FACE);
     copy_blob_data(a1, a1);  // onto itself: the lists survive
     EXPECT_EQ(a1->prd_list->sublist->type, FACE);
     copy_blob_data(blob_ptr(), a1);
     free_blob_list(a1);
 }
 
-TEST(BlobList, CopyCountAndFreeWholeLists)
+TEST(BlobList, CopyCountFreeAndBiggest)
 {
     EXPECT_FALSE(copy_blob_list(blob_ptr()));
     EXPECT_EQ(blob_list_number(blob_ptr()), 0);
+    EXPECT_FALSE(blob_get_biggest2D(blob_ptr()));
 
-    blob_ptr head = link({make_blob(0), make_blob(1), make_blob(2)});
+    blob_ptr head = link({make_blob(0, 2, 3), make_blob(1, 3, 2), make_blob(2, 1, 5)});
     head->next->prd_list = prd(PERSON);
     EXPECT_EQ(blob_list_number(head->next), 2);
+    EXPECT_EQ(blob_get_biggest2D(head)->ident, 0);  // first of equal areas
+    head->next->next->bbox.width = 2;               // stored sizes count, not bounds
+    EXPECT_EQ(blob_get_biggest2D(head)->ident, 2);
 
     blob_ptr copy = copy_blob_list(head);
     EXPECT_EQ(idents_checked(copy), (std::vector<int>{0, 1, 2}));
@@ -144,35 +127,22 @@ TEST(BlobList, CopyCountAndFreeWholeLists)
     free_blob_list(copy);
     head.reset();
     copy.reset();
-    EXPECT_TRUE(tail.expired());
-    EXPECT_TRUE(copy_tail.expired());
-}
-
-TEST(BlobList, BiggestByStoredBoxArea)
-{
-    EXPECT_FALSE(blob_get_biggest2D(blob_ptr()));
-    blob_ptr head = link({make_blob(0, 2, 3), make_blob(1, 3, 2), make_blob(2, 1, 5)});
-    EXPECT_EQ(blob_get_biggest2D(head)->ident, 0);  // first of equal areas
-    head->next->next->bbox.width = 2;               // stored sizes count, not bounds
-    EXPECT_EQ(blob_get_biggest2D(head)->ident, 2);
-    free_blob_list(head);
+    EXPECT_TRUE(tail.expired() && copy_tail.expired());
 }
 
 TEST(BlobList, RemoveKeepsBothDirectionsConsistent)
 {
     std::vector<blob_ptr> b{make_blob(0), make_blob(1), make_blob(2), make_blob(3)};
-    blob_ptr head = link(b);
-    head = remove_blob(head, b[2]);
+    blob_ptr head = remove_blob(link(b), b[2]);
     EXPECT_EQ(idents_checked(head), (std::vector<int>{0, 1, 3}));
     EXPECT_EQ(b[2]->next, b[3]);  // the removed blob keeps its own links
-    head = remove_blob(head, b[3]);
-    head = remove_blob(head, b[0]);
+    head = remove_blob(remove_blob(head, b[3]), b[0]);
     EXPECT_EQ(idents_checked(head), (std::vector<int>{1}));
     EXPECT_FALSE(remove_blob(head, b[1]));
     for (auto& blob : b) blob->next = blob->prev = nullptr;
 }
 
-TEST(BlobList, SameFatherWithinTheValidEntries)
+TEST(BlobList, SameFatherAndCleanup)
 {
     blob_ptr a = blob_new(), b = blob_new();
     a->fathers[0] = b->fathers[0] = 3;
@@ -184,23 +154,18 @@ TEST(BlobList, SameFatherWithinTheValidEntries)
     a->fathers[1] = b->fathers[1] = 7;  // beyond b's count: not seen
     a->nb_fathers = 2;
     EXPECT_EQ(blob_same_father(a, b), 0);
-}
 
-TEST(BlobList, CleanAndFreeReleaseListsButForgetBuffer)
-{
-    blob_ptr b = blob_new();
+    // Clean and free release the lists but forget the buffer, which is not theirs.
     int local = 0;
-    b->buffer = &local;  // would crash if freed
+    b->buffer = &local;
     b->prd_list = prd(PERSON);
     b->prd_list->next = prd(CAR);
     b->prd_list_2 = prd(TRUCK);
     blob_clean(b);
     EXPECT_TRUE(!b->buffer && !b->prd_list && !b->prd_list_2);
-
     b->prd_list = prd(PERSON);
     b->buffer = &local;
     blob_ptr other = b;
     blob_free(b);
-    EXPECT_FALSE(b);
-    EXPECT_TRUE(!other->prd_list && !other->buffer);
+    EXPECT_TRUE(!b && !other->prd_list && !other->buffer);
 }

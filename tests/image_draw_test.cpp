@@ -30,18 +30,16 @@ TEST(DrawRectangle, OutlineValuesRefusalsAndClipping)
     EXPECT_EQ(bytes_t(corner, corner + 3), (bytes_t{255, 20, 30}));
     EXPECT_EQ(nonzero_bytes(colour), 8 + 2);  // eight outline pixels, blue byte only
     ASSERT_EQ(draw_color_rectangle(&r, colour, 1, 2, 3), 0);
-    EXPECT_EQ(bytes_t(corner, corner + 3), (bytes_t{3, 2, 1}));
+    EXPECT_EQ(bytes_t(corner, corner + 3), (bytes_t{3, 2, 1}));  // given as red, green, blue
 
     image* grey = keep.make(GREY_IMG, 5, 4);
     ASSERT_EQ(draw_color_rectangle(&dot, grey, 1, 2, 3), 0);  // colour ignored
-    EXPECT_EQ(grey->data[2 * 5 + 2], 155);
-    EXPECT_EQ(nonzero_bytes(grey), 1);
+    EXPECT_TRUE(grey->data[2 * 5 + 2] == 155 && nonzero_bytes(grey) == 1);
     EXPECT_EQ(draw_rectangle(&dot, keep.make(INT_IMG, 4, 4)), -1);
 
     clear_image(grey);
     rectangle wide = box(0, 0, 6, 2), tall = box(0, 0, 2, 5);  // xmax == width, ymax == height
-    EXPECT_EQ(draw_rectangle(&wide, grey), -1);
-    EXPECT_EQ(draw_rectangle(&tall, grey), -1);
+    EXPECT_TRUE(draw_rectangle(&wide, grey) == -1 && draw_rectangle(&tall, grey) == -1);
     rectangle off = box(-3, -2, 5, 4);  // xmax 1, ymax 1: only the part inside is drawn
     ASSERT_EQ(draw_rectangle(&off, grey), 0);
     EXPECT_EQ(nonzero_bytes(grey), 3);
@@ -62,13 +60,11 @@ TEST(DrawLines, StraightAndDiagonal)
     EXPECT_EQ(bb_draw_color_line(0, 1, 0, VERTICAL_LINE, keep.make(GREY_IMG, 5, 5), 1, 1, 1), -1);
 
     clear_image(img);
-    ASSERT_EQ(bb_draw_color_line_diag(0, 0, 0, 0, img, 255, 0, 0), 0);  // one pixel, 201 times
-    EXPECT_EQ(nonzero_bytes(img), 1);
-    clear_image(img);
     ASSERT_EQ(bb_draw_color_line_diag(0, 0, 4, 4, img, 0, 255, 0), 0);
     for (int i = 0; i < 5; ++i) EXPECT_EQ(pixel(img, i, i)[1], 255) << i;
     EXPECT_EQ(nonzero_bytes(img), 5);
     ASSERT_EQ(bb_draw_color_line_diag(-100, 2, 100, 2, img, 0, 0, 1), 0);  // samples off the image skipped
+    EXPECT_EQ(nonzero_bytes(img), 9);  // whole pixels: (2, 2) loses its green
 }
 
 TEST(ClearImageArea, ClippedAndByKind)
@@ -133,8 +129,7 @@ TEST(MergeBinaryImagesDeathTest, MissingOrMismatchedMasksExitWithStatusOne)
 TEST(SaveGradient, FourFilesWithTheirNames)
 {
     owned keep;
-    image* gx = keep.make(FLOAT_IMG, 4, 3);
-    image* gy = keep.make(FLOAT_IMG, 4, 3);
+    image *gx = keep.make(FLOAT_IMG, 4, 3), *gy = keep.make(FLOAT_IMG, 4, 3);
     put<float>(gx, 5, 3.0f);  // pixel (1, 1)
     put<float>(gy, 5, -4.0f);
     const std::string base = temp_path("out");
@@ -144,7 +139,6 @@ TEST(SaveGradient, FourFilesWithTheirNames)
     for (auto [suffix, value] : files) {
         const cv::Mat m = cv::imread(base + suffix, cv::IMREAD_UNCHANGED);
         ASSERT_FALSE(m.empty()) << suffix;
-        EXPECT_EQ(m.at<unsigned char>(1, 1), value) << suffix;
-        EXPECT_EQ(m.at<unsigned char>(0, 0), 0) << suffix;
+        EXPECT_TRUE(m.at<unsigned char>(1, 1) == value && m.at<unsigned char>(0, 0) == 0) << suffix;
     }
 }

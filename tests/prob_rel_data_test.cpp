@@ -17,13 +17,16 @@ prob_rel_data* prd(blob_type_t t)
     return p;
 }
 
-prob_rel_data* chain(const std::vector<prob_rel_data*>& records)
+prob_rel_data* chain(const std::vector<blob_type_t>& types)
 {
-    for (size_t i = 0; i + 1 < records.size(); ++i) {
-        records[i]->next = records[i + 1];
-        records[i + 1]->prev = records[i];
+    prob_rel_data *head = nullptr, *tail = nullptr;
+    for (blob_type_t t : types) {
+        prob_rel_data* p = prd(t);
+        (tail ? tail->next : head) = p;
+        p->prev = tail;
+        tail = p;
     }
-    return records.front();
+    return head;
 }
 
 // The record's measures m0..m16 by number.
@@ -38,28 +41,16 @@ const int kBlobSlot[17] = {0, 2, 1, -1, -1, -1, 11, 13, 12, 14, 16, 15, 3, 7, 8,
 
 }  // namespace
 
-TEST(ProbRelData, NullsAndFreeingOneRecord)
+TEST(ProbRelData, DeepCopiesAreLinkedAndIndependent)
 {
     prdata_free(nullptr);
     free_prd_list(nullptr);
     EXPECT_EQ(copy_prdata(nullptr), nullptr);
     EXPECT_EQ(copy_prdata_list(nullptr), nullptr);
 
-    // Freeing one record takes its nested list but not its neighbours.
-    prob_rel_data* head = chain({prd(PERSON), prd(CAR)});
-    head->sublist = chain({prd(FACE), prd(CHILD)});
-    prob_rel_data* second = head->next;
-    prdata_free(head);
-    EXPECT_EQ(second->type, CAR);
-    prdata_free(second);
-}
-
-TEST(ProbRelData, DeepCopiesAreLinkedAndIndependent)
-{
-    prob_rel_data* head = chain({prd(PERSON), prd(CAR), prd(TRUCK)});
+    prob_rel_data* head = chain({PERSON, CAR, TRUCK});
     prob_rel_data* mid = head->next;
-    mid->sublist = chain({prd(FACE), prd(CHILD)});
-
+    mid->sublist = chain({FACE, CHILD});
     prob_rel_data* copy = copy_prdata_list(head);
     std::vector<blob_type_t> types;
     for (prob_rel_data *p = copy, *prev = nullptr; p; prev = p, p = p->next) {
@@ -67,15 +58,12 @@ TEST(ProbRelData, DeepCopiesAreLinkedAndIndependent)
         types.push_back(p->type);
     }
     EXPECT_EQ(types, (std::vector<blob_type_t>{PERSON, CAR, TRUCK}));
-    EXPECT_EQ(copy->sublist, nullptr);
     prob_rel_data* sub = copy->next->sublist;
-    EXPECT_NE(sub, mid->sublist);
-    EXPECT_TRUE(sub->next->type == CHILD && sub->next->prev == sub);
+    EXPECT_TRUE(!copy->sublist && sub != mid->sublist && sub->next->type == CHILD && sub->next->prev == sub);
 
     // Single copies keep the neighbours as they are and deep-copy the sublist.
     prob_rel_data* one = copy_prdata(mid);
-    EXPECT_TRUE(one->next == mid->next && one->prev == head);
-    EXPECT_NE(one->sublist, mid->sublist);
+    EXPECT_TRUE(one->next == mid->next && one->prev == head && one->sublist != mid->sublist);
     prob_rel_data* dst = prd(NOISE);
     dst->sublist = prd(CHAIR);  // freed by the copy
     copy_prdata(mid, dst);
@@ -83,9 +71,11 @@ TEST(ProbRelData, DeepCopiesAreLinkedAndIndependent)
     copy_prdata(dst, dst);  // onto itself: an equal nested list
     EXPECT_EQ(dst->sublist->next->type, CHILD);
 
-    free_prd_list(head);  // the copies survive their source
-    EXPECT_EQ(copy->next->sublist->next->type, CHILD);
-    EXPECT_EQ(one->sublist->type, FACE);
+    head->sublist = chain({FACE, CHILD});
+    prdata_free(head);  // one record with its nested list, not its neighbours
+    EXPECT_EQ(mid->type, CAR);
+    free_prd_list(mid);  // the copies survive their source
+    EXPECT_TRUE(copy->next->sublist->next->type == CHILD && one->sublist->type == FACE);
     one->next = one->prev = dst->next = dst->prev = nullptr;
     prdata_free(one);
     prdata_free(dst);
@@ -94,25 +84,22 @@ TEST(ProbRelData, DeepCopiesAreLinkedAndIndependent)
 
 TEST(ProbRelData, ArgumentOrderOfShallowCopies)
 {
-    prob_rel_data* a = chain({prd(PERSON), prd(CAR), prd(TRUCK)});
-    prob_rel_data* b = chain({prd(FACE), prd(CHAIR)});
+    prob_rel_data* a = chain({PERSON, CAR, TRUCK});
+    prob_rel_data* b = chain({FACE, CHAIR});
     a->next->sublist = prd(CHILD);
     a->next->occlusion = MM_OBJECT_SIT;
 
     // Destination first: b's head takes the data but stays in its own list.
     prob_rel_data* own_next = b->next;
     EXPECT_EQ(copy_prdata_only_info(b, a->next), b);
-    EXPECT_TRUE(b->type == CAR && b->occlusion == MM_OBJECT_SIT);
-    EXPECT_TRUE(b->next == own_next && !b->prev && !b->sublist);
-    EXPECT_EQ(copy_prdata_only_info(nullptr, a), nullptr);
-    EXPECT_EQ(copy_prdata_only_info(b, nullptr), nullptr);
+    EXPECT_TRUE(b->type == CAR && b->occlusion == MM_OBJECT_SIT && b->next == own_next && !b->prev && !b->sublist);
+    EXPECT_TRUE(!copy_prdata_only_info(nullptr, a) && !copy_prdata_only_info(b, nullptr));
 
     // Source first: dst shares src's neighbours and nested list.
     prob_rel_data* loose = prdata_new();
     EXPECT_EQ(copy_prdata_no_lists(a->next, loose), loose);
     EXPECT_TRUE(loose->type == CAR && loose->next == a->next->next && loose->prev == a);
     EXPECT_EQ(loose->sublist, a->next->sublist);
-
     std::free(loose);  // owns nothing it points to
     free_prd_list(a);
     free_prd_list(b);
@@ -133,42 +120,36 @@ TEST(ProbRelData, ExchangeWithBlobCrossesMeasures)
     b->occlusion = MM_OBJECT_TOP;
     b->measures[4] = -1;
     copy_prd_to_blob(p, b);
-    // The occlusion is not copied into the blob.
-    EXPECT_TRUE(b->type == VEHICLE && b->subtype == STANDING && b->bbox.ymax == 5 && b->occlusion == MM_OBJECT_TOP);
+    // The occlusion is not copied into the blob; entries 4..6 are not exchanged.
+    EXPECT_TRUE(b->type == VEHICLE && b->subtype == STANDING && b->bbox.ymax == 5 && b->occlusion == MM_OBJECT_TOP && b->info3D[5] == 9.5);
     EXPECT_STREQ(b->info, "hyp");
-    EXPECT_EQ(b->info3D[5], 9.5);
-    for (int i = 0; i < 17; ++i)
-        if (kBlobSlot[i] >= 0) {
-            EXPECT_EQ(b->measures[kBlobSlot[i]], 100 + i) << "m" << i;
-        }
     EXPECT_TRUE(b->prd_extra[0] == 103 && b->prd_extra[1] == 104 && b->prd_extra[2] == 105);
-    EXPECT_TRUE(b->measures[4] == -1 && b->measures[6] == 0);  // entries 4..6 are not exchanged
+    EXPECT_TRUE(b->measures[4] == -1 && b->measures[6] == 0);
 
     // Back into a record: m3..m5, occlusion and links are left alone.
-    prob_rel_data* q = chain({prdata_new(), prdata_new()});
+    prob_rel_data* q = chain({UNKNOWN, UNKNOWN});
     q->occlusion = MM_AOI_OUTSIDE;
     q->m4 = 7;
     copy_blob_to_prd(b, q);
     for (int i = 0; i < 17; ++i)
         if (kBlobSlot[i] >= 0) {
+            EXPECT_EQ(b->measures[kBlobSlot[i]], 100 + i) << "m" << i;
             EXPECT_EQ(q->*kMeasure[i], 100 + i) << "m" << i;
         }
     EXPECT_TRUE(q->m3 == 0 && q->m4 == 7 && q->occlusion == MM_AOI_OUTSIDE && q->next->prev == q);
-    EXPECT_TRUE(q->type == VEHICLE && q->bbox.xmax == 3 && q->info3D[5] == 9.5);
-    EXPECT_STREQ(q->info, "hyp");
+    EXPECT_TRUE(q->type == VEHICLE && q->bbox.xmax == 3 && q->info3D[5] == 9.5 && !std::strcmp(q->info, "hyp"));
     prdata_free(p);
     free_prd_list(q);
 }
 
 TEST(ProbRelData, SetNullKeepsWhatEachFormPromises)
 {
-    prob_rel_data* p = chain({prd(PERSON), prd(CAR)});
+    prob_rel_data* p = chain({PERSON, CAR});
     p->sublist = prd(FACE);
     p->subtype = LYING;
     p->occlusion = MM_CAM_OCCL_TOP;
     p->m9 = 3;
     p->info[0] = 'x';
-
     blob_ptr b = blob_new();
     init_rectangle(&b->bbox, 5, 6, 7, 8);
     set_null_3D_prd(b, p);
@@ -180,7 +161,6 @@ TEST(ProbRelData, SetNullKeepsWhatEachFormPromises)
     p->m0 = 1;
     set_null_3D_prd(p, CHAIR, ARMUP, MM_OBJECT_INSIDE, &box);
     EXPECT_TRUE(p->type == CHAIR && p->subtype == ARMUP && p->occlusion == MM_OBJECT_INSIDE);
-    EXPECT_TRUE(p->bbox.xmax == 2 && p->m0 == 0);
-    EXPECT_TRUE(p->sublist->type == FACE && p->next->prev == p);
+    EXPECT_TRUE(p->bbox.xmax == 2 && p->m0 == 0 && p->sublist->type == FACE && p->next->prev == p);
     free_prd_list(p);
 }

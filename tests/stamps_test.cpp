@@ -7,23 +7,17 @@
 
 using namespace nerva;
 
-TEST(Stamps, InitialisersSetZeroAndUnset)
+TEST(Stamps, InitialiserAndBooleanTextByPrefix)
 {
     JpegHeader h;
     std::memset(&h, 0x5a, sizeof(h));
     init_JpegHeader_st(&h);
     for (int64_t v : h.cam.values) EXPECT_EQ(v, 0);
     for (int32_t v : h.cam.small_values) EXPECT_EQ(v, 0);
-    for (int64_t v : h.time.values) EXPECT_EQ(v, TIMESTAMP_UNSET);
-    EXPECT_EQ(static_cast<uint64_t>(h.time.values[3]), UINT64_MAX);
-}
+    for (int64_t v : h.time.values) EXPECT_EQ(static_cast<uint64_t>(v), UINT64_MAX);  // unset
 
-TEST(Stamps, BooleanTextByPrefix)
-{
-    for (const char* s : {"false", "FALSE", "False", "falsehood", "False!", "0", "0.5", "01", "000"})
-        EXPECT_FALSE(atob(s)) << s;
-    for (const char* s : {"", "1", "true", "fals", "fAlse", "no", "off", " false", "f", "-0", "10"})
-        EXPECT_TRUE(atob(s)) << '"' << s << '"';
+    for (const char* s : {"false", "FALSE", "falsehood", "0", "0.5", "000"}) EXPECT_FALSE(atob(s)) << s;
+    for (const char* s : {"", "1", "fals", "fAlse", "no", " false", "-0", "10"}) EXPECT_TRUE(atob(s)) << '"' << s << '"';
     EXPECT_FALSE(atob(std::string("0\0x", 3)));
     EXPECT_TRUE(atob(std::string("\0", 1)));
 }

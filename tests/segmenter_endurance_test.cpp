@@ -49,7 +49,14 @@ long resident_pages()
     return resident;
 }
 
-#ifdef __SANITIZE_ADDRESS__
+#if defined(__SANITIZE_ADDRESS__)
+#define NERVA_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define NERVA_ASAN 1
+#endif
+#endif
+#ifdef NERVA_ASAN
 constexpr bool kQuarantinedHeap = true;  // freed memory is held back: RSS is no measure
 #else
 constexpr bool kQuarantinedHeap = false;

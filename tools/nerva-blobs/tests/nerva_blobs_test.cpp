@@ -183,21 +183,6 @@ TEST_F(NervaBlobs, WritesAnnotatedFramesVideoAndOverview)
     EXPECT_FALSE(cv::imread((dir_ / "overview.png").string()).empty());
 }
 
-TEST_F(NervaBlobs, RowSamplingStaysExactColumnSamplingEmptiesRuns)
-{
-    const Result rows = run("square.avi --steps 1,3 --min-pixels 20 -q");
-    ASSERT_EQ(rows.status, 0) << rows.err;
-    EXPECT_EQ(rows.out, run("square.avi --min-pixels 20 -q").out);
-
-    // Runs ending inside the region store their last column before their
-    // first: the blobs come out empty, one per row.
-    const Result cols = run("square.avi --steps 2,1 -q");
-    ASSERT_EQ(cols.status, 0) << cols.err;
-    const json blobs = cols.lines()[20]["blobs"];
-    EXPECT_EQ(blobs.size(), static_cast<size_t>(kSide));
-    for (const json& b : blobs) EXPECT_TRUE(b["width"] == 0 && b["npix"] == 0) << b.dump();
-}
-
 TEST_F(NervaBlobs, BadInputGivesOneLineAndTheRightStatus)
 {
     std::ofstream(dir_ / "junk.avi") << std::string(20000, 'x');

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -237,4 +238,51 @@ TEST(SegmenterRefusals, UnsafeInputGivesAnEmptyListAndOneLine)
     EXPECT_TRUE(RLEsegm_segmentKAP(m, s));  // and the segmenter still works
     RLEsegm_free_private(s);
     expect_refused(m, "not initialised");
+}
+
+namespace {
+
+// The runs of a row as the column-by-column rule gives them: samples every
+// step_x from xmin; a run found after the first sample begins just after the
+// preceding background sample and, ending inside the row, ends on it.
+Runs sampled_runs_by_rule(const uchar* row, int xmin, int xmax, int step)
+{
+    Runs runs;
+    int back = 0;
+    for (long x = xmin; x <= xmax;) {
+        if (!row[x]) {
+            x += step;
+            continue;
+        }
+        int first = xmin;
+        if (x != xmin) first = (back = static_cast<int>(x - step)) + 1;
+        while (x <= xmax && row[x]) x += step;
+        runs.emplace_back(first, x > xmax ? xmax : back);
+    }
+    return runs;
+}
+
+}  // namespace
+
+TEST(RunExtraction, WideRowsSampledAtAnyStepFollowTheColumnRule)
+{
+    std::mt19937 rng(77);
+    auto s = segmenter_for(cv::Mat(2, 700, CV_8UC1), 1, 1);
+    for (int trial = 0; trial < 600; ++trial) {
+        const int w = 1 + static_cast<int>(rng() % 700);
+        cv::Mat m(2, w, CV_8UC1, cv::Scalar(0));
+        // Foreground in stretches of assorted lengths, so samples meet runs
+        // at every phase and chunk boundary.
+        for (int x = 0; x < w;) {
+            const int len = 1 + static_cast<int>(rng() % (trial % 3 == 0 ? 8 : 90));
+            if (rng() % 2) std::fill_n(m.ptr<uchar>(0) + x, std::min(len, w - x), uchar(1 + rng() % 255));
+            x += len;
+        }
+        const int step = 2 + static_cast<int>(rng() % 40);
+        const int xmin = static_cast<int>(rng() % w), xmax = xmin + static_cast<int>(rng() % (w - xmin));
+        RLEsegm_set_steps(s, step, 1);
+        RLEsegm_set_ROI(xmin, 0, xmax, 0, s);
+        ASSERT_EQ(first_row_runs(m, s), sampled_runs_by_rule(m.ptr<uchar>(0), xmin, xmax, step))
+            << "width " << w << " step " << step << " columns " << xmin << ".." << xmax;
+    }
 }

@@ -135,6 +135,84 @@ inline void for_each_run(const uint8_t* row, int x, int end, Run&& run)
     if (open_at >= 0) run(open_at, end - 1);
 }
 
+// Calls run(first, last) for every run of the columns sampled every `step`
+// from `xmin` to `xmax`. A run begun between two samples starts just after
+// the preceding background sample and, when it ends inside the row, ends on
+// that same sample: such runs come out with last < first on purpose. A run
+// begun on `xmin` itself ends on column 0 (the back column's initial value)
+// unless it reaches `xmax`.
+//
+// Steps up to 32 work on 64-column chunks: the sampled foreground bits are
+// compared with those one step to the left, so each run boundary costs one
+// bit scan, and empty stretches are skipped 256 bytes at a time.
+template <class Run>
+inline void for_each_sampled_run(const uint8_t* row, int32_t xmin, int32_t xmax, int32_t step, Run&& run)
+{
+    int32_t back = 0, first = 0;
+    bool open = false;
+    int64_t x = xmin;  // next sample; 64-bit so that a huge step cannot overflow
+    const int64_t end = static_cast<int64_t>(xmax) + 1;
+#if defined(__SSE2__)
+    if (step <= 32) {
+        uint64_t every_step = 0;  // bits 0, step, 2 step, ...
+        for (int i = 0; i < 64; i += step) every_step |= uint64_t{1} << i;
+        int64_t chunk = xmin;
+        while (chunk + 64 <= end) {
+            if (!open) {
+                const int64_t skipped = next_foreground(row, static_cast<int>(chunk), static_cast<int>(end));
+                chunk += (skipped - chunk) & ~int64_t{63};
+                if (chunk + 64 > end) break;
+            }
+            // Offset in this chunk of its first sample.
+            const int32_t rem = static_cast<int32_t>((chunk - xmin) % step);
+            const int32_t phase = rem ? step - rem : 0;
+            const uint64_t samples = every_step << phase;
+            const uint64_t fg = foreground_bits64(row + chunk) & samples;
+            // The sample before the chunk's first one is the last of the chunk before.
+            const uint64_t before = (fg << step) | (open ? uint64_t{1} << phase : 0);
+            uint64_t edges = (fg ^ before) & samples;
+            while (edges) {
+                const int64_t at = chunk + __builtin_ctzll(edges);
+                edges &= edges - 1;
+                if (!open) {
+                    if (at != xmin) {
+                        back = static_cast<int32_t>(at - step);
+                        first = back + 1;
+                    } else {
+                        first = xmin;
+                    }
+                    open = true;
+                } else {
+                    run(first, back);
+                    open = false;
+                }
+            }
+            chunk += 64;
+        }
+        // Resume one by one at the first sample not yet seen.
+        const int64_t rem = (chunk - xmin) % step;
+        x = rem ? chunk + (step - rem) : chunk;
+    }
+#endif
+    while (x < end) {
+        const bool fg = row[x] != 0;
+        if (!open && fg) {
+            if (x != xmin) {
+                back = static_cast<int32_t>(x - step);
+                first = back + 1;
+            } else {
+                first = xmin;
+            }
+            open = true;
+        } else if (open && !fg) {
+            run(first, back);
+            open = false;
+        }
+        x += step;
+    }
+    if (open) run(first, xmax);
+}
+
 }  // namespace
 
 void MV_RLEsegm::grow_segment_pool(int32_t index)
@@ -183,25 +261,7 @@ void MV_RLEsegm::RLEsegm_build_RLElineKAP(int y, const cv::Mat& mask)
     if (step_x == 1) {
         for_each_run(row, roi_xmin, roi_xmax + 1, begin_run);
     } else {
-        // A run begun between two samples starts just after the preceding
-        // background sample, and ends on that same sample when it ends inside
-        // the region: such runs are stored with x_end < x_start on purpose.
-        // 64-bit column so that a huge step cannot overflow.
-        int32_t back = 0;
-        int64_t x = roi_xmin;
-        while (x <= roi_xmax) {
-            if (!row[x]) {
-                x += step_x;
-                continue;
-            }
-            int32_t x_start = roi_xmin;
-            if (x != roi_xmin) {
-                back = static_cast<int32_t>(x - step_x);
-                x_start = back + 1;
-            }
-            while (x <= roi_xmax && row[x]) x += step_x;
-            begin_run(x_start, x > roi_xmax ? roi_xmax : back);
-        }
+        for_each_sampled_run(row, roi_xmin, roi_xmax, step_x, begin_run);
     }
     line.nb_segs = runs;
 }

@@ -1,0 +1,140 @@
+// Time per frame of each stage of the segmenter's driver on the vtest
+// masks, next to countNonZero on the same masks and to the scan of an
+// all-zero mask. The stages are the driver's own, called one by one in its
+// order; their sum is a little above the driver's time (one timer per stage).
+//
+//   nerva_stage_times [step_x step_y [passes]]
+//
+// NERVA_BENCH_VIDEO overrides the video; NERVA_MASK_CACHE names a file that
+// keeps the decoded masks between runs.
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include "masks.h"
+#include "nerva/nerva.h"
+#include "nerva/segmentation/segmenter_internal.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::vector<cv::Mat> load_masks(const std::string& video)
+{
+    const char* cache = std::getenv("NERVA_MASK_CACHE");
+    std::vector<cv::Mat> masks;
+    if (cache) {
+        std::ifstream in(cache, std::ios::binary);
+        int n = 0, rows = 0, cols = 0;
+        if (in.read(reinterpret_cast<char*>(&n), sizeof n) && in.read(reinterpret_cast<char*>(&rows), sizeof rows) &&
+            in.read(reinterpret_cast<char*>(&cols), sizeof cols)) {
+            for (int i = 0; i < n; ++i) {
+                cv::Mat m(rows, cols, CV_8UC1);
+                if (!in.read(reinterpret_cast<char*>(m.data), static_cast<std::streamsize>(m.total()))) break;
+                masks.push_back(m);
+            }
+            if (static_cast<int>(masks.size()) == n) return masks;
+        }
+        masks.clear();
+    }
+    masks = vtest_masks(video, 1);
+    if (cache && !masks.empty()) {
+        std::ofstream out(cache, std::ios::binary);
+        const int n = static_cast<int>(masks.size()), rows = masks[0].rows, cols = masks[0].cols;
+        out.write(reinterpret_cast<const char*>(&n), sizeof n);
+        out.write(reinterpret_cast<const char*>(&rows), sizeof rows);
+        out.write(reinterpret_cast<const char*>(&cols), sizeof cols);
+        for (const cv::Mat& m : masks) out.write(reinterpret_cast<const char*>(m.data), static_cast<std::streamsize>(m.total()));
+    }
+    return masks;
+}
+
+struct Stage {
+    const char* name;
+    double ns = 0;
+};
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    const int step_x = argc > 1 ? std::atoi(argv[1]) : 1;
+    const int step_y = argc > 2 ? std::atoi(argv[2]) : 1;
+    const int passes = argc > 3 ? std::atoi(argv[3]) : 5;
+    const char* video = std::getenv("NERVA_BENCH_VIDEO");
+    const std::vector<cv::Mat> masks = load_masks(video ? video : "/usr/share/doc/opencv-doc/examples/data/vtest.avi");
+    if (masks.empty()) {
+        std::fprintf(stderr, "nerva_stage_times: no masks\n");
+        return 1;
+    }
+    const cv::Size size = masks[0].size();
+    auto s = std::make_shared<nerva::MV_RLEsegm>();
+    nerva::RLEsegm_init_privateKAP(s, 0, size.width - 1, 0, size.height - 1, size.width, size.height);
+    nerva::RLEsegm_set_steps(s, step_x, step_y);
+    for (const cv::Mat& m : masks) nerva::RLEsegm_segmentKAP(m, s);  // steady state
+
+    Stage stages[] = {{"reset"}, {"extraction"}, {"labelling"}, {"region lines"}, {"blobs"}};
+    double driver_ns = 0, count_ns = 0, zero_ns = 0;
+    long runs = 0, regions = 0, blobs = 0;
+    const cv::Mat zero = cv::Mat::zeros(size, CV_8UC1);
+    auto since = [](Clock::time_point t) { return std::chrono::duration<double, std::nano>(Clock::now() - t).count(); };
+    volatile long sink = 0;
+    for (int p = 0; p < passes; ++p) {
+        for (const cv::Mat& m : masks) {
+            auto t = Clock::now();
+            nerva::RLEsegm_reset(s);
+            nerva::RLEreset_blob_idents(s);
+            stages[0].ns += since(t);
+            t = Clock::now();
+            nerva::extract_frame(*s, m);
+            stages[1].ns += since(t);
+            runs += s->nb_segs;
+            if (s->nb_segs == 0) continue;
+            t = Clock::now();
+            nerva::label_frame(*s);
+            stages[2].ns += since(t);
+            regions += s->nb_regs;
+            t = Clock::now();
+            nerva::set_segs_in_regsKAP(s, m.rows);
+            stages[3].ns += since(t);
+            t = Clock::now();
+            nerva::RLEsegm_regions2blobsKAP(0, 0, s);
+            stages[4].ns += since(t);
+            blobs += s->nb_blobs;
+        }
+        for (const cv::Mat& m : masks) {
+            auto t = Clock::now();
+            nerva::RLEsegm_segmentKAP(m, s);
+            driver_ns += since(t);
+        }
+        for (const cv::Mat& m : masks) {
+            auto t = Clock::now();
+            sink = sink + cv::countNonZero(m);
+            count_ns += since(t);
+        }
+        for (size_t i = 0; i < masks.size(); ++i) {
+            auto t = Clock::now();
+            nerva::extract_frame(*s, zero);
+            zero_ns += since(t);
+        }
+    }
+    const double frames = static_cast<double>(masks.size()) * passes;
+    std::printf("steps %d,%d, %dx%d, %zu masks x %d passes: %.0f runs, %.0f regions, %.0f blobs per frame\n", step_x,
+                step_y, size.width, size.height, masks.size(), passes, runs / frames, regions / frames, blobs / frames);
+    double sum = 0;
+    for (const Stage& st : stages) {
+        std::printf("  %-14s %8.1f us\n", st.name, st.ns / frames / 1e3);
+        sum += st.ns;
+    }
+    std::printf("  %-14s %8.1f us\n", "sum of stages", sum / frames / 1e3);
+    std::printf("  %-14s %8.1f us\n", "driver", driver_ns / frames / 1e3);
+    std::printf("  %-14s %8.1f us\n", "countNonZero", count_ns / frames / 1e3);
+    std::printf("  %-14s %8.1f us\n", "zero-mask scan", zero_ns / frames / 1e3);
+    std::printf("  driver / countNonZero = %.2f\n", driver_ns / count_ns);
+    return 0;
+}

@@ -158,23 +158,32 @@ TEST(SegmentationDifferential, PoolsGrowForAFullHdCheckerboardAndServeLaterFrame
     for (double d : {0.001, 0.02, 0.3, 0.7}) ASSERT_EQ(differs(blocky(rng, w, h, d), s), "") << "d=" << d;
 }
 
-// A host stepping through the public img2regs functions gets exactly the
-// regions, links and state of the driver.
+// A host stepping through the public img2regs functions and
+// set_segs_in_regsKAP gets exactly the regions, links, state and region lines
+// of the driver, with any steps and with a region of interest that moves
+// from frame to frame (rows outside it keep older runs).
 TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
 {
     std::mt19937 rng(4242);
     auto id = [](const std::shared_ptr<region>& r) { return r ? r->ident : -1; };
+    const std::pair<int, int> steps_tried[] = {{1, 1}, {4, 2}, {3, 1}, {1, 3}, {2, 2}};
     segm_ptr driver, steps;
     int w = 0, h = 0;
-    for (int trial = 0; trial < 120; ++trial) {
+    for (int trial = 0; trial < 200; ++trial) {
         if (trial % 20 == 0) {  // a new frame size every 20 frames; state carries over frames
-            w = 1 + static_cast<int>(rng() % 40);
+            w = 1 + static_cast<int>(rng() % 150);
             h = 1 + static_cast<int>(rng() % 30);
             driver = make_segmenter(w, h);
             steps = make_segmenter(w, h);
+            const auto [sx, sy] = steps_tried[(trial / 20) % 5];
+            for (auto s : {driver, steps}) RLEsegm_set_steps(s, sx, sy);
         }
         cv::Mat mask = (trial % 2) ? blocky(rng, w, h, 0.4) : speckled(rng, w, h, 0.3);
-        for (auto s : {driver, steps}) RLEsegm_set_ROI(0, trial % 3 < h ? trial % 3 : 0, w - 1, h - 1, s);
+        const int x0 = static_cast<int>(rng() % w), y0 = static_cast<int>(rng() % h);
+        const int x1 = x0 + static_cast<int>(rng() % (w - x0)), y1 = y0 + static_cast<int>(rng() % (h - y0));
+        for (auto s : {driver, steps})
+            if (trial % 4 == 0) RLEsegm_set_ROI(0, 0, w - 1, h - 1, s);
+            else RLEsegm_set_ROI(x0, y0, x1, y1, s);
         RLEsegm_segmentKAP(mask, driver);
 
         RLEsegm_reset(steps);
@@ -184,9 +193,17 @@ TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
         img2regs_init(steps->i2r, steps);
         img2regs_exec(steps->i2r, steps->roi_ymax - steps->roi_ymin + 1, steps);
         img2regs_pass2(steps->i2r, steps);
+        set_segs_in_regsKAP(steps, mask.rows);
 
         ASSERT_EQ(steps->nb_regs, driver->nb_regs) << "trial " << trial;
         for (int k = 0; k < steps->nb_segs; ++k) ASSERT_EQ(id(steps->seg_pool[k]->owner), id(driver->seg_pool[k]->owner));
+        auto lines = [](const region& r) {
+            std::vector<int> v;
+            for (const auto& l : r.reg_lines) v.insert(v.end(), {l->y, l->nb_segs, l->first_seg});
+            return v;
+        };
+        for (int i = 0; i < steps->nb_regs; ++i)
+            ASSERT_EQ(lines(*steps->reg_pool[i]), lines(*driver->reg_pool[i])) << "region " << i << " trial " << trial;
         auto fields = [&](const region& r) {
             return std::vector<double>{double(r.npix), double(r.nholes), double(r.x_min), double(r.x_max),
                                        double(r.y_min), double(r.y_max), double(r.seed_x), r.sum_x, r.sum_y,

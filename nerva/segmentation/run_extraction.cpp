@@ -135,6 +135,17 @@ inline void for_each_run(const uint8_t* row, int x, int end, Run&& run)
     if (open_at >= 0) run(open_at, end - 1);
 }
 
+// Bit i of bits[step] is set when i is a multiple of step (steps 1 to 32).
+struct EveryStepBits {
+    uint64_t bits[33] = {};
+    constexpr EveryStepBits()
+    {
+        for (int step = 1; step <= 32; ++step)
+            for (int i = 0; i < 64; i += step) bits[step] |= uint64_t{1} << i;
+    }
+};
+constexpr EveryStepBits kEveryStep;
+
 // Calls run(first, last) for every run of the columns sampled every `step`
 // from `xmin` to `xmax`. A run begun between two samples starts just after
 // the preceding background sample and, when it ends inside the row, ends on
@@ -154,18 +165,21 @@ inline void for_each_sampled_run(const uint8_t* row, int32_t xmin, int32_t xmax,
     const int64_t end = static_cast<int64_t>(xmax) + 1;
 #if defined(__SSE2__)
     if (step <= 32) {
-        uint64_t every_step = 0;  // bits 0, step, 2 step, ...
-        for (int i = 0; i < 64; i += step) every_step |= uint64_t{1} << i;
+        const uint64_t every_step = kEveryStep.bits[step];
+        const int32_t drift = 64 % step;  // how far the samples move back, chunk to chunk
         int64_t chunk = xmin;
+        int32_t phase = 0;  // offset in the chunk of its first sample
         while (chunk + 64 <= end) {
             if (!open) {
                 const int64_t skipped = next_foreground(row, static_cast<int>(chunk), static_cast<int>(end));
-                chunk += (skipped - chunk) & ~int64_t{63};
-                if (chunk + 64 > end) break;
+                const int64_t jump = (skipped - chunk) & ~int64_t{63};
+                if (jump) {
+                    chunk += jump;
+                    if (chunk + 64 > end) break;
+                    const int32_t rem = static_cast<int32_t>((chunk - xmin) % step);
+                    phase = rem ? step - rem : 0;
+                }
             }
-            // Offset in this chunk of its first sample.
-            const int32_t rem = static_cast<int32_t>((chunk - xmin) % step);
-            const int32_t phase = rem ? step - rem : 0;
             const uint64_t samples = every_step << phase;
             const uint64_t fg = foreground_bits64(row + chunk) & samples;
             // The sample before the chunk's first one is the last of the chunk before.
@@ -188,6 +202,7 @@ inline void for_each_sampled_run(const uint8_t* row, int32_t xmin, int32_t xmax,
                 }
             }
             chunk += 64;
+            phase = phase >= drift ? phase - drift : phase - drift + step;
         }
         // Resume one by one at the first sample not yet seen.
         const int64_t rem = (chunk - xmin) % step;

@@ -226,7 +226,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         const Roi roi = make_roi(in, frame_w, frame_h);
         RLEsegm_set_ROI(roi.xmin, roi.ymin, roi.xmax, roi.ymax, s);
         const bool exact = in.ConsumeBool();
-        RLEsegm_set_steps(s, exact ? 1 : in.ConsumeIntegralInRange(-2, 6), exact ? 1 : in.ConsumeIntegralInRange(-2, 6));
+        // Column steps up to 40 reach both the 64-column and the one-by-one sampling.
+        RLEsegm_set_steps(s, exact ? 1 : in.ConsumeIntegralInRange(-2, 40), exact ? 1 : in.ConsumeIntegralInRange(-2, 6));
         const bool filter = in.ConsumeBool();
         s->min_blob_side = filter ? in.ConsumeIntegralInRange(-1, 5) : 0;
         s->min_blob_pixels = filter ? in.ConsumeIntegralInRange(-1, 30) : 0;

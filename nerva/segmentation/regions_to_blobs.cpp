@@ -13,6 +13,7 @@ namespace nerva {
 namespace {
 
 constexpr size_t kArenaChunk = 4096;
+constexpr int32_t kPrefetchAhead = 8;
 
 // Written when the blob pool is full: the first part has no line end of its
 // own, so both parts stand on one line.
@@ -125,7 +126,7 @@ const std::shared_ptr<RLEblob>& take_pool_blob(MV_RLEsegm& s)
         } else {
             slot = std::move(s.spare_blobs.back());
             s.spare_blobs.pop_back();
-            *slot = RLEblob{};  // as new: every field zero or null
+            detail::renew_blob_record(*slot);
         }
         slot->ident = s.nb_pool_blobs;
         ++s.nb_pool_blobs;
@@ -133,6 +134,20 @@ const std::shared_ptr<RLEblob>& take_pool_blob(MV_RLEsegm& s)
     const std::shared_ptr<RLEblob>& b = s.blob_pool[static_cast<size_t>(s.last_blob)];
     detail::clean_blob_record(*b);
     return b;
+}
+
+// A blob record spans 20 KB: the fields that filling and linking touch lie
+// on some seven cache lines at both ends of it, cold after a frame's worth
+// of other records. Asking for them a few blobs ahead overlaps those misses.
+void prefetch_for_filling(const RLEblob* b)
+{
+    __builtin_prefetch(&b->ident, 1);
+    __builtin_prefetch(&b->buffer, 1);
+    __builtin_prefetch(&b->type, 1);
+    __builtin_prefetch(&b->fathers[0], 1);
+    __builtin_prefetch(&b->nb_fathers, 1);
+    __builtin_prefetch(&b->spare_reals[0], 1);
+    __builtin_prefetch(&b->prd_list, 1);
 }
 
 void fill_from_region(RLEblob& b, const region& r)
@@ -181,6 +196,8 @@ std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, 
         const int32_t h = r->y_max - r->y_min + 1;
         if (r->npix < min_pixels || w < min_side || h < min_side) continue;
 
+        const int32_t ahead = s.last_blob + kPrefetchAhead;
+        if (ahead >= 0 && ahead < s.nb_pool_blobs) prefetch_for_filling(s.blob_pool[static_cast<size_t>(ahead)].get());
         const std::shared_ptr<RLEblob>& b = take_pool_blob(s);
         fill_from_region(*b, *r);
         ++s.nb_blobs;

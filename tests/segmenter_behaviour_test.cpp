@@ -140,7 +140,7 @@ TEST(RegionsToBlobs, PoolTrimmingBoundaryAndTrimmedBlobsComeBackNew)
     for (Case c : {Case{45, 30, 29}, Case{40, 30, 29}, Case{39, 30, 39}, Case{60, 20, 60}}) {
         auto first = dots(c.pool);
         auto s = segmenter_for(first);
-        for (RLEblob* b : blobs(first, s)) b->info[0] = 'x', b->measures[3] = 5;  // host data
+        for (RLEblob* b : blobs(first, s)) b->info[0] = 'x', b->measures[3] = 5, b->fathers[4999] = 7;  // host data
         RLEsegm_segmentKAP(dots(c.used, first.rows), s);
         RLEsegm_reset(s);
         EXPECT_EQ(s->nb_pool_blobs, c.expect_after) << c.pool << "/" << c.used;
@@ -149,7 +149,9 @@ TEST(RegionsToBlobs, PoolTrimmingBoundaryAndTrimmedBlobsComeBackNew)
         ASSERT_EQ(again.size(), static_cast<size_t>(c.pool));
         for (int i = 0; i < c.pool; ++i) {
             const bool kept = i < c.expect_after;  // a kept blob keeps what the host wrote
-            ASSERT_TRUE(again[i]->info[0] == (kept ? 'x' : 0) && again[i]->measures[3] == (kept ? 5 : 0)) << i;
+            ASSERT_TRUE(again[i]->info[0] == (kept ? 'x' : 0) && again[i]->measures[3] == (kept ? 5 : 0) &&
+                        again[i]->fathers[4999] == (kept ? 7 : 0))
+                << i;
         }
     }
 }

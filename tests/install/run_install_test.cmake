@@ -16,6 +16,11 @@ if(NOT EXISTS "${prefix}/include/nerva/nerva.h" OR NOT EXISTS "${prefix}/include
   message(FATAL_ERROR "headers not installed under include/nerva/<subsystem>/")
 endif()
 
+# The installed program starts from the prefix as it is, library found beside it.
+if(EXISTS "${prefix}/bin/nerva-blobs")
+  run("${prefix}/bin/nerva-blobs" --help)
+endif()
+
 run(${CMAKE_COMMAND} -S "${CONSUMER_SOURCE_DIR}" -B "${WORK_DIR}/consumer"
     -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_BUILD_TYPE=Release)
 run(${CMAKE_COMMAND} --build "${WORK_DIR}/consumer")

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <vector>
 
 #include "nerva/nerva.h"
@@ -66,24 +65,5 @@ TEST(BlobPredicates, OcclusionReadsExactValuesWithCrossedObjectFlags)
     for (const auto& r : rows) {
         for (uint32_t o : r.yes) EXPECT_TRUE(r.predicate(box_blob(0, 0, 1, 1, o))) << o;
         for (uint32_t o : r.no) EXPECT_FALSE(r.predicate(box_blob(0, 0, 1, 1, o))) << o;
-    }
-}
-
-TEST(BlobPredicates, TypeListsAndPositionTable)
-{
-    blob_ptr b = blob_new();
-    for (int t = 0; t <= 33; ++t) {
-        b->type = static_cast<blob_type_t>(t);
-        const bool human = (t >= 1 && t <= 4) || t == 17 || t == 21, vehicle = t == 6 || (t >= 9 && t <= 11);
-        EXPECT_EQ(isBlobHuman(b), human) << t;
-        EXPECT_EQ(isBlobAVehicle(b), vehicle) << t;
-        EXPECT_EQ(isBlobARealObject(b), human || vehicle || t == 5) << t;
-    }
-    const int expected[9][4] = {{1, 0, 0, 1}, {1, 0, 1, 1}, {0, 0, 1, 1}, {1, 1, 0, 1}, {1, 1, 1, 1},
-                                {0, 1, 1, 1}, {1, 1, 0, 0}, {1, 1, 1, 0}, {0, 1, 1, 0}};
-    int flags[4];
-    for (int p : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, -1}) {  // out of range: as position 1
-        set_in_height_given_position(p, flags);
-        EXPECT_TRUE(std::equal(flags, flags + 4, expected[p >= 0 && p < 9 ? p : 1])) << p;
     }
 }

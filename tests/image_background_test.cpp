@@ -106,22 +106,4 @@ TEST(Differences, AbsoluteAndSigned)
     EXPECT_TRUE(at<uint32_t>(diff, 0) == pack(-20, 0, 20) && at<uint32_t>(diff, 1) == pack(40, 50, 60));
 
     EXPECT_EQ(abs_difference(keep.make(BG_IMG, 1, 1), keep.make(BG_IMG, 1, 1), &all, out), -1);
-    EXPECT_TRUE(abs_image(nullptr, &all, out) == 0 && abs_image(a, &all, nullptr) == 0);
-    EXPECT_EQ(abs_image(a, &all, out), -1);
-}
-
-TEST(ShowChanges, BlackensWhereTheMaskIsSet)
-{
-    owned keep;
-    image* mask = keep.make(COLOR_IMG_3BYTES, 3, 1, {0, 1});  // read one byte per pixel: pixel (1, 0)
-    image* img = keep.make(COLOR_IMG_3BYTES, 3, 1, bytes_t(9, 200));
-    rectangle all = box(0, 0, 3, 1);
-    ASSERT_EQ(show_chgmt(mask, img, &all), 0);
-    EXPECT_EQ(bytes(img, 9), (bytes_t{200, 200, 200, 0, 0, 0, 200, 200, 200}));
-    std::memset(mask->data, 1, 3);
-    std::memset(img->data, 200, 9);
-    ASSERT_EQ(_color_show_chgmt(mask, img, &all, 2, 1), 0);  // every second column
-    EXPECT_EQ(bytes(img, 9), (bytes_t{0, 0, 0, 200, 200, 200, 0, 0, 0}));
-    EXPECT_EQ(show_chgmt(keep.make(GREY_IMG, 3, 1), img, &all), -1);  // a grey mask makes img grey
-    EXPECT_EQ(img->type, GREY_IMG);
 }

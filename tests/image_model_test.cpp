@@ -25,12 +25,7 @@ TEST(ImageInitialize, KindsAndBufferReuse)
     EXPECT_EQ(grey->capacity * grey->bytes_per_pixel, 10000);
     EXPECT_EQ(initialize_image(grey, FLOAT_IMG, 60, 60), 1);  // too big: fresh set-up
     EXPECT_EQ(grey->x_origin, 0);
-
     EXPECT_EQ(clear_image(keep.make(GREY_IMG, 0, 0)), -1);  // no buffer
-    image* generic = make_image(image_type(2), 3, 3);
-    EXPECT_EQ(generic->capacity, 0u);  // not owned: destroy_image leaves it
-    std::free(generic->data);
-    destroy_image(generic);
 }
 
 TEST(ImageCopyDeathTest, WholeImageAndUnsupportedKindExitingWithStatusZero)
@@ -42,14 +37,6 @@ TEST(ImageCopyDeathTest, WholeImageAndUnsupportedKindExitingWithStatusZero)
     image* copy = keep(copy_whole_image(src));
     EXPECT_EQ(bytes(copy, 18), bytes(src, 18));
     EXPECT_TRUE(copy->name != src->name && !std::strcmp(copy->name, "cam"));
-
-    // Four-byte pixels: the copy's buffer holds every source byte.
-    unsigned char* four = static_cast<unsigned char*>(std::malloc(60));
-    for (int i = 0; i < 60; ++i) four[i] = static_cast<unsigned char>(200 - i);
-    image* wrapped = keep(image_data_encapsulate(four, 3, 5, nullptr, COLOR_IMG_4BYTES));
-    image* copy4 = keep(copy_whole_image(wrapped));
-    EXPECT_EQ(copy4->type, COLOR_IMG_3BYTES);
-    EXPECT_EQ(bytes(copy4, 60), bytes(wrapped, 60));
     EXPECT_EXIT(copy_whole_image(keep.make(GREY_IMG, 2, 2)), testing::ExitedWithCode(0),
                 "This type of image is not handled by copy_whole_image");
 }
@@ -71,24 +58,6 @@ TEST(ImageCopy, ContentInPlaceCroppedAndRefused)
     EXPECT_EQ(copy_image_content(src, &inner, keep.make(GREY_IMG, 100, 1), COPY_IN_PLACE), -1);
 }
 
-TEST(ImageEncapsulate, WrapsOwnsAndRefuses)
-{
-    owned keep;
-    unsigned char* buffer = static_cast<unsigned char*>(std::calloc(6, 1));
-    image* img = keep(image_data_encapsulate(buffer, 2, 3, nullptr, GREY_IMG));  // frees buffer at the end
-    EXPECT_TRUE(img->width == 3u && img->capacity == 6u);
-    img->width = 77;  // a record already wrapping the buffer is left alone
-    EXPECT_EQ(image_data_encapsulate(buffer, 2, 3, img, GREY_IMG), img);
-    EXPECT_EQ(img->width, 77u);
-
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(image_data_encapsulate(buffer, 2, 3, nullptr, FLOAT_IMG), nullptr);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "image : image_data_encapsulate : ERROR!\nThis function doesn't support yet a type of image different "
-              "from GREY_IMG and COLOR_IMG_3BYTES. Sorry...\n");
-    EXPECT_EQ(image_data_encapsulate(buffer, 0, 3, nullptr, GREY_IMG), nullptr);
-}
-
 TEST(ImageConvert, GreyStepsOneBytePerPixelAndKeepsLowBytes)
 {
     owned keep;
@@ -107,21 +76,4 @@ TEST(ImageConvert, GreyStepsOneBytePerPixelAndKeepsLowBytes)
     put_all<float>(f, {300.7f, -1.5f});
     EXPECT_EQ(bytes(keep(convert_to_grey(f, &all)), 2), (bytes_t{44, 255}));
     EXPECT_EQ(convert_to_grey(keep.make(BG_IMG, 2, 1), &all), nullptr);
-}
-
-TEST(ImageConvert, MaskToColourAndBack)
-{
-    owned keep;
-    image* mask = keep.make(GREY_IMG, 4, 3, {0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 9});  // set at (1, 1), (2, 2)
-    rectangle part = box(1, 1, 5, 5);  // clipped to 3 x 2 at (1, 1)
-    image* colour = keep(convert_to_4bytes(mask, &part, nullptr));
-    ASSERT_EQ(colour->width, 3u);
-    EXPECT_TRUE(colour->x_origin == 1 && colour->y_origin == 1);  // placed at the corner: frame coordinates address it
-    bytes_t expected(18, 0);
-    for (int i : {0, 1, 2, 12, 13, 14}) expected[i] = 255;
-    EXPECT_EQ(bytes(colour, 18), expected);
-    EXPECT_EQ(bytes(keep(convert_to_1byte(colour, &part, nullptr)), 6), (bytes_t{255, 0, 0, 0, 255, 0}));
-
-    EXPECT_EQ(convert_to_4bytes(mask, &part, keep.make(COLOR_IMG_3BYTES, 2, 2)), nullptr);  // too small
-    EXPECT_EQ(convert_to_1byte(mask, nullptr, nullptr), nullptr);  // source must be colour
 }

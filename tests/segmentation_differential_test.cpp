@@ -116,24 +116,6 @@ TEST(SegmentationDifferential, RandomMasksOfManySizesAndDensities)
     }
 }
 
-TEST(SegmentationDifferential, StructuredShapes)
-{
-    const int w = 200, h = 160;
-    cv::Mat shapes(h, w, CV_8UC1, cv::Scalar(0));
-    cv::rectangle(shapes, {10, 10, 30, 40}, 255, -1);  // U, O and rings within rings
-    cv::rectangle(shapes, {18, 10, 14, 30}, 0, -1);
-    cv::rectangle(shapes, {60, 10, 40, 40}, 255, 3);
-    for (int r = 5; r < 60; r += 6) cv::circle(shapes, {140, 90}, r, 255, 2);
-    cv::Mat combs(h, w, CV_8UC1, cv::Scalar(0));  // upward and downward, the teeth touching the borders
-    for (int x = 0; x < w; x += 3) cv::line(combs, {x, 0}, {x, 60}, 255);
-    for (int x = 1; x < w; x += 2) cv::line(combs, {x, 100}, {x, h - 1}, 255);
-    for (int y : {60, 100}) combs.row(y).setTo(255);
-    combs.col(w - 1).setTo(255);
-    auto s = make_segmenter(w, h);
-    for (const cv::Mat& m : {shapes, combs, checkerboard(w, h, 5), cv::Mat(h, w, CV_8UC1, cv::Scalar(1))})
-        ASSERT_EQ(differs(m, s), "");
-}
-
 TEST(SegmentationDifferential, RegionOfInterestStrictlyInside)
 {
     std::mt19937 rng(99);

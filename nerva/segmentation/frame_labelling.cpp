@@ -9,101 +9,50 @@
 #include "nerva/segmentation/pool_blocks.h"
 #include "nerva/segmentation/region_ops.h"
 #include "nerva/segmentation/segmenter_internal.h"
+#include "nerva/segmentation/sweep_cursor.h"
 
 namespace nerva {
 
 namespace {
 
-using seg_slot = std::shared_ptr<segment>;
 constexpr int32_t kNone = -1;
 
-struct IndexSweep {
-    MV_RLEsegm& s;
+// Run owners are indices in a scratch array, by run position in the pool.
+struct IndexSweep : detail::SweepCursor<IndexSweep> {
     img2regs& st;
-    seg_slot* base;  // the segment pool's storage: run position = slot - base
-    int32_t* owner;  // region per run position, kNone = no region yet
-    int32_t y;
-    seg_slot* cur_runs;
-    seg_slot* prev_runs;
-    int32_t cur_count, prev_count, cur_idx, prev_idx;
-    int32_t cur_pos, prev_pos;  // positions of the runs under examination
-    segment* cur;
-    segment* prev;
+    const seg_slot* base;  // the segment pool's storage: run position = slot - base
+    int32_t* owner;        // region per run position, kNone = no region yet
 
-    IndexSweep(MV_RLEsegm& segm)
-        : s(segm), st(*segm.i2r), base(segm.seg_pool.data()), owner(segm.label_scratch.run_owner.data()),
-          y(st.y), cur_runs(st.cur_runs), prev_runs(st.prev_runs), cur_count(st.cur_count),
-          prev_count(st.prev_count), cur_idx(st.cur_idx), prev_idx(st.prev_idx), cur_pos(kNone), prev_pos(kNone),
-          cur(st.cur_seg.get()), prev(st.prev_seg.get())
+    explicit IndexSweep(MV_RLEsegm& segm)
+        : SweepCursor(*segm.i2r, &segm), st(*segm.i2r), base(segm.seg_pool.data()),
+          owner(segm.label_scratch.run_owner.data())
     {
     }
 
     int32_t position(const seg_slot* slot) const { return static_cast<int32_t>(slot - base); }
+    region& reg(int32_t r) { return *s->reg_pool[static_cast<size_t>(r)]; }
 
-    void new_region(int32_t x_start, const segment& run, int32_t pos)
+    bool unowned(const seg_slot* slot) const { return owner[position(slot)] == kNone; }
+
+    void new_region(const seg_slot* slot)
     {
-        auto& scratch = s.label_scratch;
-        if (static_cast<size_t>(s.nb_regs) >= s.reg_pool.size()) {
-            const size_t n = s.reg_pool.size();
-            s.reg_pool.resize(n + n / 2 + 64);
-            detail::fill_from_block(s.reg_pool, n, s.reg_pool.size());
-            for (size_t i = n; i < s.reg_pool.size(); ++i) s.reg_pool[i]->ident = static_cast<int32_t>(i);
+        auto& scratch = s->label_scratch;
+        if (static_cast<size_t>(s->nb_regs) >= s->reg_pool.size()) {
+            const size_t n = s->reg_pool.size();
+            s->reg_pool.resize(n + n / 2 + 64);
+            detail::fill_from_block(s->reg_pool, n, s->reg_pool.size());
+            for (size_t i = n; i < s->reg_pool.size(); ++i) s->reg_pool[i]->ident = static_cast<int32_t>(i);
         }
-        if (scratch.absorber.size() < s.reg_pool.size()) {
-            scratch.absorber.resize(s.reg_pool.size());
-            scratch.hole.resize(s.reg_pool.size());
+        if (scratch.absorber.size() < s->reg_pool.size()) {
+            scratch.absorber.resize(s->reg_pool.size());
+            scratch.hole.resize(s->reg_pool.size());
         }
-        const int32_t r = s.nb_regs++;
-        detail::region_init_stats(*s.reg_pool[static_cast<size_t>(r)], x_start, run.x_end, y);
+        const int32_t r = s->nb_regs++;
+        const segment& run = **slot;
+        detail::region_init_stats(reg(r), run.x_start, run.x_end, y);
         scratch.absorber[static_cast<size_t>(r)] = kNone;
         scratch.hole[static_cast<size_t>(r)] = kNone;
-        owner[pos] = r;
-    }
-
-    region& reg(int32_t r) { return *s.reg_pool[static_cast<size_t>(r)]; }
-
-    void load_row(int row)
-    {
-        const RLEline& line = *s.rle_img->lines[static_cast<size_t>(row)];
-        prev_runs = cur_runs;
-        prev_count = cur_count;
-        cur_runs = line.segs;
-        cur_count = line.nb_segs;
-    }
-
-    void open_regions_for_row()
-    {
-        const int32_t first = position(cur_runs);
-        for (int32_t k = 0; k < cur_count; ++k) new_region(cur_runs[k]->x_start, *cur_runs[k], first + k);
-    }
-
-    void avanp()
-    {
-        ++prev_idx;
-        if (prev_idx < prev_count) {
-            prev_pos = position(prev_runs + prev_idx);
-            prev = prev_runs[prev_idx].get();
-        }
-    }
-
-    void avanc()
-    {
-        if (cur_idx >= 0 && owner[cur_pos] == kNone) new_region(cur->x_start, *cur, cur_pos);
-        ++cur_idx;
-        if (cur_idx < cur_count) {
-            cur_pos = position(cur_runs + cur_idx);
-            cur = cur_runs[cur_idx].get();
-        }
-    }
-
-    void initstep()
-    {
-        load_row(y);
-        if (prev_count == 0 && cur_count > 0) open_regions_for_row();
-        cur_idx = -1;
-        prev_idx = -1;
-        avanp();
-        avanc();
+        owner[position(slot)] = r;
     }
 
     void replace(int32_t old_reg, int32_t new_reg)
@@ -118,7 +67,8 @@ struct IndexSweep {
 
     void fusion()
     {
-        const int32_t rc = owner[cur_pos], rp = owner[prev_pos];
+        const int32_t cur_pos = position(cur_slot);
+        const int32_t rc = owner[cur_pos], rp = owner[position(prev_slot)];
         if (rc == kNone) {
             detail::region_add_run(reg(rp), cur->x_start, cur->x_end, y);
             owner[cur_pos] = rp;
@@ -126,53 +76,32 @@ struct IndexSweep {
             const bool current_survives = reg(rc).ident < reg(rp).ident;
             const int32_t survivor = current_survives ? rc : rp, absorbed = current_survives ? rp : rc;
             detail::region_merge_stats(reg(survivor), reg(absorbed));
-            s.label_scratch.absorber[static_cast<size_t>(absorbed)] = survivor;
+            s->label_scratch.absorber[static_cast<size_t>(absorbed)] = survivor;
             replace(absorbed, survivor);
         } else if (prev_idx != 0) {
             // A hole closes; it is counted on the owner of the previous-row
             // run just left of prev_seg, whatever region that is.
             const int32_t left = owner[position(prev_runs + prev_idx - 1)];
             if (left != kNone) {
-                s.label_scratch.hole[static_cast<size_t>(left)] = rc;
+                s->label_scratch.hole[static_cast<size_t>(left)] = rc;
                 region& l = reg(left);
                 l.nholes = wrap_add(l.nholes, 1);
             }
         }
     }
 
-    void iter()
-    {
-        while (cur_idx < cur_count) {
-            if (prev_idx == prev_count) {
-                const int32_t first = position(cur_runs);
-                for (int32_t k = cur_idx; k < cur_count; ++k)
-                    if (owner[first + k] == kNone) new_region(cur_runs[k]->x_start, *cur_runs[k], first + k);
-                return;
-            }
-            if (prev->x_end < cur->x_start) {
-                avanp();
-            } else if (cur->x_end < prev->x_start) {
-                avanc();
-            } else {
-                fusion();
-                if (prev->x_end < cur->x_end) avanp();
-                else avanc();
-            }
-        }
-    }
-
     int32_t root(int32_t r) const
     {
-        const int32_t* absorber = s.label_scratch.absorber.data();
+        const int32_t* absorber = s->label_scratch.absorber.data();
         while (absorber[r] != kNone) r = absorber[r];
         return r;
     }
 
     void pass2()
     {
-        int32_t* absorber = s.label_scratch.absorber.data();
-        int32_t* hole = s.label_scratch.hole.data();
-        for (int32_t r = 0; r < s.nb_regs; ++r) {
+        int32_t* absorber = s->label_scratch.absorber.data();
+        int32_t* hole = s->label_scratch.hole.data();
+        for (int32_t r = 0; r < s->nb_regs; ++r) {
             if (absorber[r] != kNone) absorber[r] = root(absorber[r]);
             const int32_t h = hole[r];
             if (h != kNone && absorber[h] != kNone) {
@@ -181,7 +110,7 @@ struct IndexSweep {
                 hole[r] = rt;
             }
         }
-        for (int32_t k = 0; k < s.nb_segs; ++k)
+        for (int32_t k = 0; k < s->nb_segs; ++k)
             if (owner[k] != kNone && absorber[owner[k]] != kNone) owner[k] = absorber[owner[k]];
     }
 };
@@ -194,7 +123,7 @@ const std::shared_ptr<region>& region_at(const MV_RLEsegm& s, int32_t r)
 
 void write_back(IndexSweep& sw)
 {
-    MV_RLEsegm& s = sw.s;
+    MV_RLEsegm& s = *sw.s;
     img2regs& st = sw.st;
     const int32_t* owner = s.label_scratch.run_owner.data();
     for (int32_t k = 0; k < s.nb_segs; ++k)
@@ -211,15 +140,7 @@ void write_back(IndexSweep& sw)
     detail::set_link(st.first, region_at(s, s.nb_regs > 0 ? 0 : kNone));
     detail::set_link(st.last, region_at(s, s.nb_regs > 0 ? s.nb_regs - 1 : kNone));
 
-    st.y = sw.y;
-    st.cur_runs = sw.cur_runs;
-    st.prev_runs = sw.prev_runs;
-    st.cur_count = sw.cur_count;
-    st.prev_count = sw.prev_count;
-    st.cur_idx = sw.cur_idx;
-    st.prev_idx = sw.prev_idx;
-    if (sw.cur_pos != kNone) st.cur_seg = s.seg_pool[static_cast<size_t>(sw.cur_pos)];
-    if (sw.prev_pos != kNone) st.prev_seg = s.seg_pool[static_cast<size_t>(sw.prev_pos)];
+    sw.store_cursor(st);
 }
 
 }  // namespace

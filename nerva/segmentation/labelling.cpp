@@ -4,57 +4,31 @@
 //
 // The sweep runs on a cursor of plain pointers and indices so that walking
 // runs costs no reference-count traffic; the shared-pointer fields of the
-// img2regs record are written back once, when the cursor is stored. The
-// public step functions load a cursor, take their one step and store it, so
-// the driver and a host stepping by hand run the very same code.
+// img2regs record are written back once, when the cursor is stored. Each
+// public step function loads a cursor, takes its one step and stores it. The
+// driver runs the same cursor with run owners kept as indices
+// (frame_labelling.cpp).
 #include <cstdio>
 
 #include "nerva/segmentation/pool_blocks.h"
 #include "nerva/segmentation/region_ops.h"
 #include "nerva/segmentation/segmentationRLE.h"
+#include "nerva/segmentation/sweep_cursor.h"
 
 namespace nerva {
 
 namespace {
 
-using seg_slot = std::shared_ptr<segment>;
-
-struct Sweep {
+// Run owners are the runs' own shared pointers.
+struct Sweep : detail::SweepCursor<Sweep> {
     img2regs& st;
-    MV_RLEsegm* s;  // needed only to take regions from the pool
-    int32_t y;
-    seg_slot* cur_runs;
-    seg_slot* prev_runs;
-    int32_t cur_count, prev_count;
-    int32_t cur_idx, prev_idx;
-    // The runs under examination, and the slots their shared pointers live in.
-    segment* cur;
-    segment* prev;
-    const seg_slot* cur_slot;
-    const seg_slot* prev_slot;
 
-    Sweep(img2regs& state, MV_RLEsegm* segm)
-        : st(state), s(segm), y(state.y), cur_runs(state.cur_runs), prev_runs(state.prev_runs),
-          cur_count(state.cur_count), prev_count(state.prev_count), cur_idx(state.cur_idx),
-          prev_idx(state.prev_idx), cur(state.cur_seg.get()), prev(state.prev_seg.get()),
-          cur_slot(&state.cur_seg), prev_slot(&state.prev_seg)
-    {
-    }
+    Sweep(img2regs& state, MV_RLEsegm* segm) : SweepCursor(state, segm), st(state) {}
 
-    void store()
-    {
-        st.y = y;
-        st.cur_runs = cur_runs;
-        st.prev_runs = prev_runs;
-        st.cur_count = cur_count;
-        st.prev_count = prev_count;
-        st.cur_idx = cur_idx;
-        st.prev_idx = prev_idx;
-        if (cur_slot != &st.cur_seg) st.cur_seg = *cur_slot;
-        if (prev_slot != &st.prev_seg) st.prev_seg = *prev_slot;
-        cur_slot = &st.cur_seg;
-        prev_slot = &st.prev_seg;
-    }
+    void store() { store_cursor(st); }
+
+    bool unowned(const seg_slot* slot) const { return !(*slot)->owner; }
+    void new_region(const seg_slot* slot) { new_region((*slot)->x_start, **slot); }
 
     void new_region(int x_start, segment& run)
     {
@@ -72,45 +46,6 @@ struct Sweep {
         else st.last->next = reg;
         st.last = reg;
         run.owner = reg;
-    }
-
-    void load_row(int row)
-    {
-        const std::shared_ptr<RLEline>& line = s->rle_img->lines[static_cast<size_t>(row)];
-        prev_runs = cur_runs;
-        prev_count = cur_count;
-        cur_runs = line->segs;
-        cur_count = line->nb_segs;
-    }
-
-    void avanp()
-    {
-        ++prev_idx;
-        if (prev_idx < prev_count) {
-            prev_slot = &prev_runs[prev_idx];
-            prev = prev_slot->get();
-        }
-    }
-
-    void avanc()
-    {
-        if (cur_idx >= 0 && !cur->owner) new_region(cur->x_start, *cur);
-        ++cur_idx;
-        if (cur_idx < cur_count) {
-            cur_slot = &cur_runs[cur_idx];
-            cur = cur_slot->get();
-        }
-    }
-
-    void initstep()
-    {
-        load_row(y);
-        if (prev_count == 0 && cur_count > 0)
-            for (int32_t k = 0; k < cur_count; ++k) new_region(cur_runs[k]->x_start, *cur_runs[k]);
-        cur_idx = -1;
-        prev_idx = -1;
-        avanp();
-        avanc();
     }
 
     // Relabels the runs still in the span being swept; runs further back keep
@@ -151,26 +86,6 @@ struct Sweep {
             }
         }
     }
-
-    void iter()
-    {
-        while (cur_idx < cur_count) {
-            if (prev_idx == prev_count) {
-                for (int32_t k = cur_idx; k < cur_count; ++k)
-                    if (!cur_runs[k]->owner) new_region(cur_runs[k]->x_start, *cur_runs[k]);
-                return;
-            }
-            if (prev->x_end < cur->x_start) {
-                avanp();
-            } else if (cur->x_end < prev->x_start) {
-                avanc();
-            } else {
-                fusion();
-                if (prev->x_end < cur->x_end) avanp();
-                else avanc();
-            }
-        }
-    }
 };
 
 int32_t last_labelled_row(const MV_RLEsegm& s)
@@ -206,7 +121,7 @@ void img2regs_init(i2r_ptr i2r, segm_ptr segm)
     }
     Sweep sw(st, &s);
     sw.load_row(sw.y);
-    for (int32_t k = 0; k < sw.cur_count; ++k) sw.new_region(sw.cur_runs[k]->x_start, *sw.cur_runs[k]);
+    sw.open_regions_for_row();
     sw.cur_idx = sw.cur_count;
     sw.store();
 }

@@ -35,7 +35,8 @@ TEST(BlobGeometry, OverlapRatiosContainmentAndSplits)
     small->bbox.ymax = INT32_MAX;
     EXPECT_FALSE(same2DBlob(small, same));
 
-    // Splits change only the two bounds; the new blob is loose and owns no lists.
+    // Splits change only the two bounds; the copy owns no lists and keeps b's
+    // links (it names b's neighbour, which does not name it).
     blob_ptr b = box_blob(0, 0, 10, 6), neighbour = blob_new();
     b->npix = 42;
     b->prd_list = prdata_new();
@@ -44,11 +45,13 @@ TEST(BlobGeometry, OverlapRatiosContainmentAndSplits)
     blob_ptr right = vertical_split_blob(b, 4);
     ASSERT_TRUE(right);
     EXPECT_TRUE(b->bbox.xmax == 4 && right->bbox.xmin == 5 && right->bbox.xmax == 9 && right->bbox.width == 10);
-    EXPECT_TRUE(right->npix == 42 && !right->prd_list && !right->next && b->next == neighbour);
+    EXPECT_TRUE(right->npix == 42 && !right->prd_list && right->next == neighbour && b->next == neighbour);
+    EXPECT_FALSE(neighbour->prev);
     EXPECT_FALSE(horizontal_split_blob(b, 5));
     blob_ptr lower = horizontal_split_blob(b, 2);
     ASSERT_TRUE(lower);
     EXPECT_TRUE(b->bbox.ymax == 2 && lower->bbox.ymin == 3 && lower->bbox.ymax == 5 && lower->bbox.height == 6);
+    blob_free(copy_blob(b));  // takes a blob pointer by value
     blob_free(b);
 }
 

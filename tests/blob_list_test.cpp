@@ -120,13 +120,16 @@ TEST(BlobList, CopyCountFreeAndBiggest)
     copy->next->bbox.xmin = 99;
     EXPECT_EQ(head->next->bbox.xmin, 0);
 
-    // Two-way links must not keep a freed list alive.
+    // Two-way links must not keep a freed list alive: every blob is cut
+    // loose, so one the host still holds comes back unlinked.
     std::weak_ptr<RLEblob> tail = head->next->next, copy_tail = copy->next->next;
+    blob_ptr held = copy->next;
     free_blob_list(head);
     free_blob_list(copy);
     head.reset();
     copy.reset();
     EXPECT_TRUE(tail.expired() && copy_tail.expired());
+    EXPECT_TRUE(!held->next && !held->prev);
 }
 
 TEST(BlobList, SameFatherAndCleanup)
@@ -150,7 +153,6 @@ TEST(BlobList, SameFatherAndCleanup)
     EXPECT_TRUE(!b->buffer && !b->prd_list && !b->prd_list_2);
     b->prd_list = prd(PERSON);
     b->buffer = &local;
-    blob_ptr other = b;
-    blob_free(b);
-    EXPECT_TRUE(!b && !other->prd_list && !other->buffer);
+    blob_free(b);  // the caller's pointer is a copy: it stays set
+    EXPECT_TRUE(b && !b->prd_list && !b->buffer);
 }

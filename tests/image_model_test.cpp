@@ -54,8 +54,14 @@ TEST(ImageCopy, ContentInPlaceCroppedAndRefused)
     EXPECT_TRUE(crop->width == 2u && bytes(crop, 4) == (bytes_t{16, 17, 20, 21}));
 
     EXPECT_EQ(copy_image_content(src, &corner, dst, copy_type_t(2)), -1);
-    // 100 x 1 has room for 4 x 3, so it keeps its shape: rows 1, 2 cannot fit.
-    EXPECT_EQ(copy_image_content(src, &inner, keep.make(GREY_IMG, 100, 1), COPY_IN_PLACE), -1);
+    // 6 x 2 has room for 4 x 3, so it keeps its shape: the pixels land at its
+    // own addresses, and row 2 (bytes 13, 14) lies past its buffer.
+    image* wide = keep.make(GREY_IMG, 6, 2);
+    ASSERT_EQ(copy_image_content(src, &inner, wide, COPY_IN_PLACE), 0);
+    EXPECT_EQ(bytes(wide, 12), (bytes_t{0, 0, 0, 0, 0, 0, 0, 15, 16, 0, 0, 0}));
+    rectangle backwards = box(0, 0, -1, 1);
+    EXPECT_EQ(copy_image_content(src, &backwards, dst, COPY_CROP), -1);  // not a 4-billion-wide crop
+    EXPECT_EQ(dst->width, 4u);
 }
 
 TEST(ImageConvert, GreyStepsOneBytePerPixelAndKeepsLowBytes)

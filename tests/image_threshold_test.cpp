@@ -18,8 +18,11 @@ TEST(GreyThresholding, BinaryInsideTheClippedRectangleOnly)
     EXPECT_EQ(grey_thresholding(src, 0, &left, dst), 0);  // wholly left: nothing written
     EXPECT_EQ(bytes(dst, 8), bytes_t(8, 0));
     EXPECT_EQ(grey_thresholding(keep.make(COLOR_IMG_3BYTES, 4, 2), 0, &all, dst), -1);
-    // A destination keeping a shape (8 x 1) that cannot take the rows.
-    EXPECT_EQ(grey_thresholding(src, 0, &all, keep.make(GREY_IMG, 8, 1)), -1);
+    // A destination keeping another shape (9 x 1) is written at its own
+    // addresses: row 1 would land at bytes 9..12, past its buffer.
+    image* other = keep.make(GREY_IMG, 9, 1, bytes_t(9, 7));
+    ASSERT_EQ(grey_thresholding(src, 10, &all, other), 0);
+    EXPECT_EQ(bytes(other, 9), (bytes_t{0, 0, 255, 255, 7, 7, 7, 7, 7}));
 }
 
 TEST(KeepOrZeroThresholding, FloatAndSignedIntegerKeepTheValue)

@@ -102,16 +102,9 @@ blob_ptr copy_blob_list(blob_ptr head)
     return new_head;
 }
 
-void blob_free(blob_ptr& b)
+void blob_free(blob_ptr b)
 {
-    if (b) {
-        free_prd_list(b->prd_list);
-        free_prd_list(b->prd_list_2);
-        b->prd_list = nullptr;
-        b->prd_list_2 = nullptr;
-        b->buffer = nullptr;
-    }
-    b.reset();
+    if (b) detail::clean_blob_record(*b);
 }
 
 void free_blob_list(blob_ptr head)
@@ -120,9 +113,8 @@ void free_blob_list(blob_ptr head)
     // references: each blob is cut loose as it is freed, or none would go.
     while (head) {
         blob_ptr next = std::move(head->next);
-        head->next = nullptr;
         head->prev = nullptr;
-        blob_free(head);
+        blob_free(std::move(head));
         head = std::move(next);
     }
 }

@@ -88,12 +88,14 @@ blob_ptr copy_blob_with_lists(blob_ptr src);
 // Copy of a whole list, relinked in order (the new head has no prev),
 // without probability lists or buffers. Empty for an empty list.
 blob_ptr copy_blob_list(blob_ptr head);
-// Frees both probability lists, forgets (does not free) buffer, and drops the
-// caller's reference. The links are left alone: a blob still in a list lives on.
-void blob_free(blob_ptr& b);
+// Frees both probability lists and forgets (does not free) buffer; the blob
+// itself goes with its last reference (the caller's own pointer is a copy and
+// stays set). The links are left alone: a blob still in a list lives on.
+void blob_free(blob_ptr b);
 // blob_free on every blob from head along next. Each blob's next and prev are
 // cleared as it goes: the two-way links form reference cycles that would
-// otherwise keep the whole list alive.
+// otherwise keep the whole list alive, so a blob the host still holds comes
+// back unlinked.
 void free_blob_list(blob_ptr head);
 // Frees both probability lists and clears buffer and both list fields.
 void blob_clean(blob_ptr b);

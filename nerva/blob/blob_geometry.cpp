@@ -17,14 +17,6 @@ bool within_half(int32_t a, int32_t b)
     return std::fabs(static_cast<double>(static_cast<int64_t>(a) - b)) <= 0.5;
 }
 
-blob_ptr unlinked_copy(blob_ptr b)
-{
-    blob_ptr part = copy_blob(b);
-    part->next = nullptr;
-    part->prev = nullptr;
-    return part;
-}
-
 }  // namespace
 
 double compute_overlap_ratio_blob(blob_ptr a, blob_ptr b)
@@ -143,7 +135,7 @@ bool isBlobARealObject(blob_ptr b) { return isBlobHuman(b) || isBlobAVehicle(b) 
 blob_ptr vertical_split_blob(blob_ptr b, int x)
 {
     if (!(b->bbox.xmin < x && x < b->bbox.xmax)) return nullptr;
-    blob_ptr right = unlinked_copy(b);
+    blob_ptr right = copy_blob(b);
     b->bbox.xmax = x;
     right->bbox.xmin = x + 1;
     return right;
@@ -152,7 +144,7 @@ blob_ptr vertical_split_blob(blob_ptr b, int x)
 blob_ptr horizontal_split_blob(blob_ptr b, int y)
 {
     if (!(b->bbox.ymin < y && y < b->bbox.ymax)) return nullptr;
-    blob_ptr lower = unlinked_copy(b);
+    blob_ptr lower = copy_blob(b);
     b->bbox.ymax = y;
     lower->bbox.ymin = y + 1;
     return lower;

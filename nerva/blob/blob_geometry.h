@@ -42,9 +42,11 @@ bool isBlobAVehicle(blob_ptr b);
 bool isBlobARealObject(blob_ptr b);
 
 // Cuts b at column x (xmin < x < xmax, strict): b ends at x and the returned
-// copy (no probability lists, no buffer, unlinked) starts at x + 1. Only
-// those two bounds change; sizes, counts and sums stay as they were. Empty
-// result and b untouched when x is not strictly inside.
+// copy_blob copy (no probability lists, no buffer) starts at x + 1. Only
+// those two bounds change; sizes, counts, sums and the copy's links stay as
+// they were: the copy names b's neighbours, which do not name it, so it is
+// in no list until the caller links it. Empty result and b untouched when x
+// is not strictly inside.
 blob_ptr vertical_split_blob(blob_ptr b, int x);
 // The same along rows: b ends at row y, the returned lower part starts at y + 1.
 blob_ptr horizontal_split_blob(blob_ptr b, int y);

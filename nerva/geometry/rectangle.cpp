@@ -141,7 +141,9 @@ int rectangle_distance(const rectangle* a, const rectangle* b)
     if (a == b) return 0;
     const int dx = axis_gap(a->xmin, a->xmax, b->xmin, b->xmax);
     const int dy = axis_gap(a->ymin, a->ymax, b->ymin, b->ymax);
-    const double d = std::sqrt(static_cast<double>(wrap_add(wrap_mul(dx, dx), wrap_mul(dy, dy))));
+    // Squares in 32-bit integers, their sum and root in double: boxes far
+    // apart cannot overflow the sum.
+    const double d = std::sqrt(static_cast<double>(wrap_mul(dx, dx)) + static_cast<double>(wrap_mul(dy, dy)));
     return static_cast<int>(d);
 }
 

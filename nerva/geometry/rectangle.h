@@ -57,8 +57,9 @@ double rectangle_intersect_ratio(const rectangle* a, const rectangle* b);
 // I/A when B <= A and I/B >= 0.5; otherwise the integer (B - I + 100) / 100.
 double rectangle_intersect_ratio_strict(const rectangle* a, const rectangle* b);
 
-// Gap between edges, truncated; one-pixel-wide axes contribute no gap.
-// -1 on null, 0 for the same pointer.
+// Gap between edges, truncated; one-pixel-wide axes contribute no gap. The
+// squares are 32-bit integers, their sum and root doubles. -1 on null, 0 for
+// the same pointer.
 int rectangle_distance(const rectangle* a, const rectangle* b);
 // Distance between centres in float; -1 on null, 0 for the same pointer.
 float rectangle_exact_distance(const rectangle* a, const rectangle* b);

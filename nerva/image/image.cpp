@@ -31,6 +31,17 @@ bool reuse_for_other_kind(image* img, image_type type, unsigned width, unsigned 
     return true;
 }
 
+// The buffer of a negative kind with one side 0: no pixel, capacity 0, and
+// shared, so that records which never free a capacity-0 buffer leak nothing.
+unsigned char empty_pixels[1];
+
+void release_buffer(image* img)
+{
+    if (img->data != empty_pixels) std::free(img->data);
+    img->data = nullptr;
+    img->capacity = 0;
+}
+
 char* copy_string(const char* s)
 {
     const size_t n = std::strlen(s) + 1;
@@ -64,21 +75,21 @@ int initialize_image(image* img, image_type type, unsigned width, unsigned heigh
         img->data = nullptr;  // likewise forgotten
         return 0;
     }
-    std::free(img->data);
-    img->data = nullptr;
-    img->capacity = 0;
-    // One side 0: no pixels, so no buffer (an empty allocation could never
-    // be released, capacity being 0).
-    if (width == 0 || height == 0) return kind_pixel_bytes(type) ? 0 : -1;
-
+    release_buffer(img);
     const int64_t pixel = kind_pixel_bytes(type);
     if (pixel == 0) return -1;
     const uint64_t pixels = uint64_t{width} * height;
     if (pixels > UINT32_MAX) return -1;  // capacity could not record it
     img->bytes_per_pixel = pixel;
-    img->data = static_cast<unsigned char*>(std::calloc(static_cast<size_t>(pixels), static_cast<size_t>(pixel)));
+    if (pixels == 0 && type < 0) {
+        // One side 0: a set-up like any other (result 1), over no pixels.
+        img->data = empty_pixels;
+        return 1;
+    }
+    // A generic kind's buffer is handed over unowned (capacity 0), so the
+    // host frees it: it gets a real allocation even for no pixels.
+    img->data = static_cast<unsigned char*>(std::calloc(pixels ? static_cast<size_t>(pixels) : 1, static_cast<size_t>(pixel)));
     if (!img->data) return -1;
-    // A generic kind's buffer is handed over unowned (capacity 0).
     if (type < 0) img->capacity = static_cast<uint32_t>(pixels);
     return 1;
 }
@@ -98,7 +109,8 @@ int destroy_image(image* img)
 {
     if (!img) return -1;
     const bool known_kind = img->type > 0 || (img->type >= COLOR_IMG_4BYTES && img->type <= COLOR_IMG_3BYTES);
-    if (known_kind && img->capacity != 0) std::free(img->data);
+    if (known_kind && img->capacity != 0)
+        release_buffer(img);
     img->data = nullptr;
     img->capacity = 0;
     std::free(img->name);
@@ -109,7 +121,9 @@ int destroy_image(image* img)
 int clear_image(image* img)
 {
     if (!img || !img->data) return -1;
-    std::memset(img->data, 0, buffer_bytes(img));
+    // capacity counts the pixels of a buffer the record owns; a buffer it
+    // does not own (capacity 0) is not the record's to clear.
+    std::memset(img->data, 0, size_t{img->capacity} * static_cast<size_t>(img->bytes_per_pixel));
     return 0;
 }
 
@@ -129,7 +143,7 @@ image* copy_whole_image(image* src)
         std::perror("This type of image is not handled by copy_whole_image\n");
         std::exit(0);
     }
-    if (src->type == COLOR_IMG_4BYTES && copy->data) {
+    if (src->type == COLOR_IMG_4BYTES && copy->capacity) {
         // make_image set the copy up with 3-byte pixels; it must still hold
         // every byte of the source.
         unsigned char* wide = static_cast<unsigned char*>(std::calloc(pixels, 4));
@@ -154,6 +168,8 @@ image* copy_whole_image(image* src)
 int copy_image_content(image* src, rectangle* rect, image* dst, copy_type_t how)
 {
     if (!src || !rect || !dst || (how != COPY_IN_PLACE && how != COPY_CROP)) return -1;
+    // A negative size would be read as a size of about four billion.
+    if (how == COPY_CROP && (rect->width < 0 || rect->height < 0)) return -1;
     const unsigned width = how == COPY_CROP ? static_cast<unsigned>(rect->width) : src->width;
     const unsigned height = how == COPY_CROP ? static_cast<unsigned>(rect->height) : src->height;
     if (initialize_image(dst, src->type, width, height) < 0) return -1;
@@ -169,10 +185,8 @@ int copy_image_content(image* src, rectangle* rect, image* dst, copy_type_t how)
     if (from.empty()) return 0;
     const int64_t dx = how == COPY_CROP ? -from.x0 : 0;
     const int64_t dy = how == COPY_CROP ? -from.y0 : 0;
-    const pixel_span to{from.x0 + dx, from.x1 + dx, from.y0 + dy, from.y1 + dy};
-    if (!covers(dst, to)) return -1;
 
-    size_t pixel;
+    int64_t pixel;
     switch (src->type) {
     case COLOR_IMG_3BYTES:
     case COLOR_IMG_4BYTES: pixel = 3; break;
@@ -180,13 +194,15 @@ int copy_image_content(image* src, rectangle* rect, image* dst, copy_type_t how)
     case FLOAT_IMG:
     case INT_IMG: pixel = 4; break;
     case GREY_IMG: pixel = 1; break;
-    default: pixel = static_cast<size_t>(src->bytes_per_pixel);
+    default: pixel = src->bytes_per_pixel;
     }
-    const size_t row_bytes = static_cast<size_t>(from.columns()) * pixel;
+    if (pixel <= 0) return 0;
     for (int64_t y = from.y0; y <= from.y1; ++y) {
-        const unsigned char* s = src->data + pixel_index(src, from.x0, y) * pixel;
-        unsigned char* d = dst->data + pixel_index(dst, to.x0, y + dy) * pixel;
-        std::memmove(d, s, row_bytes);
+        const row_walk s = walk_from(src, from.x0, y, pixel, pixel, pixel);
+        const row_walk d = walk_from(dst, from.x0 + dx, y + dy, pixel, pixel, pixel);
+        const step_range r = steps_inside(from.columns(), s, d);
+        if (r.first <= r.last)
+            std::memmove(d.at(r.first), s.at(r.first), static_cast<size_t>((r.last - r.first + 1) * pixel));
     }
     return 0;
 }

@@ -17,8 +17,12 @@
 //
 // Operations taking a rectangle clip it to the image: columns
 // max(xmin, 0) .. min(xmax, width - 1), rows likewise, inclusive; an empty
-// range does nothing and succeeds. An image whose origins a host has moved
-// away from 0 clips to its frame extent, x_origin .. x_origin + width - 1.
+// range does nothing and succeeds. The clipped bounds are frame coordinates
+// reached through the addressing rule above, whatever the origins: a GREY_IMG
+// of width 10 with x_origin 5 and a rectangle over columns 5..100 has
+// columns 5..9 walked, that is indices 0..4. A pixel whose bytes the rule puts
+// before or past the buffer is skipped; every other pixel is taken where the
+// rule puts it (with origins other than 0 that may be on a neighbouring row).
 namespace nerva {
 
 // Negative values name the kinds below; a positive value n is a generic image
@@ -64,8 +68,10 @@ struct image {
 //  - otherwise a fresh set-up: origins 0, name forgotten (not freed); a 0 x 0
 //    size forgets the buffer (not freed) and returns 0; else the old buffer is
 //    freed and a zeroed one allocated: 1, or -1 on failure or a kind of 0 or
-//    below -7. A size with one side 0 leaves no buffer and returns 0.
-//    Positive kinds get their buffer with capacity 0 (not owned).
+//    below -7. A size with one side 0 is such a set-up too (bytes_per_pixel
+//    set, result 1) over no pixels: capacity 0 and a shared empty buffer that
+//    is never freed. Positive kinds get their buffer with capacity 0 (not
+//    owned: the host frees it), a real allocation even with one side 0.
 // Null img: -1.
 int initialize_image(image* img, image_type type, unsigned width, unsigned height);
 // New zero-filled record set up by initialize_image; null on failure.
@@ -73,7 +79,8 @@ image* make_image(image_type type, unsigned width, unsigned height);
 // Frees the owned buffer (kinds -7..-1 and positive, capacity non-zero), the
 // name and the record. -1 for null, else 0.
 int destroy_image(image* img);
-// Zeroes capacity * bytes_per_pixel bytes. -1 when there is no buffer.
+// Zeroes capacity * bytes_per_pixel bytes: nothing when the record does not
+// own its buffer (capacity 0, e.g. a generic kind). -1 when there is no buffer.
 int clear_image(image* img);
 
 // ---- copies ----
@@ -86,10 +93,12 @@ int clear_image(image* img);
 // Null for a null src or a failed allocation.
 image* copy_whole_image(image* src);
 // Initialises dst to src's kind and to src's size (COPY_IN_PLACE) or rect's
-// width and height (COPY_CROP), then copies the clipped rectangle. A rectangle
-// at (0, 0) of src's exact size copies the whole buffer at once. -1 for a
-// null argument, an unknown `how`, a failed initialisation or a dst (as
-// initialize_image leaves it) too small for the copied pixels; else 0.
+// width and height (COPY_CROP), then copies the clipped rectangle, each pixel
+// addressed in dst as initialize_image leaves it (a dst that keeps a larger
+// shape gets the pixels at its own addresses; those past its buffer are
+// skipped). A rectangle at (0, 0) of src's exact size copies the whole buffer
+// at once. -1 for a null argument, an unknown `how`, COPY_CROP with a
+// negative width or height, or a failed initialisation; else 0.
 int copy_image_content(image* src, rectangle* rect, image* dst, copy_type_t how);
 // Makes img (or a new record when null) wrap the caller's buffer of rows x
 // columns pixels. Only GREY_IMG, COLOR_IMG_3BYTES and COLOR_IMG_4BYTES are
@@ -101,8 +110,10 @@ image* image_data_encapsulate(unsigned char* data, int rows, int columns, image*
 
 // ---- kind conversions ----
 
-// New full-size GREY_IMG with only the clipped rectangle written (the rest is
-// 0); a GREY_IMG src is returned itself, not copied. Colour sources give
+// New full-size GREY_IMG, origins 0, with only the clipped rectangle written
+// (the rest is 0); a GREY_IMG src is returned itself, not copied. The
+// rectangle's frame coordinates address both images, so a src with other
+// origins lands shifted. Colour sources give
 // (299 R + 587 G + 114 B) / 1000, but within a row the source advances one
 // byte per pixel from the first clipped pixel, not one pixel: hosts depend
 // on this stride. SIGNED_COLOR_IMG, FLOAT_IMG and INT_IMG keep the low byte
@@ -112,8 +123,9 @@ image* convert_to_grey(image* src, rectangle* rect);
 // source byte is non-zero, else 0,0,0. A null rect means the whole image.
 // Without dst a COLOR_IMG_3BYTES image of the clipped size is made, placed
 // (through its origins) at the clipped corner so frame coordinates address
-// it. Returns dst or the new image; null for a null src, a dst that is not a
-// colour image or does not cover the rectangle, or a failed allocation.
+// it. A given dst is addressed through its own origins, pixels past its
+// buffer skipped. Returns dst or the new image; null for a null src, a dst
+// that is not a colour image, or a failed allocation.
 image* convert_to_4bytes(image* src, rectangle* rect, image* dst);
 // Colour to one-byte mask: 255 where the red byte is non-zero, else 0.
 // Source must be a colour kind; otherwise as convert_to_4bytes, the made
@@ -124,7 +136,8 @@ image* convert_to_1byte(image* src, rectangle* rect, image* dst);
 
 // Binary portable-anymap file: "P6" for the colour kinds (red, green, blue on
 // disk), "P5" for GREY_IMG, FLOAT_IMG and INT_IMG, "P0" for the others; then
-// "width height 255". Pixels follow for the colour kinds, GREY_IMG and
+// "width height 255" (sizes unsigned, never negative). Pixels follow, the
+// buffer from its first pixel whatever the origins, for the colour kinds, GREY_IMG and
 // FLOAT_IMG (each float truncated toward zero, low 8 bits kept: 300.7 gives
 // 44); any other kind gets the header only and still succeeds. 0, or -1 with
 // a message on stderr ("Error opening ..." / "Error writing in ..."); a

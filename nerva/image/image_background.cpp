@@ -11,22 +11,19 @@ using namespace image_detail;
 
 namespace {
 
-// C + trunc((B - C) * k) with the product in single precision.
-int64_t running_average(int32_t background, int32_t current, float k)
+// C + trunc((B - C) * k) with the product in single precision, as the low
+// bits the caller keeps: any rate, infinite, NaN or huge ones included, gives
+// a defined value (the exact low bits of the sum; 0 added for a product that
+// is not a number).
+uint64_t running_average(int32_t background, int32_t current, float k)
 {
     const float moved = static_cast<float>(background - current) * k;
-    return int64_t{current} + truncate_to_int64(moved);
+    return static_cast<uint64_t>(int64_t{current}) + truncate_wrapped(moved);
 }
 
 unsigned char averaged_byte(unsigned char background, unsigned char current, float k)
 {
     return static_cast<unsigned char>(running_average(background, current, k) & 0xFF);
-}
-
-// Pixels both images hold inside the clipped rectangle.
-pixel_span common_span(const image* a, const image* b, const rectangle* r)
-{
-    return intersect(clip_span(a, r), clip_span(b, r));
 }
 
 // Averages byte of the background only when it is within threshold of the
@@ -47,12 +44,15 @@ int update(image* background, image* current, float rate, rectangle* rect)
     if (kind != GREY_IMG && kind != SIGNED_COLOR_IMG && kind != COLOR_IMG_3BYTES) return -1;
 
     const float k = 1.0f - rate;
-    const size_t pixel = static_cast<size_t>(kind_pixel_bytes(kind));
-    const pixel_span s = common_span(background, current, rect);
+    const int64_t pixel = kind_pixel_bytes(kind);
+    const pixel_span s = clip_span(background, rect);
     for (int64_t y = s.y0; !s.empty() && y <= s.y1; ++y) {
-        unsigned char* b = background->data + pixel_index(background, s.x0, y) * pixel;
-        const unsigned char* c = current->data + pixel_index(current, s.x0, y) * pixel;
-        for (int64_t i = 0; i < s.columns(); ++i, b += pixel, c += pixel) {
+        const row_walk bw = walk_from(background, s.x0, y, pixel, pixel, pixel);
+        const row_walk cw = walk_from(current, s.x0, y, pixel, pixel, pixel);
+        const step_range r = steps_inside(s.columns(), bw, cw);
+        for (int64_t i = r.first; i <= r.last; ++i) {
+            unsigned char* b = bw.at(i);
+            const unsigned char* c = cw.at(i);
             if (kind == GREY_IMG) {
                 b[0] = averaged_byte(b[0], c[0], k);
             } else if (kind == COLOR_IMG_3BYTES) {
@@ -62,7 +62,7 @@ int update(image* background, image* current, float rate, rectangle* rect)
                 std::memcpy(&bw, b, 4);
                 std::memcpy(&cw, c, 4);
                 for (int shift : {0, 10, 20}) {
-                    const int64_t v = running_average(signed_field10(bw, shift), signed_field10(cw, shift), k);
+                    const uint64_t v = running_average(signed_field10(bw, shift), signed_field10(cw, shift), k);
                     bw = with_field10(bw, shift, static_cast<int32_t>(v & 0x3FF));
                 }
                 std::memcpy(b, &bw, 4);
@@ -77,11 +77,12 @@ int grey_thresholded_update(image* background, image* current, float rate, int t
     if (!background || !current || !rect) return -1;
     if (background->type != GREY_IMG && current->type != GREY_IMG) return -1;
     const float k = 1.0f - rate;
-    const pixel_span s = common_span(background, current, rect);
+    const pixel_span s = clip_span(background, rect);
     for (int64_t y = s.y0; !s.empty() && y <= s.y1; ++y) {
-        unsigned char* b = background->data + pixel_index(background, s.x0, y);
-        const unsigned char* c = current->data + pixel_index(current, s.x0, y);
-        for (int64_t i = 0; i < s.columns(); ++i) learn_small_change(b[i], c[i], threshold, k);
+        const row_walk bw = walk_from(background, s.x0, y, 1, 1, 1);
+        const row_walk cw = walk_from(current, s.x0, y, 1, 1, 1);
+        const step_range r = steps_inside(s.columns(), bw, cw);
+        for (int64_t i = r.first; i <= r.last; ++i) learn_small_change(*bw.at(i), *cw.at(i), threshold, k);
     }
     return 0;
 }
@@ -92,12 +93,15 @@ int color_thresholded_update(image* background, image* current, float rate, int 
     if (!background || !current || !rect) return -1;
     if (background->type != COLOR_IMG_3BYTES || current->type != COLOR_IMG_3BYTES) return -1;
     const float k = 1.0f - rate;
-    const pixel_span s = common_span(background, current, rect);
+    const pixel_span s = clip_span(background, rect);
     for (int64_t y = s.y0; !s.empty() && y <= s.y1; ++y) {
         // One byte per step, not one pixel: the stride hosts depend on.
-        unsigned char* b = background->data + pixel_index(background, s.x0, y) * 3;
-        const unsigned char* c = current->data + pixel_index(current, s.x0, y) * 3;
-        for (int64_t i = 0; i < s.columns(); ++i, ++b, ++c) {
+        const row_walk bw = walk_from(background, s.x0, y, 3, 1, 3);
+        const row_walk cw = walk_from(current, s.x0, y, 3, 1, 3);
+        const step_range r = steps_inside(s.columns(), bw, cw);
+        for (int64_t i = r.first; i <= r.last; ++i) {
+            unsigned char* b = bw.at(i);
+            const unsigned char* c = cw.at(i);
             learn_small_change(b[2], c[2], red_threshold, k);
             learn_small_change(b[1], c[1], green_threshold, k);
             learn_small_change(b[0], c[0], blue_threshold, k);

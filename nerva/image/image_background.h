@@ -10,7 +10,9 @@
 // with B - C converted to float, the product taken in single precision and
 // truncated toward zero; a byte keeps the low 8 bits of the sum. So rate 1
 // copies the current image and rate 0 keeps the background; B = 100, C = 50,
-// rate 0.1 gives 95 and B = 50, C = 100 gives 55.
+// rate 0.1 gives 95 and B = 50, C = 100 gives 55. Any rate is defined: a
+// huge product adds the low bits of its exact integer part (0 from 2^64 on),
+// an infinite or NaN one adds 0.
 //
 // BG_IMG pixels are 32-bit words holding colour bytes 0, 1, 2 (blue, green,
 // red) in bits 0-9, 10-19 and 20-29; bits 30-31 are left as they were.
@@ -59,16 +61,17 @@ int copy_from_bg(image* from_bg, image* to_img, rectangle* rect);
 // Colour kinds: bytes 2, 1, 0, all three images stepping one byte per pixel
 // from the row's first clipped pixel as in color_thresholded_update; GREY_IMG
 // bytes; INT_IMG signed values (the magnitude's low 32 bits); FLOAT_IMG in
-// single precision. -1 for a null argument, differing kinds or sizes, a
-// capacity of 0, another kind, or an out that cannot be initialised; out is
-// then untouched unless its initialisation was reached.
+// single precision. -1 for a null argument, differing kinds or sizes or a
+// capacity of 0 (out untouched), an out that cannot be initialised, or
+// another kind (refused after out was initialised to it).
 int abs_difference(image* a, image* b, rectangle* rect, image* out);
 // a - b per clipped pixel into out, initialised as an INT_IMG of a's size:
 // GREY_IMG differences of the bytes; INT_IMG wrapped 32-bit differences;
 // FLOAT_IMG the difference truncated toward zero (saturated, NaN 0); colour
 // kinds the three signed channel differences (-255..255) packed as a
 // SIGNED_COLOR_IMG word: blue in bits 0-9, green 10-19, red 20-29, bits
-// 30-31 zero, pixels stepping by whole pixels. Checks as abs_difference.
+// 30-31 zero, pixels stepping by whole pixels. Checks, in the same order, as
+// abs_difference.
 int sign_difference(image* a, image* b, rectangle* rect, image* out);
 // Does no work: 0 when img or rect is null or out is null, -1 otherwise.
 int abs_image(image* img, rectangle* rect, image* out);

@@ -16,16 +16,19 @@ bool difference_kind(image_type t)
     return is_color_kind(t) || t == GREY_IMG || t == INT_IMG || t == FLOAT_IMG;
 }
 
-// The checks both differences share; on success out is initialised to
-// out_kind and s holds the clipped rectangle.
+// The checks both differences share, in this order: arguments, kinds and
+// sizes, capacities, then out is initialised to out_kind, and only then is a
+// kind without a difference refused (out stays initialised). On success s
+// holds the rectangle clipped to a.
 bool prepare_difference(image* a, image* b, rectangle* rect, image* out, image_type out_kind, pixel_span& s)
 {
     if (!a || !b || !rect || !out) return false;
     if (a->type != b->type || a->width != b->width || a->height != b->height) return false;
-    if (a->capacity == 0 || b->capacity == 0 || !difference_kind(a->type)) return false;
+    if (a->capacity == 0 || b->capacity == 0) return false;
     if (initialize_image(out, out_kind, a->width, a->height) < 0) return false;
-    s = intersect(clip_span(a, rect), clip_span(b, rect));
-    return covers(out, s);
+    if (!difference_kind(a->type)) return false;
+    s = clip_span(a, rect);
+    return true;
 }
 
 }  // namespace
@@ -34,19 +37,21 @@ int abs_difference(image* a, image* b, rectangle* rect, image* out)
 {
     pixel_span s;
     if (!prepare_difference(a, b, rect, out, a ? a->type : GREY_IMG, s)) return -1;
-    const size_t pixel = static_cast<size_t>(kind_pixel_bytes(a->type));
+    const bool colour = is_color_kind(a->type);
+    // Colour kinds step one byte per pixel, not one pixel, as in
+    // color_thresholded_update.
+    const int64_t pixel = colour ? 3 : kind_pixel_bytes(a->type), stride = colour ? 1 : pixel;
     for (int64_t y = s.y0; !s.empty() && y <= s.y1; ++y) {
-        const unsigned char* pa = a->data + pixel_index(a, s.x0, y) * pixel;
-        const unsigned char* pb = b->data + pixel_index(b, s.x0, y) * pixel;
-        unsigned char* po = out->data + pixel_index(out, s.x0, y) * pixel;
-        if (is_color_kind(a->type)) {
-            // One byte per step, not one pixel, as in color_thresholded_update.
-            for (int64_t i = 0; i < s.columns(); ++i, ++pa, ++pb, ++po)
+        const row_walk wa = walk_from(a, s.x0, y, pixel, stride, pixel);
+        const row_walk wb = walk_from(b, s.x0, y, pixel, stride, pixel);
+        const row_walk wo = walk_from(out, s.x0, y, pixel, stride, pixel);
+        const step_range r = steps_inside(s.columns(), wa, wb, wo);
+        for (int64_t i = r.first; i <= r.last; ++i) {
+            const unsigned char *pa = wa.at(i), *pb = wb.at(i);
+            unsigned char* po = wo.at(i);
+            if (colour) {
                 for (int channel : {2, 1, 0}) po[channel] = static_cast<unsigned char>(std::abs(pa[channel] - pb[channel]));
-            continue;
-        }
-        for (int64_t i = 0; i < s.columns(); ++i, pa += pixel, pb += pixel, po += pixel) {
-            if (a->type == GREY_IMG) {
+            } else if (a->type == GREY_IMG) {
                 po[0] = static_cast<unsigned char>(std::abs(pa[0] - pb[0]));
             } else if (a->type == INT_IMG) {
                 const int64_t d = int64_t{load<int32_t>(pa)} - load<int32_t>(pb);
@@ -63,12 +68,14 @@ int sign_difference(image* a, image* b, rectangle* rect, image* out)
 {
     pixel_span s;
     if (!prepare_difference(a, b, rect, out, INT_IMG, s)) return -1;
-    const size_t pixel = static_cast<size_t>(kind_pixel_bytes(a->type));
+    const int64_t pixel = is_color_kind(a->type) ? 3 : kind_pixel_bytes(a->type);
     for (int64_t y = s.y0; !s.empty() && y <= s.y1; ++y) {
-        const unsigned char* pa = a->data + pixel_index(a, s.x0, y) * pixel;
-        const unsigned char* pb = b->data + pixel_index(b, s.x0, y) * pixel;
-        unsigned char* po = out->data + pixel_index(out, s.x0, y) * 4;
-        for (int64_t i = 0; i < s.columns(); ++i, pa += pixel, pb += pixel, po += 4) {
+        const row_walk wa = walk_from(a, s.x0, y, pixel, pixel, pixel);
+        const row_walk wb = walk_from(b, s.x0, y, pixel, pixel, pixel);
+        const row_walk wo = walk_from(out, s.x0, y, 4, 4, 4);
+        const step_range r = steps_inside(s.columns(), wa, wb, wo);
+        for (int64_t i = r.first; i <= r.last; ++i) {
+            const unsigned char *pa = wa.at(i), *pb = wb.at(i);
             int32_t d;
             if (is_color_kind(a->type)) {
                 uint32_t word = 0;
@@ -84,7 +91,7 @@ int sign_difference(image* a, image* b, rectangle* rect, image* out)
                 const int64_t t = truncate_to_int64(double{load<float>(pa)} - double{load<float>(pb)});
                 d = static_cast<int32_t>(t > INT32_MAX ? INT32_MAX : t < INT32_MIN ? INT32_MIN : t);
             }
-            store<int32_t>(po, d);
+            store<int32_t>(wo.at(i), d);
         }
     }
     return 0;
@@ -107,11 +114,14 @@ int show_chgmt(image* mask, image* img, rectangle* rect)
 int _color_show_chgmt(image* mask, image* img, rectangle* rect, int column_step, int row_step)
 {
     if (!mask || !img || !rect || !is_color_kind(img->type) || column_step < 1 || row_step < 1) return -1;
-    const pixel_span s = intersect(clip_span(img, rect), whole_span(mask));
+    const pixel_span s = clip_span(img, rect);
+    const int64_t steps = s.empty() ? 0 : (s.x1 - s.x0) / column_step + 1;
     for (int64_t y = s.y0; !s.empty() && y <= s.y1; y += row_step) {
-        for (int64_t x = s.x0; x <= s.x1; x += column_step) {
-            if (mask->data[pixel_index(mask, x, y)]) std::memset(img->data + pixel_index(img, x, y) * 3, 0, 3);
-        }
+        const row_walk m = walk_from(mask, s.x0, y, 1, column_step, 1);
+        const row_walk w = walk_from(img, s.x0, y, 3, int64_t{3} * column_step, 3);
+        const step_range r = steps_inside(steps, m, w);
+        for (int64_t i = r.first; i <= r.last; ++i)
+            if (*m.at(i)) std::memset(w.at(i), 0, 3);
     }
     return 0;
 }

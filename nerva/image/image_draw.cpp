@@ -105,7 +105,9 @@ int bb_draw_color_line_diag(int x0, int y0, int x1, int y1, image* img, int red,
     const float dx = static_cast<float>(wrap_sub(x1, x0));
     const float dy = static_cast<float>(wrap_sub(y1, y0));
     for (int i = 0; i <= 200; ++i) {
-        const float t = static_cast<float>(i) * 0.005f;
+        // t is i * 0.005 held in single precision: the product is taken in
+        // double and rounded once, not formed from a rounded 0.005f.
+        const float t = static_cast<float>(i * 0.005);
         const float fx = t * dx + static_cast<float>(x0);
         const float fy = t * dy + static_cast<float>(y0);
         int64_t x, y;
@@ -119,7 +121,7 @@ int clear_image_area(image* img, rectangle* rect)
     if (!img || !rect) return -1;
     const pixel_span s = clip_span(img, rect);
     if (s.empty()) return 0;
-    size_t pixel, step;
+    int64_t pixel, step;
     switch (img->type) {
     case COLOR_IMG_3BYTES: pixel = step = 3; break;
     case GREY_IMG: pixel = step = 1; break;
@@ -133,12 +135,14 @@ int clear_image_area(image* img, rectangle* rect)
     default: return -1;
     }
     for (int64_t y = s.y0; y <= s.y1; ++y) {
-        unsigned char* p = img->data + pixel_index(img, s.x0, y) * pixel;
+        const row_walk w = walk_from(img, s.x0, y, pixel, step, pixel);
+        const step_range r = steps_inside(s.columns(), w);
+        if (r.first > r.last) continue;
         if (pixel == step) {
-            std::memset(p, 0, static_cast<size_t>(s.columns()) * pixel);
+            std::memset(w.at(r.first), 0, static_cast<size_t>((r.last - r.first + 1) * pixel));
             continue;
         }
-        for (int64_t i = 0; i < s.columns(); ++i, p += step) std::memset(p, 0, pixel);
+        for (int64_t i = r.first; i <= r.last; ++i) std::memset(w.at(i), 0, static_cast<size_t>(pixel));
     }
     return 0;
 }

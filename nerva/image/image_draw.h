@@ -29,8 +29,9 @@ int draw_color_rectangle(rectangle* rect, image* img, int red, int green, int bl
 // columns from..to (HORIZONTAL_LINE); from > to draws nothing. Colour kinds
 // only; -1 otherwise, for a null image or capacity 0.
 int bb_draw_color_line(int from, int to, int at, line_type direction, image* img, int red, int green, int blue);
-// Exactly 201 samples at t = i * 0.005 (float), each point truncated toward
-// zero: long lines have gaps, short ones repeat points. Checks as above.
+// Exactly 201 samples at t = i * 0.005 rounded once to float (not i times
+// 0.005f), each point computed in float and truncated toward zero: long lines
+// have gaps, short ones repeat points. Checks as above.
 int bb_draw_color_line_diag(int x0, int y0, int x1, int y1, image* img, int red, int green, int blue);
 // Zeroes the clipped rectangle. COLOR_IMG_4BYTES clears 3 bytes per pixel
 // starting at the first pixel's index * 3 and then stepping 4 bytes, as
@@ -61,9 +62,11 @@ void check_RGB_channels_extension(image* img, int* maximum, int* minimum, int ch
 
 // Saves 2|gx|, 2|gy|, the magnitude * sqrt(2) and the orientation scaled to
 // 0..255 of two FLOAT_IMG gradients as base_gradx..ppm (two dots, as hosts
-// expect), base_grady.ppm, base_gradm.ppm and base_grado.ppm; border pixels
-// are 0. Save failures are reported by save_image only. 0, or -1 when gx or
-// gy is not a FLOAT_IMG with pixels.
+// expect), base_grady.ppm, base_gradm.ppm and base_grado.ppm, four images of
+// gx's size: rows 1 .. gx height - 2, columns 1 .. gy width - 2, the rest 0.
+// The inputs are read as floats whatever their kind; a pixel either buffer
+// does not hold stays 0, and empty inputs give header-only files. Save
+// failures are reported by save_image only. Always 0 (-1 for a null argument).
 int save_gradient(image* gx, image* gy, const char* base);
 
 }  // namespace nerva

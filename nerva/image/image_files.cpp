@@ -39,8 +39,9 @@ int _write_header(image* img, FILE* file)
     default: magic = '0';
     }
     if (std::fprintf(file, "P%c\n", magic) < 0) return -1;
-    if (std::fprintf(file, "%d %d %d\n", static_cast<int>(img->width), static_cast<int>(img->height), 255) < 0)
-        return -1;
+    // The sizes are unsigned: a width past 2^31 - 1 is written as it is, never
+    // as a negative number.
+    if (std::fprintf(file, "%u %u %d\n", img->width, img->height, 255) < 0) return -1;
     return 0;
 }
 

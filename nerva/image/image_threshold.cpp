@@ -10,12 +10,12 @@ using namespace image_detail;
 
 namespace {
 
-// Initialises dst and checks that it can take the clipped rectangle.
+// Initialises dst; span gets the rectangle clipped to the source.
 bool prepare_destination(image* src, rectangle* rect, image* dst, image_type kind, pixel_span& span)
 {
     if (initialize_image(dst, kind, src->width, src->height) < 0) return false;
     span = clip_span(src, rect);
-    return covers(dst, span);
+    return true;
 }
 
 // Keep-or-zero over four-byte pixels read as T.
@@ -26,11 +26,11 @@ int keep_or_zero(image* src, rectangle* rect, image* dst, Passes passes)
     pixel_span s;
     if (!prepare_destination(src, rect, dst, src->type, s) || dst->bytes_per_pixel < 4) return -1;
     for (int64_t y = s.y0; !s.empty() && y <= s.y1; ++y) {
-        const unsigned char* in = src->data + pixel_index(src, s.x0, y) * 4;
-        unsigned char* out = dst->data + pixel_index(dst, s.x0, y) * 4;
-        for (int64_t i = 0; i < s.columns(); ++i, in += 4, out += 4) {
-            const T v = load<T>(in);
-            store<T>(out, passes(v) ? v : T{0});
+        const row_walk in = walk_from(src, s.x0, y, 4, 4, 4), out = walk_from(dst, s.x0, y, 4, 4, 4);
+        const step_range r = steps_inside(s.columns(), in, out);
+        for (int64_t i = r.first; i <= r.last; ++i) {
+            const T v = load<T>(in.at(i));
+            store<T>(out.at(i), passes(v) ? v : T{0});
         }
     }
     return 0;
@@ -44,9 +44,9 @@ int grey_thresholding(image* src, unsigned threshold, rectangle* rect, image* ds
     pixel_span s;
     if (!prepare_destination(src, rect, dst, GREY_IMG, s)) return -1;
     for (int64_t y = s.y0; !s.empty() && y <= s.y1; ++y) {
-        const unsigned char* in = src->data + pixel_index(src, s.x0, y);
-        unsigned char* out = dst->data + pixel_index(dst, s.x0, y);
-        for (int64_t i = 0; i < s.columns(); ++i) out[i] = in[i] >= threshold ? 255 : 0;
+        const row_walk in = walk_from(src, s.x0, y, 1, 1, 1), out = walk_from(dst, s.x0, y, 1, 1, 1);
+        const step_range r = steps_inside(s.columns(), in, out);
+        for (int64_t i = r.first; i <= r.last; ++i) *out.at(i) = *in.at(i) >= threshold ? 255 : 0;
     }
     return 0;
 }
@@ -71,12 +71,15 @@ int color_thresholding(image* src, unsigned red_threshold, unsigned green_thresh
     if (!prepare_destination(src, rect, dst, mode == 0 ? src->type : GREY_IMG, s)) return -1;
 
     const bool red = bands & BAND_RED, green = bands & BAND_GREEN, blue = bands & BAND_BLUE;
-    const size_t out_pixel = mode == 0 ? 3 : 1;
+    const int64_t out_pixel = mode == 0 ? 3 : 1;
     for (int64_t y = s.y0; !s.empty() && y <= s.y1; ++y) {
         // One byte per step, not one pixel: the stride hosts depend on.
-        const unsigned char* in = src->data + pixel_index(src, s.x0, y) * 3;
-        unsigned char* out = dst->data + pixel_index(dst, s.x0, y) * out_pixel;
-        for (int64_t i = 0; i < s.columns(); ++i, ++in, ++out) {
+        const row_walk from = walk_from(src, s.x0, y, 3, 1, 3);
+        const row_walk to = walk_from(dst, s.x0, y, out_pixel, 1, out_pixel);
+        const step_range r = steps_inside(s.columns(), from, to);
+        for (int64_t i = r.first; i <= r.last; ++i) {
+            const unsigned char* in = from.at(i);
+            unsigned char* out = to.at(i);
             const bool red_ok = red && in[2] >= red_threshold;
             const bool green_ok = green && in[1] >= green_threshold;
             const bool blue_ok = blue && in[0] >= blue_threshold;
@@ -87,8 +90,10 @@ int color_thresholding(image* src, unsigned red_threshold, unsigned green_thresh
             } else if (mode == 1) {
                 out[0] = red_ok ? in[2] : green_ok ? in[1] : blue_ok ? in[0] : 0;
             } else {
+                // Blue if selected, else green, else red: with no band selected
+                // every selected band passes and the red byte is written.
                 const bool all_pass = (red_ok || !red) && (green_ok || !green) && (blue_ok || !blue);
-                out[0] = !all_pass ? 0 : blue ? in[0] : green ? in[1] : red ? in[2] : 0;
+                out[0] = !all_pass ? 0 : blue ? in[0] : green ? in[1] : in[2];
             }
         }
     }

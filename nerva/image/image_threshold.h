@@ -12,9 +12,9 @@
 // when it is greater than or equal to its threshold.
 //
 // Results: 0 (also for an empty clipped rectangle), -1 for a null argument,
-// a refused source kind, a destination that cannot be initialised or that,
-// as initialize_image leaves it, does not cover the rectangle; -2 for an
-// unknown mode of color_thresholding.
+// a refused source kind or a destination that cannot be initialised; -2 for
+// an unknown mode of color_thresholding. A destination that keeps another
+// shape is written at its own addresses, pixels past its buffer skipped.
 namespace nerva {
 
 // Colour bands of a three-byte pixel (bytes blue, green, red).
@@ -31,8 +31,9 @@ constexpr band_t operator|(band_t a, band_t b) { return static_cast<band_t>(int3
 //     band is selected and passes, else 0 (unselected bands are 0);
 //  1: GREY_IMG output, the value of the first selected band (red, green,
 //     blue) that passes, else 0;
-//  2: GREY_IMG output, the value of the last selected band (blue, green,
-//     red) when every selected band passes, else 0 (also with no band).
+//  2: GREY_IMG output, when every selected band passes, the value of blue if
+//     selected, else green if selected, else red (so the red byte when no
+//     band is selected); else 0.
 // Within a row both images advance one byte per pixel from the first
 // clipped pixel (index * 3, or index * 1 for grey output), not one pixel;
 // hosts depend on this stride. An unknown mode returns -2 before anything

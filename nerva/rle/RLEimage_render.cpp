@@ -58,6 +58,8 @@ void paint_runs(const std::shared_ptr<RLEimage>& rle, image* img, unsigned char 
 image* RLEimage_to_binaire(std::shared_ptr<RLEimage> rle, image* img)
 {
     if (!rle) return nullptr;
+    // A negative size would be read as a size of about four billion.
+    if (!img && (rle->width < 0 || rle->height < 0)) return nullptr;
     if (img)
         clear_image(img);
     else
@@ -89,6 +91,11 @@ void RLEimage_to_binary_raw_gray(std::shared_ptr<RLEimage> rle, unsigned char* r
 int RLEimage_save_binaire(std::shared_ptr<RLEimage> rle, const char* path, std::shared_ptr<RLEblob> blobs)
 {
     if (!rle) return -1;
+    if (rle->width < 0 || rle->height < 0) {
+        std::fprintf(stderr, "RLEimage_save_binaire(): run-length image of size %dx%d cannot be rendered\n", rle->width,
+                     rle->height);
+        return -1;
+    }
     image* img = make_image(COLOR_IMG_3BYTES, static_cast<unsigned>(rle->width), static_cast<unsigned>(rle->height));
     img = RLEimage_to_binaire(rle, img);
     if (!img) return -1;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <vector>
 
 #include "image_test_support.h"
@@ -25,6 +26,30 @@ TEST(BackgroundUpdate, RunningAverageTruncatesInSinglePrecision)
     put<uint32_t>(packed_cur, 0, pack(50, 100, -300));
     ASSERT_EQ(update(packed, packed_cur, 0.1f, &all), 0);
     EXPECT_EQ(at<uint32_t>(packed, 0), pack(95, -80, -30) | 0xC0000000u);  // signed fields, bits 30-31 kept
+}
+
+TEST(BackgroundUpdate, AnyRateGivesADefinedValue)
+{
+    owned keep;
+    image* bg = keep.make(GREY_IMG, 2, 1);
+    image* cur = keep.make(GREY_IMG, 2, 1, {50, 7});
+    image* packed = keep.make(SIGNED_COLOR_IMG, 1, 1);
+    image* packed_cur = keep.make(SIGNED_COLOR_IMG, 1, 1);
+    put<uint32_t>(packed_cur, 0, pack(-300, 5, 200));
+    rectangle all = box(0, 0, 2, 1);
+    // Infinite and NaN products add nothing; products of 2^64 and more add
+    // their low bits, which are 0.
+    for (float rate : {INFINITY, -INFINITY, NAN, 1e30f, -1e30f}) {
+        put_all<unsigned char>(bg, {100, 7});
+        ASSERT_EQ(update(bg, cur, rate, &all), 0);
+        EXPECT_EQ(bytes(bg, 2), (bytes_t{50, 7})) << rate;
+        put_all<unsigned char>(bg, {100, 7});
+        ASSERT_EQ(grey_thresholded_update(bg, cur, rate, 1000, &all), 0);
+        EXPECT_EQ(bytes(bg, 2), (bytes_t{50, 7})) << rate;
+        put<uint32_t>(packed, 0, pack(100, 100, 100));
+        ASSERT_EQ(update(packed, packed_cur, rate, &all), 0);
+        EXPECT_EQ(at<uint32_t>(packed, 0), pack(-300, 5, 200)) << rate;
+    }
 }
 
 TEST(BackgroundUpdate, ThresholdedUpdatesLearnOnlySmallChanges)
@@ -106,4 +131,5 @@ TEST(Differences, AbsoluteAndSigned)
     EXPECT_TRUE(at<uint32_t>(diff, 0) == pack(-20, 0, 20) && at<uint32_t>(diff, 1) == pack(40, 50, 60));
 
     EXPECT_EQ(abs_difference(keep.make(BG_IMG, 1, 1), keep.make(BG_IMG, 1, 1), &all, out), -1);
+    EXPECT_EQ(out->type, BG_IMG);  // initialised before the kind is refused
 }

@@ -61,6 +61,12 @@ TEST(DrawLines, StraightAndDiagonal)
     ASSERT_EQ(bb_draw_color_line_diag(0, 0, 4, 4, img, 0, 255, 0), 0);
     ASSERT_EQ(bb_draw_color_line_diag(-100, 2, 100, 2, img, 0, 0, 1), 0);  // samples off the image skipped
     EXPECT_EQ(nonzero_bytes(img), 9);  // whole pixels: (2, 2) loses its green
+
+    // t is i * 0.005 rounded once to float: over 205 columns sample 40 falls
+    // on column 41 (0.2f * 205 would give 40.99...).
+    image* row = keep.make(COLOR_IMG_3BYTES, 206, 1);
+    ASSERT_EQ(bb_draw_color_line_diag(0, 0, 205, 0, row, 1, 1, 1), 0);
+    EXPECT_TRUE(pixel(row, 41, 0)[0] == 1 && pixel(row, 40, 0)[0] == 0);
 }
 
 TEST(MergeBinaryImages, DoorFamiliesAndPicture)

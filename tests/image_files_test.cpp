@@ -53,6 +53,11 @@ TEST(SaveImage, HeaderOnlyKindsAndFailures)
     EXPECT_EQ(file_bytes(path), "P0\n3 2 255\n");
     ASSERT_EQ(save_image(keep.make(INT_IMG, 2, 2), path.c_str()), 0);
     EXPECT_EQ(file_bytes(path), "P5\n2 2 255\n");
+    image* huge = keep.make(BG_IMG, 0, 0);  // a record sized by hand, without pixels
+    huge->width = 3000000000u;
+    huge->height = 1;
+    ASSERT_EQ(save_image(huge, path.c_str()), 0);
+    EXPECT_EQ(file_bytes(path), "P0\n3000000000 1 255\n");  // never a negative width
 
     image* img = keep.make(GREY_IMG, 2, 2);
     const std::string missing = temp_path("no/such/dir/x.pgm");
@@ -63,4 +68,29 @@ TEST(SaveImage, HeaderOnlyKindsAndFailures)
     testing::internal::CaptureStderr();
     EXPECT_EQ(save_image(img, "/dev/full"), -1);
     EXPECT_NE(testing::internal::GetCapturedStderr().find("Error writing in /dev/full"), std::string::npos);
+}
+
+TEST(SaveGradient, FourFilesAndZeroWhateverTheInputs)
+{
+    owned keep;
+    image* gx = keep.make(FLOAT_IMG, 3, 3);
+    image* gy = keep.make(FLOAT_IMG, 3, 3);
+    put<float>(gx, 4, 3.0f);  // the one inner pixel
+    put<float>(gy, 4, -4.0f);
+    const std::string base = temp_path("grad");
+    const auto centre = [&](const char* name) { return file_bytes(base + name).at(11 + 4); };
+    ASSERT_EQ(save_gradient(gx, gy, base.c_str()), 0);
+    EXPECT_EQ(file_bytes(base + "_gradx..ppm"), std::string("P5\n3 3 255\n\0\0\0\0\x06\0\0\0\0", 20));
+    EXPECT_EQ(centre("_grady.ppm"), 8);
+    EXPECT_EQ(centre("_gradm.ppm"), 7);   // 5 * sqrt(2), truncated
+    EXPECT_EQ(centre("_grado.ppm"), 89);  // (atan2(-4, 3) + pi) / 2pi * 255
+
+    // Empty inputs still give four (header-only) files; other kinds are read
+    // as floats where their buffer holds four bytes.
+    image* empty = keep.make(FLOAT_IMG, 0, 0);
+    ASSERT_EQ(save_gradient(empty, empty, base.c_str()), 0);
+    for (const char* name : {"_gradx..ppm", "_grady.ppm", "_gradm.ppm", "_grado.ppm"})
+        EXPECT_EQ(file_bytes(base + name), "P5\n0 0 255\n") << name;
+    EXPECT_EQ(save_gradient(keep.make(GREY_IMG, 4, 4), gy, base.c_str()), 0);
+    EXPECT_EQ(file_bytes(base + "_grado.ppm").size(), 11u + 16u);
 }

@@ -28,6 +28,28 @@ TEST(ImageInitialize, KindsAndBufferReuse)
     EXPECT_EQ(clear_image(keep.make(GREY_IMG, 0, 0)), -1);  // no buffer
 }
 
+TEST(ImageInitialize, OneSideZeroIsASetUpOverNoPixelsAndUnownedBuffersAreNotCleared)
+{
+    owned keep;
+    image* colour = keep.make(COLOR_IMG_3BYTES, 5, 0);
+    ASSERT_NE(colour, nullptr);
+    EXPECT_TRUE(colour->bytes_per_pixel == 3 && colour->capacity == 0u && colour->data);
+    EXPECT_EQ(clear_image(colour), 0);  // no byte to clear
+    image* grey = keep.make(GREY_IMG, 2, 2);
+    EXPECT_EQ(initialize_image(grey, FLOAT_IMG, 0, 10), 1);
+    EXPECT_TRUE(grey->bytes_per_pixel == 4 && grey->height == 10u && grey->capacity == 0u);
+    EXPECT_EQ(initialize_image(grey, FLOAT_IMG, 3, 3), 1);  // a real buffer again
+    EXPECT_EQ(grey->capacity, 9u);
+
+    // A generic kind's buffer is the host's (capacity 0): clear_image leaves it.
+    image* generic = make_image(image_type(2), 2, 2);
+    generic->data[0] = 9;
+    EXPECT_EQ(clear_image(generic), 0);
+    EXPECT_EQ(generic->data[0], 9);
+    std::free(generic->data);
+    destroy_image(generic);
+}
+
 TEST(ImageCopyDeathTest, WholeImageAndUnsupportedKindExitingWithStatusZero)
 {
     owned keep;

@@ -60,6 +60,9 @@ TEST(ColorThresholding, ModesWithTheOneByteStride)
     EXPECT_EQ(color_thresholding(src, 0, 0, 0, &all, BAND_RED, 3, grey), -2);  // unknown mode, untouched
     EXPECT_EQ(bytes(grey, 3), (bytes_t{0, 30, 40}));
     EXPECT_EQ(color_thresholding(grey, 0, 0, 0, &all, BAND_RED, 1, grey), -1);  // colour input only
+    // Mode 2 with no band: nothing selected fails, and "else red" gives the red byte.
+    ASSERT_EQ(color_thresholding(src, 255, 255, 255, &all, band_t(0), 2, grey), 0);
+    EXPECT_EQ(bytes(grey, 3), (bytes_t{30, 40, 50}));
 
     // Mode 0: unselected bands write 0 over the stepped bytes; later bytes stay.
     image* colour = keep.make(COLOR_IMG_3BYTES, 3, 1, bytes_t(9, 7));

@@ -28,10 +28,11 @@ image_type any_kind(FuzzedDataProvider& in)
     return static_cast<image_type>(in.ConsumeIntegralInRange(-8, 6));
 }
 
-// destroy_image leaves unowned buffers (generic kinds, capacity 0) to the caller.
+// destroy_image leaves unowned buffers (generic kinds, capacity 0) to the
+// caller; a negative kind with capacity 0 holds no pixels and nothing to free.
 void release(image* img)
 {
-    if (img->data && img->capacity == 0) {
+    if (img->data && img->capacity == 0 && img->type > 0) {
         std::free(img->data);
         img->data = nullptr;
     }
@@ -60,10 +61,11 @@ image* make_any_image(FuzzedDataProvider& in, size_t& allocated)
         // Re-initialised: same buffer under another kind or size, or a fresh set-up.
         const unsigned w2 = in.ConsumeIntegralInRange(0u, 12u), h2 = in.ConsumeIntegralInRange(0u, 12u);
         unsigned char* before = img->data;
+        const bool owned = img->capacity != 0 || img->type > 0;
         const int r = initialize_image(img, any_kind(in), w2, h2);
         if (r == 1) allocated = size_t{w2} * h2 * static_cast<size_t>(img->bytes_per_pixel);
         else if (img->data != before) allocated = 0;
-        if (r != 1 && before && !img->data && w2 == 0 && h2 == 0) std::free(before);  // forgotten, by design
+        if (r != 1 && before && !img->data && w2 == 0 && h2 == 0 && owned) std::free(before);  // forgotten, by design
         if (r < 0) {
             release(img);
             return nullptr;

@@ -16,7 +16,8 @@ namespace {
 bool float_at(const image* img, int64_t x, int64_t y, float& v)
 {
     const row_walk w = walk_from(img, x + img->x_origin, y + img->y_origin, 4, 4, 4);
-    if (steps_inside(1, w).first != 0) return false;
+    const step_range r = steps_inside(1, w);
+    if (r.first > r.last) return false;
     std::memcpy(&v, w.at(0), sizeof v);
     return true;
 }
@@ -25,7 +26,8 @@ void set_float(image* img, int64_t x, int64_t y, double v)
 {
     const float f = static_cast<float>(v);
     const row_walk w = walk_from(img, x, y, 4, 4, 4);
-    if (steps_inside(1, w).first == 0) std::memcpy(w.at(0), &f, sizeof f);
+    const step_range r = steps_inside(1, w);
+    if (r.first <= r.last) std::memcpy(w.at(0), &f, sizeof f);
 }
 
 std::string file_name(const char* format, const char* base, const char* what, const char* extension)

@@ -1,0 +1,349 @@
+// The raster toolkit and run-length rendering as a host drives them: images
+// of every kind, made, re-initialised (so a destination may keep another
+// shape) or wrapping a buffer, with origins anywhere in the 32-bit range;
+// rectangles with any bounds and sizes, negative and huge ones included;
+// learning rates of any float (infinities, NaN, 1e30); and run-length images
+// of negative, empty, ordinary and huge sizes with runs anywhere, rendered
+// into made or given images, raw buffers and files.
+//
+// Checks: no access outside any buffer and no undefined arithmetic (ASan,
+// UBSan), results within each operation's codes, and that the renders refuse
+// exactly the sizes they cannot make.
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "fuzz_check.h"
+#include "nerva/nerva.h"
+
+using namespace nerva;
+
+namespace {
+
+constexpr unsigned kMaxSide = 12;
+std::string temp_base;
+
+bool is_code(int r, std::initializer_list<int> codes)
+{
+    for (int c : codes)
+        if (r == c) return true;
+    return false;
+}
+
+// Generic kinds' buffers (capacity 0) are the host's to free; negative kinds
+// with capacity 0 hold no pixels and nothing to free.
+void release(image* img)
+{
+    if (!img) return;
+    if (img->type > 0 && img->capacity == 0) {
+        std::free(img->data);
+        img->data = nullptr;
+    }
+    destroy_image(img);
+}
+
+int32_t any_coordinate(FuzzedDataProvider& in)
+{
+    switch (in.ConsumeIntegralInRange(0, 3)) {
+    case 0: return in.ConsumeIntegral<int32_t>();
+    case 1: return in.PickValueInArray({INT32_MIN, INT32_MIN + 1, -1, INT32_MAX - 1, INT32_MAX});
+    default: return in.ConsumeIntegralInRange(-20, 20);
+    }
+}
+
+image* any_image(FuzzedDataProvider& in)
+{
+    const unsigned w = in.ConsumeIntegralInRange(0u, kMaxSide), h = in.ConsumeIntegralInRange(0u, kMaxSide);
+    image* img = nullptr;
+    if (in.ConsumeIntegralInRange(0, 4) == 0) {
+        const image_type kind = in.PickValueInArray({GREY_IMG, COLOR_IMG_3BYTES, COLOR_IMG_4BYTES});
+        const size_t pixel = kind == GREY_IMG ? 1 : kind == COLOR_IMG_3BYTES ? 3 : 4;
+        if (w == 0 || h == 0) return nullptr;
+        auto* buffer = static_cast<unsigned char*>(std::calloc(size_t{w} * h, pixel));
+        img = image_data_encapsulate(buffer, static_cast<int>(h), static_cast<int>(w), nullptr, kind);
+        CHECK(img);
+    } else {
+        img = make_image(static_cast<image_type>(in.ConsumeIntegralInRange(-8, 5)), w, h);
+        if (!img) return nullptr;
+        if (in.ConsumeIntegralInRange(0, 3) == 0) {
+            // Re-initialised: the record may keep its buffer and shape.
+            const bool owned = img->capacity != 0;
+            unsigned char* before = img->data;
+            const unsigned w2 = in.ConsumeIntegralInRange(0u, kMaxSide), h2 = in.ConsumeIntegralInRange(0u, kMaxSide);
+            const image_type previous = img->type;
+            const int r = initialize_image(img, static_cast<image_type>(in.ConsumeIntegralInRange(-8, 5)), w2, h2);
+            CHECK(is_code(r, {-1, 0, 1}));
+            // A 0 x 0 set-up forgets the buffer; a host frees what it owned.
+            if (r == 0 && w2 == 0 && h2 == 0 && before && !img->data && (owned || previous > 0)) std::free(before);
+            if (r < 0) {
+                release(img);
+                return nullptr;
+            }
+        }
+    }
+    const size_t held = img->data ? (img->capacity ? size_t{img->capacity} : size_t{img->width} * img->height) *
+                                        static_cast<size_t>(img->bytes_per_pixel)
+                                  : 0;
+    const std::vector<uint8_t> pixels = in.ConsumeBytes<uint8_t>(held);
+    if (!pixels.empty()) std::memcpy(img->data, pixels.data(), pixels.size());
+    if (in.ConsumeBool()) {
+        img->x_origin = any_coordinate(in);
+        img->y_origin = any_coordinate(in);
+    }
+    return img;
+}
+
+rectangle any_rectangle(FuzzedDataProvider& in)
+{
+    rectangle r;
+    r.xmin = any_coordinate(in);
+    r.ymin = any_coordinate(in);
+    r.xmax = any_coordinate(in);
+    r.ymax = any_coordinate(in);
+    // Sizes matter only to COPY_CROP, which allocates them: small, negative,
+    // or too many pixels for an image record; never a legal multi-gigabyte one.
+    switch (in.ConsumeIntegralInRange(0, 3)) {
+    case 0:
+        r.width = in.PickValueInArray({INT32_MIN, -1, -100});
+        r.height = in.ConsumeIntegralInRange(-2, 20);
+        break;
+    case 1: r.width = r.height = in.PickValueInArray({100000, INT32_MAX}); break;
+    default:
+        r.width = in.ConsumeIntegralInRange(-3, 20);
+        r.height = in.ConsumeIntegralInRange(-3, 20);
+    }
+    return r;
+}
+
+float any_rate(FuzzedDataProvider& in)
+{
+    if (in.ConsumeBool()) {
+        return in.PickValueInArray({std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity(),
+                                    std::numeric_limits<float>::quiet_NaN(), 1e30f, -1e30f, 0.0f, 1.0f, 0.01f});
+    }
+    const uint32_t bits = in.ConsumeIntegral<uint32_t>();
+    float f;
+    std::memcpy(&f, &bits, sizeof f);
+    return f;
+}
+
+// What a host must remember to honour initialize_image's 0 x 0 set-up, which
+// forgets (does not free) the buffer: operations re-initialise their
+// destinations, so a 0 x 0 source passes this on to them.
+struct buffer_before {
+    image* img;
+    unsigned char* data;
+    bool owned;
+
+    explicit buffer_before(image* i)
+        : img(i), data(i ? i->data : nullptr), owned(i && (i->capacity != 0 || i->type > 0))
+    {
+    }
+    void free_if_forgotten() const
+    {
+        if (img && data && owned && !img->data && img->width == 0 && img->height == 0) std::free(data);
+    }
+};
+
+// Runs over the toolkit's operations on up to three images.
+void image_operation(FuzzedDataProvider& in, image* a, image* b, image* c)
+{
+    rectangle r = any_rectangle(in);
+    const float rate = any_rate(in);
+    const int t = in.ConsumeIntegral<int>();
+    switch (in.ConsumeIntegralInRange(0, 24)) {
+    case 0: CHECK(is_code(clear_image_area(a, &r), {0, -1})); break;
+    case 1: CHECK(is_code(clear_image(a), {0, -1})); break;
+    case 2: CHECK(is_code(grey_thresholding(a, static_cast<unsigned>(t), &r, b), {0, -1})); break;
+    case 3: CHECK(is_code(float_thresholding(a, rate, &r, b), {0, -1})); break;
+    case 4: CHECK(is_code(int_thresholding(a, static_cast<unsigned>(t), &r, b), {0, -1})); break;
+    case 5: {
+        const band_t bands = static_cast<band_t>(in.ConsumeIntegralInRange(0, 7));
+        const int mode = in.ConsumeIntegralInRange(-1, 3);
+        const int res = color_thresholding(a, static_cast<unsigned>(t), in.ConsumeIntegral<unsigned>(),
+                                           in.ConsumeIntegral<unsigned>(), &r, bands, mode, b);
+        CHECK(mode >= 0 && mode <= 2 ? is_code(res, {0, -1}) : res == -2);
+        break;
+    }
+    case 6: CHECK(is_code(update(a, b, rate, &r), {0, -1})); break;
+    case 7: CHECK(is_code(grey_thresholded_update(a, b, rate, t, &r), {0, -1})); break;
+    case 8:
+        CHECK(is_code(color_thresholded_update(a, b, rate, t, in.ConsumeIntegral<int>(), in.ConsumeIntegral<int>(), &r),
+                      {0, -1}));
+        break;
+    case 9: CHECK(is_code(abs_difference(a, b, &r, c), {0, -1})); break;
+    case 10: CHECK(is_code(sign_difference(a, b, &r, c), {0, -1})); break;
+    case 11: {
+        image* grey = convert_to_grey(a, &r);
+        if (grey != a) release(grey);
+        break;
+    }
+    case 12: {
+        image* out = convert_to_4bytes(a, in.ConsumeBool() ? &r : nullptr, in.ConsumeBool() ? b : nullptr);
+        if (out && out != b) release(out);
+        break;
+    }
+    case 13: {
+        image* out = convert_to_1byte(a, in.ConsumeBool() ? &r : nullptr, in.ConsumeBool() ? b : nullptr);
+        if (out && out != b) release(out);
+        break;
+    }
+    case 14: CHECK(is_code(show_chgmt(a, b, &r), {0, -1})); break;
+    case 15:
+        CHECK(is_code(_color_show_chgmt(a, b, &r, in.ConsumeIntegralInRange(-1, 40), in.ConsumeIntegralInRange(-1, 40)),
+                      {0, -1}));
+        break;
+    case 16: {
+        const copy_type_t how = static_cast<copy_type_t>(in.ConsumeIntegralInRange(0, 2));
+        const int res = copy_image_content(a, &r, b, how);
+        CHECK(is_code(res, {0, -1}));
+        if (how == COPY_CROP && (r.width < 0 || r.height < 0)) CHECK(res == -1);
+        break;
+    }
+    case 17: CHECK(is_code(draw_rectangle(&r, a), {0, -1})); break;
+    case 18: CHECK(is_code(draw_color_rectangle(&r, a, t, t >> 8, t >> 16), {0, -1})); break;
+    case 19:
+        CHECK(is_code(bb_draw_color_line(r.xmin, r.xmax, r.ymin, static_cast<line_type>(t & 1), a, 1, 2, 3), {0, -1}));
+        break;
+    case 20: CHECK(is_code(bb_draw_color_line_diag(r.xmin, r.ymin, r.xmax, r.ymax, a, 1, 2, 3), {0, -1})); break;
+    case 21: {
+        int hi = 7, lo = 7;
+        check_RGB_channels_extension(a, &hi, &lo, t);
+        CHECK((hi == -1 && lo == -1) || (hi >= 0 && hi <= 255 && lo >= 0 && lo <= 255));
+        break;
+    }
+    case 22:
+        CHECK(is_code(copy_to_bg(a, b, &r), {0, -1, -2, -3, -4}));
+        CHECK(is_code(copy_from_bg(a, b, &r), {0, -1, -2, -3, -4}));
+        break;
+    case 23: CHECK(save_gradient(a, b, temp_base.c_str()) == (b ? 0 : -1)); break;
+    default: CHECK(is_code(save_image(a, (temp_base + ".pnm").c_str()), {0, -1}));
+    }
+}
+
+// A run-length image sized anywhere, with at most a few lines of runs
+// anywhere (its lines may be fewer than its height, as after RLEimage_free).
+struct any_rle {
+    std::vector<std::shared_ptr<segment>> runs;
+    std::shared_ptr<RLEimage> rle = RLEimage_new();
+
+    explicit any_rle(FuzzedDataProvider& in)
+    {
+        switch (in.ConsumeIntegralInRange(0, 3)) {
+        case 0:
+            rle->width = in.PickValueInArray({INT32_MIN, -1, 0, 3});
+            rle->height = in.PickValueInArray({INT32_MIN, -1, 0, 2});
+            break;
+        case 1: {
+            // Past the image record's 2^32 - 1 pixels: a render cannot be made.
+            const auto huge = in.PickValueInArray<std::pair<int32_t, int32_t>>(
+                {{100000, 100000}, {INT32_MAX, 3}, {65536, 65536}, {3, INT32_MAX}});
+            rle->width = huge.first;
+            rle->height = huge.second;
+            break;
+        }
+        default:
+            rle->width = in.ConsumeIntegralInRange(0, 40);
+            rle->height = in.ConsumeIntegralInRange(0, 10);
+        }
+        const int lines = in.ConsumeIntegralInRange(0, 10);
+        rle->lines.resize(static_cast<size_t>(lines));
+        runs.resize(64);
+        size_t used = 0;
+        for (auto& line : rle->lines) {
+            line = std::make_shared<RLEline>(RLEline{0, 0, nullptr});
+            const int n = in.ConsumeIntegralInRange(0, 4);
+            if (used + static_cast<size_t>(n) > runs.size()) break;
+            line->segs = &runs[used];
+            line->nb_segs = n;
+            for (int k = 0; k < n; ++k) {
+                runs[used] = segment_new();
+                runs[used]->x_start = in.ConsumeBool() ? any_coordinate(in) : in.ConsumeIntegralInRange(-2, 42);
+                runs[used++]->x_end = in.ConsumeBool() ? any_coordinate(in) : in.ConsumeIntegralInRange(-2, 42);
+            }
+        }
+    }
+
+    bool renderable() const
+    {
+        return rle->width >= 0 && rle->height >= 0 && int64_t{rle->width} * rle->height <= int64_t{UINT32_MAX};
+    }
+};
+
+void rle_operation(FuzzedDataProvider& in, image* given)
+{
+    any_rle r(in);
+    switch (in.ConsumeIntegralInRange(0, 3)) {
+    case 0: {
+        image* out = RLEimage_to_binaire(r.rle, given);
+        if (given) {
+            CHECK(out == given);
+        } else {
+            CHECK(static_cast<bool>(out) == r.renderable());
+            release(out);
+        }
+        break;
+    }
+    case 1:
+        if (given) RLEimage_clear_binaire(r.rle, given);
+        break;
+    case 2:
+        // The raw buffer is the caller's, width * height bytes.
+        if (r.rle->width > 0 && r.rle->width <= 40 && r.rle->height > 0 && r.rle->height <= 10) {
+            std::vector<unsigned char> raw(size_t(r.rle->width) * size_t(r.rle->height), 0);
+            RLEimage_to_binary_raw_gray(r.rle, raw.data());
+        }
+        break;
+    default: {
+        blob_ptr head, tail;
+        for (int n = in.ConsumeIntegralInRange(0, 3); n > 0; --n) {
+            blob_ptr b = blob_new();
+            init_rectangle(&b->bbox, any_coordinate(in), any_coordinate(in), in.ConsumeIntegralInRange(-2, 50),
+                           in.ConsumeIntegralInRange(-2, 50));
+            (tail ? tail->next : head) = b;
+            tail = b;
+        }
+        const int res = RLEimage_save_binaire(r.rle, (temp_base + "-rle.ppm").c_str(), head);
+        CHECK(is_code(res, {0, -1}));
+        if (!r.renderable()) CHECK(res == -1);
+    }
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    temp_base = "/tmp/nerva-fuzz-raster-" + std::to_string(getpid());
+    silence_library_stream(stderr);
+    silence_library_stream(stdout);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    FuzzedDataProvider in(data, size);
+    image* a = any_image(in);
+    image* b = any_image(in);
+    image* c = any_image(in);
+    if (in.ConsumeIntegralInRange(0, 3) == 0)
+        rle_operation(in, in.ConsumeBool() ? a : nullptr);
+    else if (a) {
+        const buffer_before kept[] = {buffer_before(b), buffer_before(c)};
+        image_operation(in, a, b, c);
+        for (const buffer_before& k : kept) k.free_if_forgotten();
+    }
+    release(a);
+    release(b);
+    release(c);
+    return 0;
+}

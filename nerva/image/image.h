@@ -113,10 +113,9 @@ image* image_data_encapsulate(unsigned char* data, int rows, int columns, image*
 // New full-size GREY_IMG, origins 0, with only the clipped rectangle written
 // (the rest is 0); a GREY_IMG src is returned itself, not copied. The
 // rectangle's frame coordinates address both images, so a src with other
-// origins lands shifted. Colour sources give
-// (299 R + 587 G + 114 B) / 1000, but within a row the source advances one
-// byte per pixel from the first clipped pixel, not one pixel: hosts depend
-// on this stride. SIGNED_COLOR_IMG, FLOAT_IMG and INT_IMG keep the low byte
+// origins lands shifted. Colour sources give (299 R + 587 G + 114 B) / 1000,
+// but within a row the source advances one byte per pixel from the first
+// clipped pixel, not one pixel: hosts depend on this stride. SIGNED_COLOR_IMG, FLOAT_IMG and INT_IMG keep the low byte
 // of their value. Null for a null src or rect or any other kind.
 image* convert_to_grey(image* src, rectangle* rect);
 // One-byte mask to colour: each clipped pixel becomes 255,255,255 when the
@@ -136,10 +135,10 @@ image* convert_to_1byte(image* src, rectangle* rect, image* dst);
 
 // Binary portable-anymap file: "P6" for the colour kinds (red, green, blue on
 // disk), "P5" for GREY_IMG, FLOAT_IMG and INT_IMG, "P0" for the others; then
-// "width height 255" (sizes unsigned, never negative). Pixels follow, the
-// buffer from its first pixel whatever the origins, for the colour kinds, GREY_IMG and
-// FLOAT_IMG (each float truncated toward zero, low 8 bits kept: 300.7 gives
-// 44); any other kind gets the header only and still succeeds. 0, or -1 with
+// "width height 255" (sizes unsigned, never negative). Pixels follow for the
+// colour kinds, GREY_IMG and FLOAT_IMG, the buffer from its first pixel
+// whatever the origins (each float truncated toward zero, low 8 bits kept:
+// 300.7 gives 44); any other kind gets the header only and still succeeds. 0, or -1 with
 // a message on stderr ("Error opening ..." / "Error writing in ..."); a
 // partly written file stays on disk. Null img: -1, nothing printed.
 int save_image(image* img, const char* path);

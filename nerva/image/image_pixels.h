@@ -55,6 +55,7 @@ inline pixel_span clip_span(const image* img, const rectangle* r)
                       min64(r->ymax, int64_t{img->height} - 1)};
 }
 
+// The image's own pixels in frame coordinates; empty without a buffer.
 inline pixel_span whole_span(const image* img)
 {
     pixel_span s{img->x_origin, last_column(img), img->y_origin, last_row(img)};
@@ -70,12 +71,6 @@ inline pixel_span intersect(const pixel_span& a, const pixel_span& b)
 inline bool contains(const image* img, int64_t x, int64_t y)
 {
     return img->data && x >= img->x_origin && x <= last_column(img) && y >= img->y_origin && y <= last_row(img);
-}
-
-// Whether every pixel of the span lies in the image's frame extent.
-inline bool covers(const image* img, const pixel_span& s)
-{
-    return s.empty() || (contains(img, s.x0, s.y0) && contains(img, s.x1, s.y1));
 }
 
 // Element index of frame pixel (x, y); multiply by the pixel size for bytes.

@@ -250,3 +250,11 @@ def blobs_in_video(source: str, *, masks: bool = False, background: str = "avera
         index += 1
     if size is None and start == 0:
         raise InputError(f"'{source}' holds no frame")
+
+
+def json_line(index: int, blobs: Blobs) -> str:
+    """One frame as nerva-blobs writes it to its JSON Lines output, newline included."""
+    items = ",".join(
+        f'{{"id":{b.ident},"bbox":[{b.xmin},{b.ymin},{b.xmax},{b.ymax}],"width":{b.width},'
+        f'"height":{b.height},"npix":{b.npix},"xc":{b.xc},"yc":{b.yc}}}' for b in blobs)
+    return f'{{"frame":{index},"blobs":[{items}]}}\n'

@@ -11,6 +11,24 @@ namespace py = pybind11;
 
 namespace nerva_python {
 
+void Blobs::reserve(size_t n)
+{
+    ident.reserve(n);
+    bbox.reserve(4 * n);
+    npix.reserve(n);
+    center.reserve(2 * n);
+    centroid.reserve(2 * n);
+}
+
+void Blobs::clear()
+{
+    ident.clear();
+    bbox.clear();
+    npix.clear();
+    center.clear();
+    centroid.clear();
+}
+
 void Blobs::append(const nerva::RLEblob& b)
 {
     ident.push_back(b.ident);

@@ -18,6 +18,8 @@ struct Blobs {
     std::vector<double> centroid;   // exact means of the pixel columns and rows
 
     size_t size() const { return ident.size(); }
+    void reserve(size_t n);
+    void clear();
     void append(const nerva::RLEblob& b);
 };
 

@@ -1,5 +1,6 @@
 // nerva.Segmenter: one library segmenter (MV_RLEsegm) for a stream of masks
 // of one frame size, taking numpy masks without copying them.
+#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -49,7 +50,10 @@ public:
         py::gil_scoped_release unlocked;
         std::lock_guard<std::mutex> lock(mutex_);
         apply_settings();
-        for (nerva::RLEblob* b = nerva::RLEsegm_segmentKAP(mask, s_).get(); b; b = b->next.get()) blobs.append(*b);
+        nerva::RLEblob* b = nerva::RLEsegm_segmentKAP(mask, s_).get();
+        // The list holds at most one blob per pool slot, however many regions were kept.
+        blobs.reserve(static_cast<size_t>(std::min(s_->nb_blobs, s_->nb_pool_blobs)));
+        for (; b; b = b->next.get()) blobs.append(*b);
         last_roi_ = roi_;
         segmented_ = true;
         return blobs;

@@ -58,12 +58,14 @@ def main():
             shutil.copy(args.video, inputs[-1])
         out = os.path.join(work, "out")
         frames = 795 * args.copies
-        rates = {}
+        rates, loads = {}, {}
         for workers in (1, 2):
             c, client = cluster(workers)
             try:
                 client.submit(noop, -1).result()  # workers up
+                load = os.getloadavg()[0]
                 rates[workers] = frames / fleet_seconds(client, inputs, out)
+                loads[workers] = (load + os.getloadavg()[0]) / 2
                 if workers == 2:
                     start = time.perf_counter()
                     client.gather([client.submit(noop, i, pure=False) for i in range(1000)])
@@ -80,10 +82,10 @@ def main():
                 client.close()
                 c.close()
         print(f"{args.copies} copies of vtest.avi ({frames} frames), demo options {' '.join(OPTIONS)}\n")
-        print("| workers | frames/s | vs 1 worker |")
-        print("|---:|---:|---:|")
+        print(f"| workers | frames/s | vs 1 worker | load average around the run ({os.cpu_count()} cores) |")
+        print("|---:|---:|---:|---:|")
         for w, r in rates.items():
-            print(f"| {w} | {r:.0f} | {r / rates[1]:.2f}x |")
+            print(f"| {w} | {r:.0f} | {r / rates[1]:.2f}x | {loads[w]:.1f} |")
         print(f"\nscheduling overhead: {overhead * 1e3:.2f} ms per task (1000 no-op tasks, 2 workers)\n")
         print("| chunk | warm-up | frames | frames with identical blobs |")
         print("|---:|---:|---:|---:|")

@@ -51,6 +51,25 @@ def _write_atomically(path: str, write) -> None:
         raise
 
 
+def _keep_frame_buffers() -> None:
+    """Undoes, for this worker process, the malloc tuning Dask's nanny sets.
+
+    The nanny starts workers with MALLOC_TRIM_THRESHOLD_=65536, which also
+    fixes glibc's mmap threshold: every decoded frame and mask (hundreds of
+    kilobytes) is then mapped and unmapped, page faults included, which
+    halves a worker's frame rate. Buffers of a video's frames are reused
+    frame after frame, so keeping them is what one wants here.
+    """
+    import ctypes
+    try:
+        libc = ctypes.CDLL("libc.so.6")
+    except OSError:
+        return  # not glibc: nothing to undo
+    M_TRIM_THRESHOLD, M_MMAP_THRESHOLD = -1, -3
+    libc.mallopt(M_MMAP_THRESHOLD, 32 << 20)
+    libc.mallopt(M_TRIM_THRESHOLD, 256 << 20)
+
+
 def segment_piece(source: str, destination: str, options: dict, start: int = 0, stop: Optional[int] = None,
                   warmup: int = 0) -> dict:
     """Frames start..stop of `source` (stop excluded, None: to the end) as JSON lines in `destination`.
@@ -63,6 +82,10 @@ def segment_piece(source: str, destination: str, options: dict, start: int = 0, 
 
     from .video import InputError, blobs_in_video, json_line
 
+    # The cluster's parallelism is its worker processes: OpenCV's own threads
+    # would only make the workers fight over the same cores.
+    cv2.setNumThreads(1)
+    _keep_frame_buffers()
     began = time.perf_counter()
     counts: List[int] = []
 

@@ -202,8 +202,8 @@ def parse_arguments(argv: Optional[List[str]]) -> argparse.Namespace:
     p.add_argument("--force", action="store_true", help="redo inputs the manifest lists as done")
     p.add_argument("--chunk", type=_count(1), metavar="N",
                    help="split videos into chunks of N frames (not exact with a background model: see README)")
-    p.add_argument("--warmup", type=_count(0), default=100, metavar="W",
-                   help="with --chunk: frames read before each chunk to warm its background up (default 100)")
+    p.add_argument("--warmup", type=_count(0), default=200, metavar="W",
+                   help="with --chunk: frames read before each chunk to warm its background up (default 200)")
     p.add_argument("--progress", action="store_true", help="progress even when standard error is not a terminal")
     p.add_argument("-q", "--quiet", action="store_true", help="no summary table")
     g = p.add_argument_group("foreground (as nerva-blobs)")

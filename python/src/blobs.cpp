@@ -60,6 +60,16 @@ py::array column(const std::vector<T>& data, size_t rows, size_t cols, py::handl
     return a;
 }
 
+// A property getter for one column of `cols` values per blob.
+template <typename T>
+auto column_of(std::vector<T> Blobs::*member, size_t cols)
+{
+    return [member, cols](py::object self) {
+        const Blobs& b = self.cast<const Blobs&>();
+        return column(b.*member, b.size(), cols, self);
+    };
+}
+
 Blob blob_at(const Blobs& b, py::ssize_t i)
 {
     const py::ssize_t n = static_cast<py::ssize_t>(b.size());
@@ -109,26 +119,16 @@ numpy arrays; len(), indexing and iteration give Blob records.)doc")
             return py::iter(items);
         })
         .def("__repr__", [](const Blobs& b) { return "<nerva.Blobs: " + std::to_string(b.size()) + " blobs>"; })
-        .def_property_readonly("bbox", [](py::object self) {
-            const Blobs& b = self.cast<const Blobs&>();
-            return column(b.bbox, b.size(), 4, self);
-        }, "N x 4 int32: xmin, ymin, xmax, ymax, bounds included.")
-        .def_property_readonly("npix", [](py::object self) {
-            const Blobs& b = self.cast<const Blobs&>();
-            return column(b.npix, b.size(), 1, self);
-        }, "N int32: foreground pixels per blob.")
-        .def_property_readonly("centroid", [](py::object self) {
-            const Blobs& b = self.cast<const Blobs&>();
-            return column(b.centroid, b.size(), 2, self);
-        }, "N x 2 float64: mean pixel column and row (NaN for a sampled blob without pixels).")
-        .def_property_readonly("center", [](py::object self) {
-            const Blobs& b = self.cast<const Blobs&>();
-            return column(b.center, b.size(), 2, self);
-        }, "N x 2 int32: the centroid truncated toward zero, as nerva-blobs writes xc, yc.")
-        .def_property_readonly("ident", [](py::object self) {
-            const Blobs& b = self.cast<const Blobs&>();
-            return column(b.ident, b.size(), 1, self);
-        }, "N int32: each blob's index in the segmenter's pool for that frame.")
+        .def_property_readonly("bbox", column_of(&Blobs::bbox, 4),
+                               "N x 4 int32: xmin, ymin, xmax, ymax, bounds included.")
+        .def_property_readonly("npix", column_of(&Blobs::npix, 1),
+                               "N int32: foreground pixels per blob.")
+        .def_property_readonly("centroid", column_of(&Blobs::centroid, 2),
+                               "N x 2 float64: mean pixel column and row (NaN for a sampled blob without pixels).")
+        .def_property_readonly("center", column_of(&Blobs::center, 2),
+                               "N x 2 int32: the centroid truncated toward zero, as nerva-blobs writes xc, yc.")
+        .def_property_readonly("ident", column_of(&Blobs::ident, 1),
+                               "N int32: each blob's index in the segmenter's pool for that frame.")
         .def("as_cv2_stats", [](const Blobs& b) {
             const size_t n = b.size();
             py::array_t<int32_t> stats({static_cast<py::ssize_t>(n), py::ssize_t{5}});

@@ -13,7 +13,7 @@ NERVA_BLOBS = $(BUILD_DIR)/tools/nerva-blobs/nerva-blobs
 # shim without numpy.
 PYTHON ?= /usr/bin/python3
 
-.PHONY: all test demo build configure setup clean check-sanitize check-thread fuzz bench python
+.PHONY: all test demo build configure setup clean check-sanitize check-thread fuzz bench python bench-python
 
 all: build
 
@@ -64,6 +64,13 @@ bench:
 	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DNERVA_BUILD_TOOLS=ON -DNERVA_BUILD_BENCH=ON $(CMAKE_FLAGS) >/dev/null
 	@cmake --build $(BUILD_DIR) -j$(JOBS) --target nerva_bench nerva_stage_times
 	@$(BUILD_DIR)/bench/nerva_bench $(BENCH_FLAGS)
+
+# The Python package's timings: per frame against C++, cv2 and skimage, then
+# nerva-fleet's scaling, overhead per task and chunking (BENCHMARKS.md).
+bench-python: python
+	@scripts/setup.sh bench
+	@PYTHONPATH=$(BUILD_DIR)/python $(PYTHON) bench/python_bench.py
+	@PYTHONPATH=$(BUILD_DIR)/python $(PYTHON) bench/fleet_bench.py
 
 # The whole suite under AddressSanitizer + UndefinedBehaviorSanitizer (the
 # install test is left out: its consumer is not built with the sanitizers).

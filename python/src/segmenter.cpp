@@ -42,7 +42,7 @@ public:
 
     ~Segmenter() { nerva::RLEsegm_free_private(s_); }
 
-    Blobs segment(const py::handle& mask_object)
+    Blobs segment(const py::object& mask_object)
     {
         // The mask stays referenced by the caller's frame for the whole call.
         const cv::Mat mask = wrap_mask(mask_object, width_, height_, "mask");

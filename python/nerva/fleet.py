@@ -247,13 +247,19 @@ class Report:
         self.total, self.live, self.done, self.frames = total, live, 0, 0
         self.began = time.perf_counter()
 
+    def piece_done(self, frames: int) -> None:
+        """Frames of a finished task (a whole input or a chunk)."""
+        self.frames += frames
+        self._show()
+
     def finished(self, name: str, entry: dict) -> None:
         self.done += 1
-        if entry["status"] == "done":
-            self.frames += entry["frames"]
         if entry["status"] == "failed":
             self._clear()
             print(f"nerva-fleet: {name}: failed: {entry['reason']}", file=sys.stderr, flush=True)
+        self._show()
+
+    def _show(self) -> None:
         if self.live:
             fps = self.frames / max(time.perf_counter() - self.began, 1e-9)
             print(f"\r{self.done}/{self.total} inputs, {fps:.0f} frames/s over the cluster ",
@@ -269,7 +275,7 @@ class Report:
         for name in names:
             e = entries[name]
             if e["status"] == "failed":
-                rows.append((name, "failed: " + e["reason"], "", "", "", "", ""))
+                rows.append((name, "failed", "", "", "", "", ""))
             else:
                 rows.append((name, e["status"], str(e["frames"]), f"{e['blobs_per_frame_mean']:.2f}",
                              str(e["blobs_per_frame_max"]), f"{e['seconds']:.1f}", f"{e['fps']:.0f}"))
@@ -277,6 +283,9 @@ class Report:
         for r in rows:
             print("  ".join(c.ljust(w) if i < 2 else c.rjust(w) for i, (c, w) in enumerate(zip(r, widths))),
                   file=sys.stderr)
+        for name in names:
+            if entries[name]["status"] == "failed":
+                print(f"{name}: {entries[name]['reason']}", file=sys.stderr)
         elapsed = time.perf_counter() - self.began
         print(f"{self.frames} frames in {elapsed:.1f} s: {self.frames / max(elapsed, 1e-9):.0f} frames/s",
               file=sys.stderr)
@@ -342,6 +351,7 @@ def run_fleet(client, args: argparse.Namespace) -> int:
         except Exception as e:  # the cluster gave up on the task (e.g. it killed too many workers)
             result = {"error": f"{type(e).__name__}: {e}"}
         results[name].append(result)
+        report.piece_done(result.get("frames", 0))
         source, pieces = pieces_of[name]
         if len(results[name]) < len(pieces):
             continue

@@ -4,6 +4,7 @@
 // conversion and morphological clean-up stay in Python (cv2), as they are
 // OpenCV's in the program too.
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <tuple>
 
@@ -60,6 +61,7 @@ public:
         const uint8_t* in = grey.data();
         uint8_t* out = mask.mutable_data();
         py::gil_scoped_release unlocked;
+        std::lock_guard<std::mutex> lock(mutex_);  // shared between threads, frames take turns
         std::memcpy(current_->data, in, bytes);
         if (first_) {
             check(nerva::update(background_, current_, 1.0f, &rect_), "update");  // the first frame is the background
@@ -88,6 +90,7 @@ private:
     nerva::image* difference_ = nullptr;
     nerva::image* mask_ = nullptr;
     bool first_ = true;
+    std::mutex mutex_;
 };
 
 }  // namespace

@@ -9,8 +9,11 @@ DEMO_VIDEO ?= /usr/share/doc/opencv-doc/examples/data/vtest.avi
 DEMO_OUT   ?= demo-out
 DEMO_FLAGS ?= --open 3 --close 7 --min-pixels 150
 NERVA_BLOBS = $(BUILD_DIR)/tools/nerva-blobs/nerva-blobs
+# Debian's interpreter: the first python3 on PATH may be a version manager's
+# shim without numpy.
+PYTHON ?= /usr/bin/python3
 
-.PHONY: all test demo build configure setup clean check-sanitize check-thread fuzz bench
+.PHONY: all test demo build configure setup clean check-sanitize check-thread fuzz bench python bench-python
 
 all: build
 
@@ -20,10 +23,16 @@ setup:
 # The programs under tools/ are built and tested too; CMAKE_FLAGS may turn
 # them off again with -DNERVA_BUILD_TOOLS=OFF.
 configure: setup
-	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DNERVA_BUILD_TOOLS=ON $(CMAKE_FLAGS) >/dev/null
+	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DNERVA_BUILD_TOOLS=ON -DNERVA_BUILD_PYTHON=ON \
+	    -DPython3_EXECUTABLE=$(PYTHON) $(CMAKE_FLAGS) >/dev/null
 
 build: configure
 	@cmake --build $(BUILD_DIR) -j$(JOBS)
+
+# The Python package, ready under $(BUILD_DIR)/python (PYTHONPATH); pip
+# install . installs it (README, "From Python").
+python: configure
+	@cmake --build $(BUILD_DIR) -j$(JOBS) --target _nerva
 
 # Build everything and run the whole test suite.
 test: build
@@ -55,6 +64,13 @@ bench:
 	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DNERVA_BUILD_TOOLS=ON -DNERVA_BUILD_BENCH=ON $(CMAKE_FLAGS) >/dev/null
 	@cmake --build $(BUILD_DIR) -j$(JOBS) --target nerva_bench nerva_stage_times
 	@$(BUILD_DIR)/bench/nerva_bench $(BENCH_FLAGS)
+
+# The Python package's timings: per frame against C++, cv2 and skimage, then
+# nerva-fleet's scaling, overhead per task and chunking (BENCHMARKS.md).
+bench-python: python
+	@scripts/setup.sh bench
+	@PYTHONPATH=$(BUILD_DIR)/python $(PYTHON) bench/python_bench.py
+	@PYTHONPATH=$(BUILD_DIR)/python $(PYTHON) bench/fleet_bench.py
 
 # The whole suite under AddressSanitizer + UndefinedBehaviorSanitizer (the
 # install test is left out: its consumer is not built with the sanitizers).

@@ -19,12 +19,19 @@ packages=(
   libopencv-video-dev       # nerva-blobs: the MOG2 background subtractor
   libcli11-dev              # nerva-blobs: command-line parsing
   nlohmann-json3-dev        # nerva-blobs: JSON Lines output; its tests read it back
+  # The Python package (python/), built and tested by make test with /usr/bin/python3
+  python3-dev pybind11-dev python3-numpy   # the extension module and its arrays
+  python3-opencv            # nerva.blobs_in_video: decoding, grey frames, clean-up; tests: reference labeller
+  python3-distributed       # nerva-fleet: the Dask scheduler, workers and client
+  python3-psutil            # nerva-fleet tests: killing a worker mid-run
+  python3-pytest            # the Python tests
+  python3-setuptools python3-pip python3-venv python3-wheel   # pip install . (offline, no build isolation)
 )
 
 for extra in "$@"; do
   case "$extra" in
     demo)  packages+=(opencv-doc) ;;
-    bench) packages+=(libbenchmark-dev libopencv-videoio-dev opencv-doc) ;;
+    bench) packages+=(libbenchmark-dev libopencv-videoio-dev opencv-doc python3-skimage) ;;
     sanitize) packages+=(clang libclang-rt-14-dev) ;;  # make fuzz
     test)  ;;
     *) echo "setup.sh: unknown option '$extra'" >&2; exit 2 ;;

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+// Each part of the extension module registers its classes here.
+namespace nerva_python {
+
+void bind_blobs(pybind11::module_& m);
+void bind_segmenter(pybind11::module_& m);
+void bind_background(pybind11::module_& m);
+void bind_bench_support(pybind11::module_& m);
+
+}  // namespace nerva_python

@@ -1,0 +1,239 @@
+// nerva.Segmenter: one library segmenter (MV_RLEsegm) for a stream of masks
+// of one frame size, taking numpy masks without copying them.
+#include <algorithm>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include <pybind11/numpy.h>
+#include <pybind11/stl.h>
+
+#include "bindings.h"
+#include "blobs.h"
+#include "mask.h"
+#include "nerva/segmentation/segmentationRLE.h"
+
+namespace py = pybind11;
+
+namespace nerva_python {
+namespace {
+
+using Roi = std::tuple<int, int, int, int>;  // x, y, width, height
+using Steps = std::tuple<int, int>;          // column, row
+
+class Segmenter {
+public:
+    Segmenter(int width, int height, std::optional<Roi> roi, Steps steps, int min_side, int min_pixels)
+        : width_(width), height_(height)
+    {
+        if (width < 1 || height < 1)
+            throw py::value_error("frame size must be at least 1x1, not " + std::to_string(width) + "x" +
+                                  std::to_string(height));
+        set_roi(roi);
+        set_steps(steps);
+        set_min_side(min_side);
+        set_min_pixels(min_pixels);
+        s_ = std::make_shared<nerva::MV_RLEsegm>();
+        nerva::RLEsegm_init_privateKAP(s_, 0, width - 1, 0, height - 1, width, height);
+    }
+
+    ~Segmenter() { nerva::RLEsegm_free_private(s_); }
+
+    Blobs segment(const py::object& mask_object)
+    {
+        // The mask stays referenced by the caller's frame for the whole call.
+        const cv::Mat mask = wrap_mask(mask_object, width_, height_, "mask");
+        Blobs blobs;
+        py::gil_scoped_release unlocked;
+        std::lock_guard<std::mutex> lock(mutex_);
+        apply_settings();
+        nerva::RLEblob* b = nerva::RLEsegm_segmentKAP(mask, s_).get();
+        // The list holds at most one blob per pool slot, however many regions were kept.
+        blobs.reserve(static_cast<size_t>(std::min(s_->nb_blobs, s_->nb_pool_blobs)));
+        for (; b; b = b->next.get()) blobs.append(*b);
+        last_roi_ = roi_;
+        segmented_ = true;
+        return blobs;
+    }
+
+    py::array_t<int32_t> runs()
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        std::vector<int32_t> rows;
+        for_each_run([&](int y, const nerva::segment& run) {
+            rows.insert(rows.end(), {y, run.x_start, run.x_end});
+        });
+        py::array_t<int32_t> out({static_cast<py::ssize_t>(rows.size() / 3), py::ssize_t{3}});
+        std::copy(rows.begin(), rows.end(), out.mutable_data());
+        return out;
+    }
+
+    py::array_t<int32_t> labels()
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        py::array_t<int32_t> out({static_cast<py::ssize_t>(height_), static_cast<py::ssize_t>(width_)});
+        std::fill_n(out.mutable_data(), out.size(), 0);
+        if (!segmented_) return out;
+        // A blob comes from one surviving region; its pool position is the
+        // blob's first father.
+        std::vector<int32_t> label_of_region(static_cast<size_t>(s_->nb_regs) + 1, 0);
+        int32_t label = 0;
+        for (nerva::RLEblob* b = s_->blob_head.get(); b; b = b->next.get()) {
+            ++label;
+            if (b->nb_fathers > 0 && b->fathers[0] >= 0 && b->fathers[0] <= s_->nb_regs)
+                label_of_region[static_cast<size_t>(b->fathers[0])] = label;
+        }
+        auto px = out.mutable_unchecked<2>();
+        for_each_run([&](int y, const nerva::segment& run) {
+            const nerva::region* r = run.owner.get();
+            while (r && r->absorber) r = r->absorber.get();
+            if (!r || r->ident < 0 || r->ident > s_->nb_regs) return;
+            const int32_t l = label_of_region[static_cast<size_t>(r->ident)];
+            if (l == 0) return;
+            for (int x = run.x_start; x <= run.x_end; ++x) px(y, x) = l;
+        });
+        return out;
+    }
+
+    int width() const { return width_; }
+    int height() const { return height_; }
+
+    Roi roi() const { return roi_; }
+    void set_roi(std::optional<Roi> roi)
+    {
+        if (!roi) roi = Roi{0, 0, width_, height_};
+        const auto [x, y, w, h] = *roi;
+        if (w < 1 || h < 1 || x < 0 || y < 0 || x > width_ - w || y > height_ - h)
+            throw py::value_error("roi (" + std::to_string(x) + ", " + std::to_string(y) + ", " + std::to_string(w) +
+                                  ", " + std::to_string(h) + ") must have a size of at least 1x1 and lie inside the " +
+                                  std::to_string(width_) + "x" + std::to_string(height_) + " frame");
+        std::lock_guard<std::mutex> lock(mutex_);
+        roi_ = *roi;
+    }
+
+    Steps steps() const { return steps_; }
+    void set_steps(Steps steps)
+    {
+        const auto [sx, sy] = steps;
+        if (sx < 1 || sy < 1)
+            throw py::value_error("steps must be at least 1, not (" + std::to_string(sx) + ", " + std::to_string(sy) + ")");
+        std::lock_guard<std::mutex> lock(mutex_);
+        steps_ = steps;
+    }
+
+    int min_side() const { return min_side_; }
+    void set_min_side(int v)
+    {
+        if (v < 0) throw py::value_error("min_side cannot be negative");
+        std::lock_guard<std::mutex> lock(mutex_);
+        min_side_ = v;
+    }
+
+    int min_pixels() const { return min_pixels_; }
+    void set_min_pixels(int v)
+    {
+        if (v < 0) throw py::value_error("min_pixels cannot be negative");
+        std::lock_guard<std::mutex> lock(mutex_);
+        min_pixels_ = v;
+    }
+
+private:
+    // Settings are checked when set and handed to the library just before a
+    // frame, under the lock, so a change from another thread never lands
+    // halfway through one.
+    void apply_settings()
+    {
+        const auto [x, y, w, h] = roi_;
+        nerva::RLEsegm_set_ROI(x, y, x + w - 1, y + h - 1, s_);
+        nerva::RLEsegm_set_steps(s_, std::get<0>(steps_), std::get<1>(steps_));
+        s_->min_blob_side = min_side_;
+        s_->min_blob_pixels = min_pixels_;
+    }
+
+    // The runs of the last frame, rows of its region of interest only (other
+    // rows hold older frames' runs); runs the column sampling stored empty
+    // hold no pixel and are left out.
+    template <typename F>
+    void for_each_run(F&& visit) const
+    {
+        if (!segmented_ || !s_->rle_img) return;
+        const auto [x, y0, w, h] = last_roi_;
+        for (int y = y0; y < y0 + h; ++y) {
+            const nerva::RLEline* line = s_->rle_img->lines[static_cast<size_t>(y)].get();
+            if (!line) continue;
+            for (int32_t k = 0; k < line->nb_segs; ++k) {
+                const nerva::segment& run = *line->segs[k];
+                if (run.x_end >= run.x_start) visit(y, run);
+            }
+        }
+    }
+
+    int width_, height_;
+    Roi roi_{};
+    Roi last_roi_{};
+    Steps steps_{1, 1};
+    int min_side_ = 0, min_pixels_ = 0;
+    bool segmented_ = false;
+    nerva::segm_ptr s_;
+    mutable std::mutex mutex_;
+};
+
+}  // namespace
+
+void bind_segmenter(py::module_& m)
+{
+    py::class_<Segmenter>(m, "Segmenter", R"doc(Blob segmentation of foreground masks of one frame size.
+
+One segmenter per stream (camera), as in C++. Each call to segment() takes a
+2-D uint8 or bool mask (non-zero = foreground) and returns the 4-connected
+regions of its region of interest as Blobs. The mask is read in place, strided
+row views such as frame[40:400, 100:700] included, and the GIL is released
+while segmenting: one segmenter per thread scales with the cores.
+
+Parameters
+----------
+width, height : int
+    Frame size; every mask must have shape (height, width).
+roi : (x, y, w, h), optional
+    Region of interest inside the frame; the whole frame by default.
+steps : (sx, sy)
+    Column and row sampling steps, at least 1. (1, 1) is exact, so is a row
+    step alone; a column step above 1 samples the mask and stores runs that
+    end inside the region empty: such blobs have width 0 and npix 0.
+min_side, min_pixels : int
+    Blobs narrower or lower than min_side, or with fewer pixels than
+    min_pixels, are dropped.)doc")
+        .def(py::init<int, int, std::optional<Roi>, Steps, int, int>(), py::arg("width"), py::arg("height"),
+             py::kw_only(), py::arg("roi") = py::none(), py::arg("steps") = Steps{1, 1}, py::arg("min_side") = 0,
+             py::arg("min_pixels") = 0)
+        .def("segment", &Segmenter::segment, py::arg("mask"), R"doc(Segments one mask and returns its blobs.
+
+Raises TypeError for an object that is not a numpy array of uint8 or bool,
+ValueError for a shape other than (height, width) or a layout whose columns
+are not adjacent bytes (e.g. mask[:, ::2] or mask.T) or whose rows run
+backwards; the segmenter stays usable.)doc")
+        .def("runs", &Segmenter::runs, R"doc(The run-length image of the last frame as an R x 3 int32 array.
+
+Rows (y, x_start, x_end), bounds included, row by row and left to right
+within a row, for the rows of the region of interest. Runs the column
+sampling stored empty are left out. Empty before the first frame.)doc")
+        .def("labels", &Segmenter::labels, R"doc(The label image of the last frame: (height, width) int32.
+
+0 is background (and the pixels of blobs the size filter dropped); the
+pixels of blobs[i] are i + 1, in the order of the last segment() result.
+All zero before the first frame.)doc")
+        .def_property_readonly("width", &Segmenter::width)
+        .def_property_readonly("height", &Segmenter::height)
+        .def_property("roi", &Segmenter::roi, &Segmenter::set_roi,
+                      "Region of interest (x, y, w, h); None sets the whole frame. Used from the next frame.")
+        .def_property("steps", &Segmenter::steps, &Segmenter::set_steps, "Column and row sampling steps (sx, sy).")
+        .def_property("min_side", &Segmenter::min_side, &Segmenter::set_min_side,
+                      "Smallest blob width and height kept, in pixels.")
+        .def_property("min_pixels", &Segmenter::min_pixels, &Segmenter::set_min_pixels,
+                      "Smallest blob pixel count kept.");
+}
+
+}  // namespace nerva_python

@@ -1,0 +1,160 @@
+"""nerva-fleet on a real Dask cluster: outputs byte-identical to nerva-blobs,
+nothing lost when a worker dies, failures isolated, re-runs resumed."""
+
+import json
+import os
+import subprocess
+import sys
+import threading
+import time
+
+import psutil
+import pytest
+
+distributed = pytest.importorskip("distributed")
+
+from nerva import fleet  # noqa: E402
+from conftest import walkers, write_video  # noqa: E402
+
+OPTIONS = ["--open", "3", "--min-pixels", "5"]
+
+
+def expected_bytes(program, video):
+    """nerva-blobs' output limited to the fields the fleet writes, in the program's own bytes."""
+    out = subprocess.run([program, str(video), "-q", *OPTIONS], check=True, capture_output=True).stdout
+    lines = [json.loads(line) for line in out.splitlines()]
+    return "".join(json.dumps({"frame": d["frame"], "blobs": d["blobs"]}, separators=(",", ":")) + "\n"
+                   for d in lines).encode()
+
+
+@pytest.fixture(scope="module")
+def videos(tmp_path_factory):
+    folder = tmp_path_factory.mktemp("videos")
+    for k in range(4):
+        write_video(folder / f"cam{k}.avi", walkers(40 + 10 * k, seed=k))
+    return folder
+
+
+@pytest.fixture(scope="module")
+def client():
+    with distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None,
+                                  silence_logs=50) as cluster, distributed.Client(cluster) as c:
+        yield c
+
+
+def run(client, *argv):
+    return fleet.run_fleet(client, fleet.parse_arguments([*map(str, argv), "-q", *OPTIONS]))
+
+
+def manifest(out):
+    return json.loads((out / "manifest.json").read_text())["inputs"]
+
+
+def assert_identical(nerva_blobs, videos, out):
+    for k in range(4):
+        assert (out / f"cam{k}.jsonl").read_bytes() == expected_bytes(nerva_blobs, videos / f"cam{k}.avi")
+    assert not [n for n in os.listdir(out) if n.startswith(".")]  # no temporary left behind
+
+
+def test_outputs_match_the_program_and_reruns_skip(nerva_blobs, client, videos, tmp_path):
+    out = tmp_path / "out"
+    assert run(client, videos, "--output", out) == 0
+    assert_identical(nerva_blobs, videos, out)
+    entries = manifest(out)
+    assert {e["status"] for e in entries.values()} == {"done"}
+    assert entries["cam1"]["frames"] == 50 and entries["cam1"]["options"]["opening"] == 3
+    assert entries["cam1"]["blobs_per_frame_max"] >= entries["cam1"]["blobs_per_frame_mean"] > 0
+
+    before = {k: (out / f"cam{k}.jsonl").stat().st_mtime_ns for k in range(4)}
+    assert run(client, videos, "--output", out) == 0
+    assert {e["status"] for e in manifest(out).values()} == {"skipped"}
+    assert before == {k: (out / f"cam{k}.jsonl").stat().st_mtime_ns for k in range(4)}
+    assert run(client, videos / "cam0.avi", "--output", out, "--force") == 0
+    assert manifest(out)["cam0"]["status"] == "done"
+
+
+def test_a_bad_input_fails_alone(client, videos, tmp_path):
+    (tmp_path / "broken.avi").write_bytes(b"\x00garbage" * 500)
+    out = tmp_path / "out"
+    status = run(client, videos / "cam0.avi", tmp_path / "broken.avi", tmp_path / "missing.avi", "--output", out)
+    assert status == 1
+    entries = manifest(out)
+    assert entries["cam0"]["status"] == "done"
+    assert entries["broken"]["status"] == "failed" and "cannot decode" in entries["broken"]["reason"]
+    assert entries["missing"]["status"] == "failed" and "does not exist" in entries["missing"]["reason"]
+    assert not (out / "broken.jsonl").exists()
+
+
+def test_a_worker_killed_mid_video_loses_nothing(nerva_blobs, client, videos, tmp_path):
+    out = tmp_path / "out"
+    pids = client.run(os.getpid)
+    killed = []
+
+    def kill_a_busy_worker():
+        # As soon as a task is writing, kill the worker process running one.
+        deadline = time.time() + 60
+        while time.time() < deadline and not killed:
+            busy = [w for w, keys in client.processing().items() if keys and w in pids]
+            if busy and out.exists() and any(n.endswith(".tmp") for n in os.listdir(out)):
+                psutil.Process(pids[busy[0]]).kill()
+                killed.append(busy[0])
+            time.sleep(0.002)
+
+    killer = threading.Thread(target=kill_a_busy_worker)
+    killer.start()
+    status = run(client, videos, "--output", out)
+    killer.join()
+    assert killed, "no worker was caught mid-video"
+    assert status == 0
+    assert_identical(nerva_blobs, videos, out)
+
+
+def test_chunks_of_masks_are_exact(client, tmp_path):
+    # Masks carry no background state, so chunked and whole runs agree.
+    import cv2
+    import numpy as np
+    frames = [np.where(f > 150, 255, 0).astype(np.uint8) for f in walkers(45, seed=7)]
+    write_video(tmp_path / "masks.avi", frames)
+    whole, chunked = tmp_path / "whole", tmp_path / "chunked"
+    assert run(client, tmp_path / "masks.avi", "--masks", "--output", whole) == 0
+    assert run(client, tmp_path / "masks.avi", "--masks", "--chunk", "10", "--warmup", "3",
+               "--output", chunked) == 0
+    assert (chunked / "masks.jsonl").read_bytes() == (whole / "masks.jsonl").read_bytes()
+    assert manifest(chunked)["masks"]["frames"] == 45
+    assert cv2  # decoded through the same FFmpeg backend
+
+
+@pytest.mark.parametrize("argv", [["--steps", "0,1"], ["--roi", "1,2,3"], ["--threshold", "300"],
+                                  ["--masks", "--background", "mog2"], ["--bogus"], []])
+def test_bad_command_lines_exit_2(tmp_path, argv):
+    result = subprocess.run([sys.executable, "-m", "nerva.fleet", "x.avi", *argv,
+                             *(["--output", str(tmp_path)] if argv else [])], capture_output=True, text=True)
+    assert result.returncode == 2 and "nerva-fleet: error:" in result.stderr
+
+
+def test_an_existing_cluster_on_loopback(nerva_blobs, videos, tmp_path):
+    scheduler_file = tmp_path / "scheduler.json"
+    quiet = dict(stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    processes = [subprocess.Popen([sys.executable, "-m", "distributed.cli.dask_scheduler", "--host", "127.0.0.1",
+                                   "--port", "0", "--no-dashboard", "--scheduler-file", str(scheduler_file)],
+                                  **quiet)]
+    try:
+        deadline = time.time() + 60
+        while not scheduler_file.exists() and time.time() < deadline:
+            time.sleep(0.1)
+        time.sleep(0.2)  # written before it is complete
+        address = json.loads(scheduler_file.read_text())["address"]
+        for _ in range(2):
+            processes.append(subprocess.Popen([sys.executable, "-m", "distributed.cli.dask_worker", address,
+                                               "--nthreads", "1", "--no-dashboard", "--no-nanny"], **quiet))
+        out = tmp_path / "out"
+        result = subprocess.run([sys.executable, "-m", "nerva.fleet", str(videos), "--output", str(out),
+                                 "--scheduler", address, *OPTIONS], capture_output=True, text=True, timeout=240)
+        assert result.returncode == 0, result.stderr
+        assert_identical(nerva_blobs, videos, out)
+        assert "cam3" in result.stderr and "frames/s" in result.stderr  # the summary table
+    finally:
+        for p in processes:
+            p.terminate()
+        for p in processes:
+            p.wait(timeout=30)

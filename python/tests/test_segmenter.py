@@ -1,0 +1,167 @@
+"""The segmenter over numpy masks: cv2's 4-connected components exactly,
+masks read in place, bad input refused with a named exception."""
+
+import threading
+
+import cv2
+import numpy as np
+import pytest
+
+import nerva
+from conftest import blobby_mask
+
+
+def cv2_reference(mask):
+    n, labels, stats, centroids = cv2.connectedComponentsWithStats((mask != 0).astype(np.uint8), connectivity=4)
+    return labels, stats[1:], centroids[1:]
+
+
+def assert_like_cv2(seg, mask, blobs):
+    labels, stats, centroids = cv2_reference(mask)
+    got_stats, got_centroids = blobs.as_cv2_stats()
+    np.testing.assert_array_equal(got_stats, stats)
+    np.testing.assert_allclose(got_centroids, centroids, rtol=1e-12)
+    np.testing.assert_array_equal(seg.labels(), labels)
+
+
+@pytest.mark.parametrize("shape,density", [((120, 160), 0.5), ((97, 203), 0.3), ((1, 50), 0.5), ((60, 1), 0.5)])
+def test_matches_cv2_on_random_masks(rng, shape, density):
+    seg = nerva.Segmenter(shape[1], shape[0])
+    for _ in range(3):  # one segmenter over several frames, pools reused
+        mask = blobby_mask(rng, *shape, density=density, blur=1.2)
+        blobs = seg.segment(mask)
+        assert_like_cv2(seg, mask, blobs)
+        assert_like_cv2(seg, mask, seg.segment(mask.astype(bool)))
+
+
+def test_reads_strided_views_in_place(rng):
+    frame = blobby_mask(rng, 480, 640)
+    view = frame[40:400, 100:600]
+    assert not view.flags.c_contiguous
+    seg = nerva.Segmenter(500, 360)
+    assert_like_cv2(seg, view, seg.segment(view))
+    every_other_row = frame[::2]
+    seg = nerva.Segmenter(640, 240)
+    assert_like_cv2(seg, every_other_row, seg.segment(every_other_row))
+
+
+def test_region_of_interest_and_row_steps_stay_exact(rng):
+    mask = blobby_mask(rng, 100, 140)
+    seg = nerva.Segmenter(140, 100, roi=(20, 10, 90, 70), steps=(1, 3))
+    blobs = seg.segment(mask)
+    inside = np.zeros_like(mask)
+    inside[10:80, 20:110] = mask[10:80, 20:110]
+    assert_like_cv2(seg, inside, blobs)
+    seg.roi = None
+    assert seg.roi == (0, 0, 140, 100)
+    assert_like_cv2(seg, mask, seg.segment(mask))
+
+
+def test_column_sampling_gives_empty_blobs_without_centroid():
+    mask = np.zeros((20, 40), np.uint8)
+    mask[5:10, 8:11] = 1  # runs ending between two column samples
+    blobs = nerva.Segmenter(40, 20, steps=(4, 1)).segment(mask)
+    assert len(blobs) > 0 and (blobs.npix == 0).all() and all(b.width == 0 for b in blobs)
+    assert np.isnan(blobs.centroid).all()
+
+
+def test_size_filter_and_label_numbering():
+    mask = np.zeros((30, 30), np.uint8)
+    mask[2:4, 2:4] = 1      # 4 pixels: dropped
+    mask[10:20, 5:9] = 1    # kept: blob 0
+    mask[12:22, 20:25] = 1  # kept: blob 1
+    seg = nerva.Segmenter(30, 30, min_pixels=5)
+    blobs = seg.segment(mask)
+    assert [b.bbox for b in blobs] == [(5, 10, 8, 19), (20, 12, 24, 21)]
+    labels = seg.labels()
+    assert labels[3, 3] == 0 and labels[15, 6] == 1 and labels[15, 22] == 2
+    seg.min_pixels, seg.min_side = 0, 4
+    assert len(seg.segment(mask)) == 2  # the 2x2 square is below the side now
+
+
+def test_runs_give_the_pixels_back(rng):
+    mask = blobby_mask(rng, 50, 70)
+    seg = nerva.Segmenter(70, 50)
+    assert seg.runs().shape == (0, 3)
+    seg.segment(mask)
+    runs = seg.runs()
+    assert runs.dtype == np.int32 and runs.shape[1] == 3
+    painted = np.zeros_like(mask)
+    for y, x0, x1 in runs:
+        painted[y, x0:x1 + 1] = 255
+    np.testing.assert_array_equal(painted, mask)
+
+
+def test_blobs_are_owned_read_only_copies():
+    mask = np.zeros((10, 10), np.uint8)
+    mask[2:5, 2:5] = 1
+    seg = nerva.Segmenter(10, 10)
+    first = seg.segment(mask)
+    seg.segment(np.zeros_like(mask))
+    assert first.bbox.tolist() == [[2, 2, 4, 4]] and first.npix.tolist() == [9]
+    assert first.ident.tolist() == [0] and first.center.tolist() == [[3, 3]]
+    with pytest.raises(ValueError):
+        first.bbox[0, 0] = 7
+    with pytest.raises(IndexError):
+        first[1]
+    assert first[-1].centroid == (3.0, 3.0)
+
+
+@pytest.mark.parametrize("bad,error", [
+    (np.zeros((10, 12), np.int16), TypeError),
+    (np.zeros((10, 12), np.float32), TypeError),
+    ([[0] * 12] * 10, TypeError),
+    (np.zeros((1, 10, 12), np.uint8), ValueError),
+    (np.zeros((11, 12), np.uint8), ValueError),
+    (np.zeros((10, 24), np.uint8)[:, ::2], ValueError),
+    (np.zeros((10, 12), np.uint8)[::-1], ValueError),
+    (np.zeros((12, 10), np.uint8).T, ValueError),
+])
+def test_bad_masks_are_refused_quietly(capfd, bad, error):
+    seg = nerva.Segmenter(12, 10)
+    with pytest.raises(error, match="mask"):
+        seg.segment(bad)
+    good = np.zeros((10, 12), np.uint8)
+    good[3, 4] = 1
+    assert len(seg.segment(good)) == 1  # still usable
+    assert capfd.readouterr() == ("", "")
+
+
+@pytest.mark.parametrize("options", [
+    dict(steps=(0, 1)), dict(steps=(1, -2)), dict(roi=(-1, 0, 5, 5)), dict(roi=(5, 5, 8, 5)),
+    dict(roi=(0, 0, 0, 4)), dict(min_pixels=-1), dict(min_side=-3),
+])
+def test_bad_settings_are_refused(options):
+    with pytest.raises(ValueError):
+        nerva.Segmenter(12, 10, **options)
+    seg = nerva.Segmenter(12, 10)
+    with pytest.raises(ValueError):
+        for name, value in options.items():
+            setattr(seg, name, value)
+
+
+def test_four_threads_give_the_single_thread_results(rng):
+    masks = [blobby_mask(rng, 240, 320) for _ in range(6)]
+    expected = [nerva.blobs(m).as_cv2_stats()[0] for m in masks]
+    results = {}
+
+    def work(k):
+        seg = nerva.Segmenter(320, 240)
+        results[k] = [seg.segment(m).as_cv2_stats()[0] for _ in range(5) for m in masks]
+
+    threads = [threading.Thread(target=work, args=(k,)) for k in range(4)]
+    for t in threads:
+        t.start()
+    for t in threads:
+        t.join()
+    for k in range(4):
+        for i, got in enumerate(results[k]):
+            np.testing.assert_array_equal(got, expected[i % len(masks)])
+
+
+def test_one_shot_form(rng):
+    mask = blobby_mask(rng, 40, 60)
+    np.testing.assert_array_equal(nerva.blobs(mask, min_pixels=3).npix,
+                                  nerva.Segmenter(60, 40, min_pixels=3).segment(mask).npix)
+    with pytest.raises(ValueError, match="2-D"):
+        nerva.blobs(np.zeros((2, 3, 4), np.uint8))

@@ -1,0 +1,64 @@
+"""blobs_in_video gives nerva-blobs' results frame for frame."""
+
+import json
+
+import cv2
+import numpy as np
+import pytest
+
+import nerva
+from conftest import program_lines, walkers, write_video
+
+
+def generator_lines(source, **options):
+    return [json.loads(nerva.json_line(i, blobs)) for i, _, blobs in nerva.blobs_in_video(str(source), **options)]
+
+
+@pytest.fixture(scope="module")
+def video(tmp_path_factory):
+    path = tmp_path_factory.mktemp("video") / "walkers.avi"
+    write_video(path, walkers(30))
+    return path
+
+
+@pytest.mark.parametrize("program_options,options", [
+    ([], {}),
+    (["--open", "3", "--close", "5", "--min-pixels", "10", "--roi", "10,20,130,90", "--steps", "1,2",
+      "--threshold", "30", "--learning-rate", "0.05"],
+     dict(opening=3, closing=5, min_pixels=10, roi=(10, 20, 130, 90), steps=(1, 2), threshold=30,
+          learning_rate=0.05)),
+    (["--background", "mog2", "--min-side", "3"], dict(background="mog2", min_side=3)),
+])
+def test_generator_matches_the_program(nerva_blobs, video, program_options, options):
+    expected = program_lines(nerva_blobs, video, *program_options)
+    got = generator_lines(video, **options)
+    assert len(got) == 30 and sum(len(line["blobs"]) for line in got) > 0
+    assert got == expected
+
+
+def test_mask_sequences_match_the_program(nerva_blobs, tmp_path, rng):
+    for i in range(5):
+        mask = np.zeros((60, 80, 3), np.uint8)
+        mask[rng.integers(0, 60, 40), rng.integers(0, 80, 40), rng.integers(0, 3, 40)] = 7
+        cv2.imwrite(str(tmp_path / f"m_{i:03d}.png"), mask)
+    pattern = tmp_path / "m_%03d.png"
+    assert generator_lines(pattern, masks=True) == program_lines(nerva_blobs, pattern, "--masks")
+    assert generator_lines(tmp_path, masks=True, closing=3) == program_lines(nerva_blobs, tmp_path, "--masks",
+                                                                            "--close", "3")
+
+
+def test_start_and_stop_keep_the_frame_numbers(video):
+    indices = [i for i, frame, _ in nerva.blobs_in_video(str(video), start=10, stop=14)]
+    assert indices == [10, 11, 12, 13]
+
+
+def test_unreadable_inputs_and_bad_options(tmp_path, video):
+    with pytest.raises(nerva.InputError, match="does not exist"):
+        next(nerva.blobs_in_video(str(tmp_path / "missing.avi")))
+    (tmp_path / "junk.avi").write_bytes(b"not a video at all" * 100)
+    with pytest.raises(nerva.InputError, match="cannot decode"):
+        next(nerva.blobs_in_video(str(tmp_path / "junk.avi")))
+    with pytest.raises(ValueError, match="roi"):
+        next(nerva.blobs_in_video(str(video), roi=(100, 0, 100, 10)))
+    with pytest.raises(ValueError, match="exclude"):
+        next(nerva.blobs_in_video(str(video), masks=True, background="mog2"))

@@ -1,0 +1,35 @@
+"""Builds the extension module nerva._nerva with the project's own CMake
+build (python/CMakeLists.txt), for the interpreter running this script."""
+
+import os
+import re
+import subprocess
+import sys
+
+from setuptools import Extension, setup
+from setuptools.command.build_ext import build_ext
+
+ROOT = os.path.dirname(os.path.abspath(__file__))
+
+
+def version():
+    with open(os.path.join(ROOT, "nerva", "version.h")) as f:
+        return re.search(r'NERVA_VERSION_STRING "([0-9.]+)"', f.read()).group(1)
+
+
+class CMakeBuild(build_ext):
+    def build_extension(self, ext):
+        build = os.path.abspath(os.path.join(self.build_temp, "cmake"))
+        os.makedirs(build, exist_ok=True)
+        subprocess.run(["cmake", "-S", ROOT, "-B", build, "-DCMAKE_BUILD_TYPE=Release",
+                        "-DNERVA_BUILD_PYTHON=ON", "-DNERVA_BUILD_TESTS=OFF", "-DNERVA_BUILD_TOOLS=OFF",
+                        f"-DPython3_EXECUTABLE={sys.executable}"], check=True, stdout=subprocess.DEVNULL)
+        jobs = os.environ.get("CMAKE_BUILD_PARALLEL_LEVEL", "2")
+        subprocess.run(["cmake", "--build", build, "--target", "_nerva", "-j", jobs], check=True)
+        built = os.path.join(build, "python", "nerva", os.path.basename(self.get_ext_filename(ext.name)))
+        target = self.get_ext_fullpath(ext.name)
+        os.makedirs(os.path.dirname(target), exist_ok=True)
+        self.copy_file(built, target)
+
+
+setup(version=version(), ext_modules=[Extension("nerva._nerva", sources=[])], cmdclass={"build_ext": CMakeBuild})

@@ -18,7 +18,7 @@
 
 #include "masks.h"
 #include "nerva/nerva.h"
-#include "nerva/segmentation/segmenter_internal.h"
+#include "nerva/segmentation/internal/segmenter_internal.h"
 
 namespace {
 
@@ -124,13 +124,13 @@ int main(int argc, char** argv)
             nerva::RLEreset_blob_idents(s);
             stages[0].ns += since(t);
             t = Clock::now();
-            nerva::extract_frame(*s, m);
+            nerva::detail::extract_frame(*s, m, nerva::detail::ExtractionMode::driver);
             stages[1].ns += since(t);
             runs += s->nb_segs;
             rows += rows_read(*s);
             if (s->nb_segs == 0) continue;
             t = Clock::now();
-            nerva::label_frame(*s);
+            nerva::detail::label_frame(*s);
             stages[2].ns += since(t);
             regions += s->nb_regs;
             for (int r = 0; r < s->nb_regs; ++r) region_rows += s->reg_pool[r]->y_max - s->reg_pool[r]->y_min + 1;
@@ -164,7 +164,7 @@ int main(int argc, char** argv)
         }
         for (size_t i = 0; i < masks.size(); ++i) {
             auto t = Clock::now();
-            nerva::extract_frame(*s, zero);
+            nerva::detail::extract_frame(*s, zero, nerva::detail::ExtractionMode::driver);
             zero_ns += since(t);
         }
     }

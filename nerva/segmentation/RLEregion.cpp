@@ -3,15 +3,11 @@
 #include <cstdlib>
 #include <new>
 
-#include "nerva/segmentation/region_ops.h"
+#include "nerva/segmentation/internal/region_ops.h"
 
 namespace nerva {
 
-std::shared_ptr<segment> segment_new() { return std::make_shared<segment>(); }
-
 std::shared_ptr<region> region_new() { return std::make_shared<region>(); }
-
-void segment_free(std::shared_ptr<segment>& seg) { seg.reset(); }
 
 void region_free(std::shared_ptr<region>& reg) { reg.reset(); }
 

@@ -4,21 +4,15 @@
 #include <memory>
 #include <vector>
 
-// The primitive records of run extraction and labelling: a run (segment), a
-// connected region being grown from runs, and a sorted singly linked list of
-// runs. Segments and regions live in the segmenter's pools and are recycled
+#include "nerva/rle/segment.h"
+
+// The records labelling builds on runs (nerva/rle/segment.h): a connected
+// region being grown from runs, and a sorted singly linked list of runs.
+// Segments and regions live in the segmenter's pools and are recycled
 // every frame, so none of the region operations allocates.
 namespace nerva {
 
 struct region;
-
-// One horizontal foreground run. The row is not stored: it is the index of
-// the run-length line that holds the run. Runs are stored end-first.
-struct segment {
-    int32_t x_end;    // last column, inclusive
-    int32_t x_start;  // first column, inclusive
-    std::shared_ptr<region> owner;  // null until labelling assigns it
-};
 
 // Where one region's runs lie on one row: the region has `nb_segs` runs on
 // row `y`, the first of them at position `first_seg` in the row's run list.
@@ -55,11 +49,9 @@ struct segment_list {
     segment_list* next;
 };
 
-std::shared_ptr<segment> segment_new();
 std::shared_ptr<region> region_new();
 
-// Drop the given reference; the record goes when its last reference does.
-void segment_free(std::shared_ptr<segment>& seg);
+// Drops the given reference; the record goes when its last reference does.
 void region_free(std::shared_ptr<region>& reg);
 
 // One zero-filled node.

@@ -4,9 +4,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "nerva/blob/blob_internal.h"
-#include "nerva/segmentation/pool_blocks.h"
-#include "nerva/segmentation/segmentationRLE.h"
+#include "nerva/blob/internal/blob_internal.h"
+#include "nerva/internal/report.h"
+#include "nerva/segmentation/internal/pool_blocks.h"
+#include "nerva/segmentation/internal/segmenter_internal.h"
 
 namespace nerva {
 
@@ -27,7 +28,7 @@ void write_pool_full_messages(int32_t count)
     for (int32_t i = 0; i < per_block && i < count; ++i) std::memcpy(block + i * len, kPoolFullMessage, len);
     while (count > 0) {
         const int32_t n = count < per_block ? count : per_block;
-        std::fwrite(block, len, static_cast<size_t>(n), stderr);
+        detail::report_bytes(MESSAGES_STDERR, block, len * static_cast<size_t>(n));
         count -= n;
     }
 }
@@ -36,7 +37,7 @@ void write_pool_full_messages(int32_t count)
 // side by side, handed out through non-owning shared pointers (aliasing an
 // empty owner): no allocation once the chunks exist, and no reference-count
 // traffic per line.
-RLEregionline* take_region_lines(MV_RLEsegm::RegionLineArena& arena, size_t n)
+RLEregionline* take_region_lines(detail::RegionLineArena& arena, size_t n)
 {
     while (arena.chunk < arena.chunks.size() && arena.used + n > arena.chunks[arena.chunk].size) {
         ++arena.chunk;
@@ -69,14 +70,15 @@ int32_t truncated_mean(double sum, int32_t npix)
 void set_segs_in_regsKAP(segm_ptr sp, int nrows)
 {
     MV_RLEsegm& s = *sp;
-    s.regline_arena.chunk = 0;
-    s.regline_arena.used = 0;
+    detail::RegionLineArena& arena = s.work->region_lines;
+    arena.chunk = 0;
+    arena.used = 0;
     static const std::shared_ptr<RLEregionline> no_owner;
     for (int32_t i = 0; i < s.nb_regs; ++i) {
         region& r = *s.reg_pool[static_cast<size_t>(i)];
         const int32_t rows = r.y_max - r.y_min + 1;
         const size_t n = rows > 0 ? static_cast<size_t>(rows) : 0;
-        RLEregionline* span = take_region_lines(s.regline_arena, n);
+        RLEregionline* span = take_region_lines(arena, n);
         r.reg_lines.clear();
         r.reg_lines.reserve(n);
         for (size_t k = 0; k < n; ++k) {
@@ -107,32 +109,35 @@ void set_segs_in_regsKAP(segm_ptr sp, int nrows)
 namespace {
 
 // The next free pool blob, cleaned: the slot itself, no reference taken.
-const std::shared_ptr<RLEblob>& take_pool_blob(MV_RLEsegm& s)
+// When the pool is full the last blob is reused and the message is written
+// at once, or counted in *pool_full_count when the caller batches them.
+const std::shared_ptr<RLEblob>& take_pool_blob(MV_RLEsegm& s, int32_t* pool_full_count)
 {
     ++s.last_blob;
     if (s.last_blob == s.nb_pool_blobs) {
         const int32_t slots = static_cast<int32_t>(s.blob_pool.size());
         if (s.last_blob >= slots) {
-            if (s.batch_pool_full_messages) ++s.pending_pool_full_messages;
-            else std::fputs(kPoolFullMessage, stderr);
+            if (pool_full_count) ++*pool_full_count;
+            else detail::report_bytes(MESSAGES_STDERR, kPoolFullMessage, sizeof kPoolFullMessage - 1);
             s.last_blob = slots - 1;
             const std::shared_ptr<RLEblob>& last = s.blob_pool[static_cast<size_t>(s.last_blob)];
-            detail::clean_blob_record(*last);
+            detail::release_blob_data(*last, detail::BlobBuffer::forget);
             return last;
         }
         std::shared_ptr<RLEblob>& slot = s.blob_pool[static_cast<size_t>(s.nb_pool_blobs)];
-        if (s.spare_blobs.empty()) {
+        std::vector<std::shared_ptr<RLEblob>>& spare = s.work->spare_blobs;
+        if (spare.empty()) {
             slot = blob_new();
         } else {
-            slot = std::move(s.spare_blobs.back());
-            s.spare_blobs.pop_back();
+            slot = std::move(spare.back());
+            spare.pop_back();
             detail::renew_blob_record(*slot);
         }
         slot->ident = s.nb_pool_blobs;
         ++s.nb_pool_blobs;
     }
     const std::shared_ptr<RLEblob>& b = s.blob_pool[static_cast<size_t>(s.last_blob)];
-    detail::clean_blob_record(*b);
+    detail::release_blob_data(*b, detail::BlobBuffer::forget);
     return b;
 }
 
@@ -173,7 +178,7 @@ void fill_from_region(RLEblob& b, const region& r)
 
 }  // namespace
 
-std::shared_ptr<RLEblob> RLEsegm_get_new_blob(segm_ptr s) { return take_pool_blob(*s); }
+std::shared_ptr<RLEblob> RLEsegm_get_new_blob(segm_ptr s) { return take_pool_blob(*s, nullptr); }
 
 // Appends every kept region's blob the way RLEsegm_blob_list_append would,
 // but writes each link only where it changes: pool blobs are listed in slot
@@ -184,8 +189,9 @@ std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, 
     const std::shared_ptr<img2regs>& st = s.i2r;
     if (!st || !st->first) return nullptr;
     const region* end = st->last ? st->last->next.get() : nullptr;
-    s.batch_pool_full_messages = true;
-    s.pending_pool_full_messages = 0;
+    // Pool-full messages are counted and written together at the end (same
+    // bytes, one write instead of one per blob).
+    int32_t pool_full_messages = 0;
     const std::shared_ptr<RLEblob>* head = s.blob_head ? &s.blob_head : nullptr;
     const std::shared_ptr<RLEblob>* tail = s.blob_tail ? &s.blob_tail : nullptr;
     static const std::shared_ptr<RLEblob> none;
@@ -198,7 +204,7 @@ std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, 
 
         const int32_t ahead = s.last_blob + kPrefetchAhead;
         if (ahead >= 0 && ahead < s.nb_pool_blobs) prefetch_for_filling(s.blob_pool[static_cast<size_t>(ahead)].get());
-        const std::shared_ptr<RLEblob>& b = take_pool_blob(s);
+        const std::shared_ptr<RLEblob>& b = take_pool_blob(s, &pool_full_messages);
         fill_from_region(*b, *r);
         ++s.nb_blobs;
         // Appending the tail again (the pool-full reuse) would link it to itself.
@@ -212,9 +218,7 @@ std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, 
     if (appended && (*tail)->next) (*tail)->next.reset();
     if (head) detail::set_link(s.blob_head, *head);
     if (tail) detail::set_link(s.blob_tail, *tail);
-    s.batch_pool_full_messages = false;
-    if (s.pending_pool_full_messages > 0) write_pool_full_messages(s.pending_pool_full_messages);
-    s.pending_pool_full_messages = 0;
+    if (pool_full_messages > 0) write_pool_full_messages(pool_full_messages);
     if (s.nb_blobs == 0) return nullptr;
     return s.blob_pool[0];
 }

@@ -1,9 +1,10 @@
 // The segmenter's life cycle, its per-frame driver and its small accessors.
 #include <cstdio>
 
-#include "nerva/geometry/wrap_arith.h"
-#include "nerva/segmentation/pool_blocks.h"
-#include "nerva/segmentation/segmenter_internal.h"
+#include "nerva/geometry/internal/wrap_arith.h"
+#include "nerva/internal/report.h"
+#include "nerva/segmentation/internal/pool_blocks.h"
+#include "nerva/segmentation/internal/segmenter_internal.h"
 
 namespace nerva {
 
@@ -70,15 +71,27 @@ bool frame_problem(const MV_RLEsegm& s, const cv::Mat& mask, char* why, size_t s
 
 }  // namespace
 
-bool segmenter_refuses_frame(const MV_RLEsegm& s, const cv::Mat& mask, const char* who)
+bool detail::segmenter_refuses_frame(const MV_RLEsegm& segm, const cv::Mat& mask, const char* who)
 {
     char why[256];
-    if (!frame_problem(s, mask, why, sizeof why)) return false;
-    std::fprintf(stderr, "%s: %s; nothing segmented\n", who, why);
+    if (!frame_problem(segm, mask, why, sizeof why)) return false;
+    report(MESSAGES_STDERR, "%s: %s; nothing segmented\n", who, why);
     return true;
 }
 
-MV_RLEsegm::MV_RLEsegm() : blob_pool(kBlobPoolSlots), msg(this) { spare_blobs.reserve(kBlobPoolSlots); }
+void detail::grow_region_pool(MV_RLEsegm& segm)
+{
+    // Regions are held by shared pointer, so nothing already handed out moves.
+    const size_t n = segm.reg_pool.size();
+    segm.reg_pool.resize(n + n / 2 + 64);
+    fill_from_block(segm.reg_pool, n, segm.reg_pool.size());
+    for (size_t i = n; i < segm.reg_pool.size(); ++i) segm.reg_pool[i]->ident = static_cast<int32_t>(i);
+}
+
+MV_RLEsegm::MV_RLEsegm() : blob_pool(kBlobPoolSlots), msg(this), work(new detail::SegmenterWork)
+{
+    work->spare_blobs.reserve(kBlobPoolSlots);
+}
 
 MV_RLEsegm::~MV_RLEsegm()
 {
@@ -91,7 +104,7 @@ MV_RLEsegm::~MV_RLEsegm()
     blob_tail.reset();
     for (auto& b : blob_pool) cut_blob_links(b);
     blob_pool.clear();
-    spare_blobs.clear();
+    work.reset();
 }
 
 std::vector<std::shared_ptr<region>> RLEsegm_reg_pool_init(int n, segm_ptr s)
@@ -106,7 +119,7 @@ std::vector<std::shared_ptr<region>> RLEsegm_reg_pool_init(int n, segm_ptr s)
 
 std::vector<std::shared_ptr<segment>> RLEsegm_seg_pool_init(int n, segm_ptr s)
 {
-    s->ensure_segment_slot(n - 1);  // keeps run-length lines valid if storage moves
+    detail::ensure_segment_slot(*s, n - 1);  // keeps run-length lines valid if storage moves
     s->seg_pool.resize(n > 0 ? static_cast<size_t>(n) : 0);
     detail::fill_from_block(s->seg_pool, 0, s->seg_pool.size());
     s->nb_segs = 0;
@@ -156,7 +169,7 @@ void RLEsegm_reset(segm_ptr s)
             blob_free(b);
             // Nobody else should hold a pool blob past the frame; if the host
             // does, the record is left to it rather than recycled.
-            if (slot.use_count() == 1) s->spare_blobs.push_back(std::move(slot));
+            if (slot.use_count() == 1) s->work->spare_blobs.push_back(std::move(slot));
             slot.reset();
         }
         s->nb_pool_blobs = s->last_blob;
@@ -186,13 +199,13 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr s)
     const int min_side = s->min_blob_side;
     const int min_pixels = s->min_blob_pixels;
 
-    if (segmenter_refuses_frame(*s, mask, "RLEsegm_segmentKAP()")) {
+    if (detail::segmenter_refuses_frame(*s, mask, "RLEsegm_segmentKAP()")) {
         RLEsegm_reset(s);
         return nullptr;
     }
     RLEsegm_reset(s);
     RLEreset_blob_idents(s);
-    extract_frame(*s, mask);
+    detail::extract_frame(*s, mask, detail::ExtractionMode::driver);
 
     if (s->nb_segs == 0) {
         s->nb_blobs_prev = s->nb_blobs_cur;
@@ -204,7 +217,7 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr s)
 
     // The sweep of img2regs_init, img2regs_exec over the rows of interest
     // and img2regs_pass2, on plain indices.
-    label_frame(*s);
+    detail::label_frame(*s);
     set_segs_in_regsKAP(s, mask.rows);
     std::shared_ptr<RLEblob> head = RLEsegm_regions2blobsKAP(min_side, min_pixels, s);
 

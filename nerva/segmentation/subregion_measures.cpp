@@ -3,7 +3,7 @@
 // count, so `ident` must name a surviving region.
 #include <cstdint>
 
-#include "nerva/geometry/wrap_arith.h"
+#include "nerva/geometry/internal/wrap_arith.h"
 #include "nerva/segmentation/segmentationRLE.h"
 
 namespace nerva {

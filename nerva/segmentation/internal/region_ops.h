@@ -3,7 +3,7 @@
 // Region arithmetic on plain references, shared by the public region
 // operations and the labelling sweep (which must not pay for shared-pointer
 // copies on every run). Internal header.
-#include "nerva/geometry/wrap_arith.h"
+#include "nerva/geometry/internal/wrap_arith.h"
 #include "nerva/segmentation/RLEregion.h"
 
 namespace nerva {

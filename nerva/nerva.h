@@ -2,6 +2,7 @@
 
 // Everything the library offers, in one include.
 #include "nerva/version.h"
+#include "nerva/messages.h"
 #include "nerva/geometry/MathFunctions.h"
 #include "nerva/geometry/rectangle.h"
 #include "nerva/geometry/parallelepiped.h"

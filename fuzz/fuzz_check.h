@@ -7,12 +7,12 @@
 
 #include "nerva/messages.h"
 
-#define CHECK(cond)                                                                    \
-    do {                                                                               \
-        if (!(cond)) {                                                                 \
+#define CHECK(cond)                                                                       \
+    do {                                                                                  \
+        if (!(cond)) {                                                                    \
             std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
-            std::abort();                                                              \
-        }                                                                              \
+            std::abort();                                                                 \
+        }                                                                                 \
     } while (0)
 
 // The library's expected messages go to a sink that drops them, so that

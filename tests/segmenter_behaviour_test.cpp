@@ -115,9 +115,9 @@ TEST(Labelling, UMergeSurvivorAndFirstRowSelfPairingHoles)
     // Three runs on the first non-empty row: the self-pairing counts a hole on
     // the regions of the first and second runs.
     ASSERT_EQ(blobs(mask_from({"..........", "#.#.#....."}), s).size(), 3u);
-    EXPECT_EQ(vals(RLEsegm_get_region(0, s)->nholes, RLEsegm_get_region(1, s)->nholes,
-                   RLEsegm_get_region(2, s)->nholes),
-              vals(1, 1, 0));
+    EXPECT_EQ(
+        vals(RLEsegm_get_region(0, s)->nholes, RLEsegm_get_region(1, s)->nholes, RLEsegm_get_region(2, s)->nholes),
+        vals(1, 1, 0));
     EXPECT_EQ(RLEsegm_get_region(0, s)->hole, RLEsegm_get_region(1, s));
 }
 
@@ -127,7 +127,7 @@ TEST(RegionsToBlobs, SizeFiltersAndBoxAreaStatistics)
     auto s = segmenter_for(m);
     ASSERT_EQ(blobs(m, s).size(), 2u);
     EXPECT_EQ(vals(s->nb_blobs_cur, s->blob_area_cur), vals(2, 6 * 2 + 3 * 1));  // box areas, not pixels
-    s->min_blob_side = 2;  // the 3x1 blob has height 1
+    s->min_blob_side = 2;                                                        // the 3x1 blob has height 1
     EXPECT_EQ(blobs(m, s).size(), 1u);
     s->min_blob_side = 0;
     s->min_blob_pixels = 4;
@@ -137,7 +137,9 @@ TEST(RegionsToBlobs, SizeFiltersAndBoxAreaStatistics)
 // (created blobs, blobs used in the last frame) -> created blobs after the next reset
 TEST(RegionsToBlobs, PoolTrimmingBoundaryAndTrimmedBlobsComeBackNew)
 {
-    struct Case { int pool, used, expect_after; };
+    struct Case {
+        int pool, used, expect_after;
+    };
     for (Case c : {Case{45, 30, 29}, Case{40, 30, 29}, Case{39, 30, 39}, Case{60, 20, 60}}) {
         auto first = dots(c.pool);
         auto s = segmenter_for(first);

@@ -226,8 +226,8 @@ std::string get_occl_name_from_type_detailed(blob_occl_type o)
         left &= ~token.code;
         const bool first = text.size() == sizeof(kTokenPrefix) - 1;
         if (first) {
-            // Object-top leading the list is written as camera-top; hosts
-            // have matched on that text for years, so it stays.
+            // Object-top leading the list is written as camera-top: the text
+            // hosts' context files hold (README, deliberate behaviours).
             text += token.code == MM_OBJECT_TOP ? "CAM_TOP" : token.name;
         } else {
             text += '-';

@@ -16,10 +16,7 @@ namespace {
 
 // Rows that both exist as lines and are counted by height: a freed image
 // keeps its height but has no lines left.
-int64_t readable_rows(const RLEimage& rle)
-{
-    return min64(rle.height, static_cast<int64_t>(rle.lines.size()));
-}
+int64_t readable_rows(const RLEimage& rle) { return min64(rle.height, static_cast<int64_t>(rle.lines.size())); }
 
 // Calls visit(y, first, last) for every run of every readable row.
 template <typename Visit>
@@ -58,10 +55,8 @@ void paint_runs(const std::shared_ptr<RLEimage>& rle, image* img, unsigned char 
 image* RLEimage_to_binaire(std::shared_ptr<RLEimage> rle, image* img)
 {
     if (!rle) return nullptr;
-    if (img)
-        clear_image(img);
-    else
-        img = make_image(COLOR_IMG_3BYTES, static_cast<unsigned>(rle->width), static_cast<unsigned>(rle->height));
+    if (img) clear_image(img);
+    else img = make_image(COLOR_IMG_3BYTES, static_cast<unsigned>(rle->width), static_cast<unsigned>(rle->height));
     if (!img) return nullptr;
     if (rle->height < 1) return img;
     paint_runs(rle, img, 255);
@@ -72,9 +67,10 @@ void RLEimage_to_binary_raw_gray(std::shared_ptr<RLEimage> rle, unsigned char* r
 {
     if (!rle) return;
     if (!raw) {
-        detail::report(MESSAGES_STDERR,
-                       "FATAL ERROR: RLEimage::RLEimage_to_binaire_raw_gray.\n Memory space for binary raw data MUST be "
-                       "allocated BEFORE calling this function. \n");
+        detail::report(
+            MESSAGES_STDERR,
+            "FATAL ERROR: RLEimage::RLEimage_to_binaire_raw_gray.\n Memory space for binary raw data MUST be "
+            "allocated BEFORE calling this function. \n");
         detail::fatal_exit(1);
     }
     if (rle->height < 1) return;
@@ -100,7 +96,8 @@ int RLEimage_save_binaire(std::shared_ptr<RLEimage> rle, const char* path, std::
         }
     }
     if (save_image(img, path) == -1) {
-        detail::report(MESSAGES_STDERR, "RLEimage_save_binaire(): saving image file %s failed\n", path ? path : "(null)");
+        detail::report(MESSAGES_STDERR, "RLEimage_save_binaire(): saving image file %s failed\n",
+                       path ? path : "(null)");
         destroy_image(img);
         return -1;
     }

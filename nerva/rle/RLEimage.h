@@ -13,8 +13,8 @@
 namespace nerva {
 
 struct RLEline {
-    int32_t nb_segs;     // runs on the row
-    int32_t seg_offset;  // number of the row's first run when runs are numbered; always 0
+    int32_t nb_segs;                 // runs on the row
+    int32_t seg_offset;              // number of the row's first run when runs are numbered; always 0
     std::shared_ptr<segment>* segs;  // first of nb_segs consecutive pool entries, left to right
 };
 

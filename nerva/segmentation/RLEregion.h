@@ -34,10 +34,10 @@ struct region {
     int32_t y_max;
     double sum_x;  // sums of pixel columns / rows; doubles so big regions fit
     double sum_y;
-    std::shared_ptr<region> link;      // spare reference, reset by region_initialize
-    std::shared_ptr<region> next;      // next region in creation order
-    std::shared_ptr<region> absorber;  // survivor that absorbed this one, or null
-    std::shared_ptr<region> hole;      // region passed with the last recorded hole
+    std::shared_ptr<region> link;                           // spare reference, reset by region_initialize
+    std::shared_ptr<region> next;                           // next region in creation order
+    std::shared_ptr<region> absorber;                       // survivor that absorbed this one, or null
+    std::shared_ptr<region> hole;                           // region passed with the last recorded hole
     std::vector<std::shared_ptr<RLEregionline>> reg_lines;  // one entry per box row
 };
 

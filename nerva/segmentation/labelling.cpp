@@ -3,8 +3,8 @@
 // back. Run owners and region links are the records' own shared pointers,
 // written as the sweep goes, so a host stepping through these functions sees
 // every intermediate state.
-#include "nerva/segmentation/internal/labelling_engine.h"
 #include "nerva/internal/report.h"
+#include "nerva/segmentation/internal/labelling_engine.h"
 #include "nerva/segmentation/segmentationRLE.h"
 
 namespace nerva {

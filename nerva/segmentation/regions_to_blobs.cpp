@@ -88,7 +88,9 @@ void set_segs_in_regsKAP(segm_ptr segm, int nrows)
     }
 
     if (!segmenter.rle_img) return;
-    const int last = nrows < static_cast<int>(segmenter.rle_img->lines.size()) ? nrows : static_cast<int>(segmenter.rle_img->lines.size());
+    const int last = nrows < static_cast<int>(segmenter.rle_img->lines.size())
+                         ? nrows
+                         : static_cast<int>(segmenter.rle_img->lines.size());
     for (int y = 0; y < last; ++y) {
         const RLEline& line = *segmenter.rle_img->lines[static_cast<size_t>(y)];
         if (!line.segs) break;  // rows below a never-extracted row are not visited
@@ -203,7 +205,8 @@ std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, 
         if (reg->npix < min_pixels || width < min_side || height < min_side) continue;
 
         const int32_t ahead = segmenter.last_blob + kPrefetchAhead;
-        if (ahead >= 0 && ahead < segmenter.nb_pool_blobs) prefetch_for_filling(segmenter.blob_pool[static_cast<size_t>(ahead)].get());
+        if (ahead >= 0 && ahead < segmenter.nb_pool_blobs)
+            prefetch_for_filling(segmenter.blob_pool[static_cast<size_t>(ahead)].get());
         const std::shared_ptr<RLEblob>& blob = take_pool_blob(segmenter, &pool_full_messages);
         fill_from_region(*blob, *reg);
         ++segmenter.nb_blobs;

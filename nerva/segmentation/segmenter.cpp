@@ -53,17 +53,19 @@ bool frame_problem(const MV_RLEsegm& segmenter, const cv::Mat& mask, char* why, 
         return true;
     }
     if (segmenter.roi_ymin > segmenter.roi_ymax) return false;  // no row of interest: nothing to read
-    const int rows = mask.rows < static_cast<int>(segmenter.rle_img->lines.size()) ? mask.rows
-                                                                             : static_cast<int>(segmenter.rle_img->lines.size());
+    const int rows = mask.rows < static_cast<int>(segmenter.rle_img->lines.size())
+                         ? mask.rows
+                         : static_cast<int>(segmenter.rle_img->lines.size());
     const int cols = mask.cols < segmenter.rle_img->width ? mask.cols : segmenter.rle_img->width;
     const bool rows_ok = segmenter.roi_ymin >= 0 && segmenter.roi_ymax < rows;
-    const bool cols_ok = segmenter.roi_xmin > segmenter.roi_xmax || (segmenter.roi_xmin >= 0 && segmenter.roi_xmax < cols);
+    const bool cols_ok =
+        segmenter.roi_xmin > segmenter.roi_xmax || (segmenter.roi_xmin >= 0 && segmenter.roi_xmax < cols);
     if (!rows_ok || !cols_ok) {
         std::snprintf(why, size,
                       "region of interest x %d..%d, y %d..%d lies outside the %dx%d mask or the %dx%d frame "
                       "given at initialisation",
-                      segmenter.roi_xmin, segmenter.roi_xmax, segmenter.roi_ymin, segmenter.roi_ymax, mask.cols, mask.rows, segmenter.rle_img->width,
-                      static_cast<int>(segmenter.rle_img->lines.size()));
+                      segmenter.roi_xmin, segmenter.roi_xmax, segmenter.roi_ymin, segmenter.roi_ymax, mask.cols,
+                      mask.rows, segmenter.rle_img->width, static_cast<int>(segmenter.rle_img->lines.size()));
         return true;
     }
     return false;
@@ -160,8 +162,10 @@ void RLEsegm_reset(segm_ptr segmenter)
         segmenter->blob_head.reset();
         segmenter->blob_tail.reset();
         const std::shared_ptr<RLEblob>& kept_tail = segmenter->blob_pool[static_cast<size_t>(segmenter->last_blob - 1)];
-        if (kept_tail && kept_tail->next == segmenter->blob_pool[static_cast<size_t>(segmenter->last_blob)]) kept_tail->next.reset();
-        for (int i = segmenter->last_blob; i < segmenter->nb_pool_blobs; ++i) cut_blob_links(segmenter->blob_pool[static_cast<size_t>(i)]);
+        if (kept_tail && kept_tail->next == segmenter->blob_pool[static_cast<size_t>(segmenter->last_blob)])
+            kept_tail->next.reset();
+        for (int i = segmenter->last_blob; i < segmenter->nb_pool_blobs; ++i)
+            cut_blob_links(segmenter->blob_pool[static_cast<size_t>(i)]);
         for (int i = segmenter->last_blob; i < segmenter->nb_pool_blobs; ++i) {
             std::shared_ptr<RLEblob>& slot = segmenter->blob_pool[static_cast<size_t>(i)];
             if (!slot) continue;

@@ -49,12 +49,10 @@ public:
     // `segm` may be null for the steps that take no pool region (advancing in
     // the previous row, fusion, replace).
     LabellingEngine(img2regs& state, MV_RLEsegm* segm, Owners owners)
-        : store(owners), segm_(segm), state_(state), y(state.y), cur_runs(state.cur_runs),
-          prev_runs(state.prev_runs), cur_count(state.cur_count), prev_count(state.prev_count),
-          cur_idx(state.cur_idx), prev_idx(state.prev_idx), cur(state.cur_seg.get()), prev(state.prev_seg.get()),
-          cur_slot(&state.cur_seg), prev_slot(&state.prev_seg)
-    {
-    }
+        : store(owners), segm_(segm), state_(state), y(state.y), cur_runs(state.cur_runs), prev_runs(state.prev_runs),
+          cur_count(state.cur_count), prev_count(state.prev_count), cur_idx(state.cur_idx), prev_idx(state.prev_idx),
+          cur(state.cur_seg.get()), prev(state.prev_seg.get()), cur_slot(&state.cur_seg), prev_slot(&state.prev_seg)
+    {}
 
     // Writes the cursor back into the img2regs record; the two run references
     // only where they moved.

@@ -63,16 +63,16 @@ segment_list* insert_in_seg_list(segment_list* list, int x_start, int x_end, std
 // of later nodes are discarded with the node memory and keep one reference.
 void free_segment_list(segment_list* list);
 
-// Makes r describe exactly the run [x_start, x_end] on row y. Leaves ident
+// Makes reg describe exactly the run [x_start, x_end] on row y. Leaves ident
 // and reg_lines alone.
-void region_initialize(std::shared_ptr<region> r, int x_start, int x_end, int y);
+void region_initialize(std::shared_ptr<region> reg, int x_start, int x_end, int y);
 // Adds the run [x_start, x_end] on row y; runs arrive in increasing rows, so
 // y_max is set, not compared.
-void region_absorb_segment(std::shared_ptr<region> r, int x_start, int x_end, int y);
+void region_absorb_segment(std::shared_ptr<region> reg, int x_start, int x_end, int y);
 // Adds absorbed's statistics into survivor and links absorbed to it; absorbed
 // keeps its own (now stale) statistics.
 void region_absorb_region(std::shared_ptr<region> survivor, std::shared_ptr<region> absorbed);
-// Counts one hole in r and remembers other; null r is ignored.
-void region_add_hole(std::shared_ptr<region> r, std::shared_ptr<region> other);
+// Counts one hole in reg and remembers other; a null reg is ignored.
+void region_add_hole(std::shared_ptr<region> reg, std::shared_ptr<region> other);
 
 }  // namespace nerva

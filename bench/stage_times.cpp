@@ -49,7 +49,8 @@ std::vector<cv::Mat> load_masks(const std::string& video)
         out.write(reinterpret_cast<const char*>(&n), sizeof n);
         out.write(reinterpret_cast<const char*>(&rows), sizeof rows);
         out.write(reinterpret_cast<const char*>(&cols), sizeof cols);
-        for (const cv::Mat& m : masks) out.write(reinterpret_cast<const char*>(m.data), static_cast<std::streamsize>(m.total()));
+        for (const cv::Mat& m : masks)
+            out.write(reinterpret_cast<const char*>(m.data), static_cast<std::streamsize>(m.total()));
     }
     return masks;
 }
@@ -169,10 +170,11 @@ int main(int argc, char** argv)
         }
     }
     const double frames = static_cast<double>(masks.size()) * passes;
-    std::printf("steps %d,%d, %dx%d, %zu masks x %d passes, per frame: %.0f of %d rows read, %.0f runs, %.0f regions, "
-                "%.0f blobs, %.0f region lines\n",
-                step_x, step_y, size.width, size.height, masks.size(), passes, rows / frames, size.height,
-                runs / frames, regions / frames, blobs / frames, region_rows / frames);
+    std::printf(
+        "steps %d,%d, %dx%d, %zu masks x %d passes, per frame: %.0f of %d rows read, %.0f runs, %.0f regions, "
+        "%.0f blobs, %.0f region lines\n",
+        step_x, step_y, size.width, size.height, masks.size(), passes, rows / frames, size.height, runs / frames,
+        regions / frames, blobs / frames, region_rows / frames);
     double sum = 0;
     for (const Stage& st : stages) {
         std::printf("  %-14s %8.1f us\n", st.name, st.ns / frames / 1e3);

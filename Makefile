@@ -2,6 +2,8 @@
 BUILD_DIR ?= build
 JOBS      ?= 2
 CMAKE_FLAGS ?=
+# WERROR=ON makes warnings errors in the project's own targets (CI does).
+WERROR    ?= OFF
 MAKEFLAGS += --no-print-directory
 
 # The demo: a real surveillance video from Debian's opencv-doc package.
@@ -13,7 +15,7 @@ NERVA_BLOBS = $(BUILD_DIR)/tools/nerva-blobs/nerva-blobs
 # shim without numpy.
 PYTHON ?= /usr/bin/python3
 
-.PHONY: all test demo build configure setup clean check-sanitize check-thread fuzz bench python bench-python
+.PHONY: all test demo build configure setup clean check-sanitize check-thread fuzz bench python bench-python format format-check
 
 all: build
 
@@ -24,7 +26,7 @@ setup:
 # them off again with -DNERVA_BUILD_TOOLS=OFF.
 configure: setup
 	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DNERVA_BUILD_TOOLS=ON -DNERVA_BUILD_PYTHON=ON \
-	    -DPython3_EXECUTABLE=$(PYTHON) $(CMAKE_FLAGS) >/dev/null
+	    -DPython3_EXECUTABLE=$(PYTHON) -DNERVA_WERROR=$(WERROR) $(CMAKE_FLAGS) >/dev/null
 
 build: configure
 	@cmake --build $(BUILD_DIR) -j$(JOBS)
@@ -76,7 +78,7 @@ bench-python: python
 # install test is left out: its consumer is not built with the sanitizers).
 SANITIZE_DIR ?= build-sanitize
 check-sanitize: setup
-	@cmake -S . -B $(SANITIZE_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNERVA_SANITIZE=address,undefined $(CMAKE_FLAGS) >/dev/null
+	@cmake -S . -B $(SANITIZE_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNERVA_SANITIZE=address,undefined -DNERVA_WERROR=$(WERROR) $(CMAKE_FLAGS) >/dev/null
 	@cmake --build $(SANITIZE_DIR) -j$(JOBS)
 	@cd $(SANITIZE_DIR) && \
 	  ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 \
@@ -87,7 +89,7 @@ check-sanitize: setup
 # The concurrency test (one segmenter per thread) under ThreadSanitizer.
 TSAN_DIR ?= build-tsan
 check-thread: setup
-	@cmake -S . -B $(TSAN_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNERVA_SANITIZE=thread $(CMAKE_FLAGS) >/dev/null
+	@cmake -S . -B $(TSAN_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNERVA_SANITIZE=thread -DNERVA_WERROR=$(WERROR) $(CMAKE_FLAGS) >/dev/null
 	@cmake --build $(TSAN_DIR) -j$(JOBS) --target nerva_tests
 	@TSAN_OPTIONS=halt_on_error=1 $(TSAN_DIR)/tests/nerva_tests --gtest_filter='SegmenterConcurrency.*'
 
@@ -100,7 +102,7 @@ FUZZ_SECONDS ?= 60
 FUZZERS      ?= segmenter save_image names raster
 fuzz:
 	@scripts/setup.sh sanitize
-	@cmake -S fuzz -B $(FUZZ_DIR) -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	@cmake -S fuzz -B $(FUZZ_DIR) -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNERVA_WERROR=$(WERROR) >/dev/null
 	@cmake --build $(FUZZ_DIR) -j$(JOBS)
 	@for f in $(FUZZERS); do \
 	  mkdir -p $(FUZZ_DIR)/corpus/$$f; \
@@ -112,6 +114,16 @@ fuzz:
 	    echo FAILED; tail -40 $(FUZZ_DIR)/$$f.log; exit 1; \
 	  fi; \
 	done
+
+# The C++ files under version control against .clang-format: format-check
+# lists the files that differ and fails; format rewrites them in place.
+CXX_FILES = git ls-files '*.cpp' '*.h'
+format-check:
+	@scripts/setup.sh format
+	@$(CXX_FILES) | xargs clang-format --style=file --dry-run --Werror
+format:
+	@scripts/setup.sh format
+	@$(CXX_FILES) | xargs clang-format --style=file -i
 
 clean:
 	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(TSAN_DIR) $(FUZZ_DIR)

@@ -18,7 +18,7 @@
 
 #include "masks.h"
 #include "nerva/nerva.h"
-#include "nerva/segmentation/segmenter_internal.h"
+#include "nerva/segmentation/internal/segmenter_internal.h"
 
 namespace {
 
@@ -49,7 +49,8 @@ std::vector<cv::Mat> load_masks(const std::string& video)
         out.write(reinterpret_cast<const char*>(&n), sizeof n);
         out.write(reinterpret_cast<const char*>(&rows), sizeof rows);
         out.write(reinterpret_cast<const char*>(&cols), sizeof cols);
-        for (const cv::Mat& m : masks) out.write(reinterpret_cast<const char*>(m.data), static_cast<std::streamsize>(m.total()));
+        for (const cv::Mat& m : masks)
+            out.write(reinterpret_cast<const char*>(m.data), static_cast<std::streamsize>(m.total()));
     }
     return masks;
 }
@@ -124,13 +125,13 @@ int main(int argc, char** argv)
             nerva::RLEreset_blob_idents(s);
             stages[0].ns += since(t);
             t = Clock::now();
-            nerva::extract_frame(*s, m);
+            nerva::detail::extract_frame(*s, m, nerva::detail::ExtractionMode::driver);
             stages[1].ns += since(t);
             runs += s->nb_segs;
             rows += rows_read(*s);
             if (s->nb_segs == 0) continue;
             t = Clock::now();
-            nerva::label_frame(*s);
+            nerva::detail::label_frame(*s);
             stages[2].ns += since(t);
             regions += s->nb_regs;
             for (int r = 0; r < s->nb_regs; ++r) region_rows += s->reg_pool[r]->y_max - s->reg_pool[r]->y_min + 1;
@@ -164,15 +165,16 @@ int main(int argc, char** argv)
         }
         for (size_t i = 0; i < masks.size(); ++i) {
             auto t = Clock::now();
-            nerva::extract_frame(*s, zero);
+            nerva::detail::extract_frame(*s, zero, nerva::detail::ExtractionMode::driver);
             zero_ns += since(t);
         }
     }
     const double frames = static_cast<double>(masks.size()) * passes;
-    std::printf("steps %d,%d, %dx%d, %zu masks x %d passes, per frame: %.0f of %d rows read, %.0f runs, %.0f regions, "
-                "%.0f blobs, %.0f region lines\n",
-                step_x, step_y, size.width, size.height, masks.size(), passes, rows / frames, size.height,
-                runs / frames, regions / frames, blobs / frames, region_rows / frames);
+    std::printf(
+        "steps %d,%d, %dx%d, %zu masks x %d passes, per frame: %.0f of %d rows read, %.0f runs, %.0f regions, "
+        "%.0f blobs, %.0f region lines\n",
+        step_x, step_y, size.width, size.height, masks.size(), passes, rows / frames, size.height, runs / frames,
+        regions / frames, blobs / frames, region_rows / frames);
     double sum = 0;
     for (const Stage& st : stages) {
         std::printf("  %-14s %8.1f us\n", st.name, st.ns / frames / 1e3);

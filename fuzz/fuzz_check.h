@@ -5,31 +5,21 @@
 #include <cstdio>
 #include <cstdlib>
 
-namespace fuzz {
-// Where failed checks are reported: the process's original standard error.
-inline FILE*& report_stream()
+#include "nerva/messages.h"
+
+#define CHECK(cond)                                                                       \
+    do {                                                                                  \
+        if (!(cond)) {                                                                    \
+            std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
+            std::abort();                                                                 \
+        }                                                                                 \
+    } while (0)
+
+// The library's expected messages go to a sink that drops them, so that
+// libFuzzer's and the sanitizers' own output stays readable.
+// NERVA_FUZZ_VERBOSE keeps them.
+inline void silence_library_messages()
 {
-    static FILE* stream = stderr;
-    return stream;
+    if (!std::getenv("NERVA_FUZZ_VERBOSE"))
+        nerva::set_message_sink([](nerva::message_stream_t, const char*, size_t, void*) {});
 }
-}  // namespace fuzz
-
-#define CHECK(cond)                                                                             \
-    do {                                                                                        \
-        if (!(cond)) {                                                                          \
-            std::fprintf(fuzz::report_stream(), "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
-            std::abort();                                                                       \
-        }                                                                                       \
-    } while (0)
-
-// The library prints through the C streams stdout and stderr; libFuzzer
-// keeps its own handle on standard error, taken at start-up, and the
-// sanitizers write to descriptor 2 directly. Pointing the C stream variable
-// elsewhere therefore quietens the library alone. NERVA_FUZZ_VERBOSE keeps it.
-#define silence_library_stream(stream)                            \
-    do {                                                          \
-        fuzz::report_stream();                                    \
-        if (!std::getenv("NERVA_FUZZ_VERBOSE")) {                 \
-            if (FILE* sink = std::fopen("/dev/null", "w")) stream = sink; \
-        }                                                         \
-    } while (0)

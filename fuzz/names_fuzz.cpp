@@ -69,7 +69,7 @@ void check_detailed(uint32_t code)
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    silence_library_stream(stdout);  // the vocabulary warns on standard output
+    silence_library_messages();
     return 0;
 }
 

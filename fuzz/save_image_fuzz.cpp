@@ -85,7 +85,7 @@ long file_size(const std::string& path)
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     temp_path = "/tmp/nerva-fuzz-save-" + std::to_string(getpid()) + ".pnm";
-    silence_library_stream(stderr);
+    silence_library_messages();
     return 0;
 }
 

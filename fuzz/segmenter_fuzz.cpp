@@ -196,7 +196,7 @@ void check_measures(FuzzedDataProvider& in, const segm_ptr& s, const Roi& roi, b
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     // Refusals and the pool-full message are expected here.
-    silence_library_stream(stderr);
+    silence_library_messages();
     return 0;
 }
 

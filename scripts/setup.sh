@@ -7,6 +7,7 @@
 #   scripts/setup.sh demo       ... plus the demo's video (opencv-doc)
 #   scripts/setup.sh bench      ... plus the benchmark dependencies
 #   scripts/setup.sh sanitize   ... plus clang and its runtimes (make fuzz)
+#   scripts/setup.sh format     ... plus clang-format (make format-check)
 set -euo pipefail
 
 packages=(
@@ -33,6 +34,7 @@ for extra in "$@"; do
     demo)  packages+=(opencv-doc) ;;
     bench) packages+=(libbenchmark-dev libopencv-videoio-dev opencv-doc python3-skimage) ;;
     sanitize) packages+=(clang libclang-rt-14-dev) ;;  # make fuzz
+    format) packages+=(clang-format) ;;                # make format, make format-check
     test)  ;;
     *) echo "setup.sh: unknown option '$extra'" >&2; exit 2 ;;
   esac

@@ -39,7 +39,8 @@ TEST(BlobVocabulary, TypeAndSubtypeTablesInBothDirections)
         EXPECT_EQ(v, value) << name;
         EXPECT_EQ(get_name_from_type(type(value)), value == 5 ? "CONTEXT" : "UNKNOWN") << value;
     }
-    EXPECT_TRUE(get_name_from_type(PERSON) == std::string("PERSON") && get_type_from_name("TWO-PERSONS") == TWO_PERSONS);
+    EXPECT_EQ(get_name_from_type(PERSON), std::string("PERSON"));
+    EXPECT_EQ(get_type_from_name("TWO-PERSONS"), TWO_PERSONS);
 
     const char* produced[] = {"UNKNOWN", "UNDEFINED", "GLOBAL", "STANDING", "CROUCHING", "LYING", "ARMUP"};
     const char* accepted[] = {"UNKNOWN", nullptr, "NO_SUBTYPES", "STANDING", "CROUCHING", "LYING", "ARMUP"};

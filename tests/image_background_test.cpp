@@ -119,7 +119,8 @@ TEST(Differences, AbsoluteAndSigned)
     EXPECT_EQ(bytes(out, 2), (bytes_t{240, 150}));  // untouched
     ASSERT_EQ(sign_difference(a, keep.make(GREY_IMG, 2, 1, {250, 50}), &all, diff), 0);
     EXPECT_EQ(diff->type, INT_IMG);
-    EXPECT_TRUE(at<int32_t>(diff, 0) == -240 && at<int32_t>(diff, 1) == 150);
+    EXPECT_EQ(at<int32_t>(diff, 0), -240);
+    EXPECT_EQ(at<int32_t>(diff, 1), 150);
 
     // Colour: abs steps one byte per pixel; signs are packed like SIGNED_COLOR_IMG.
     image* ca = keep.make(COLOR_IMG_3BYTES, 2, 1, {10, 20, 30, 40, 50, 60});
@@ -128,7 +129,8 @@ TEST(Differences, AbsoluteAndSigned)
     ASSERT_EQ(abs_difference(ca, cb, &all, cout), 0);
     EXPECT_EQ(bytes(cout, 6), (bytes_t{20, 0, 20, 40, 9, 9}));
     ASSERT_EQ(sign_difference(ca, cb, &all, diff), 0);
-    EXPECT_TRUE(at<uint32_t>(diff, 0) == pack(-20, 0, 20) && at<uint32_t>(diff, 1) == pack(40, 50, 60));
+    EXPECT_EQ(at<uint32_t>(diff, 0), pack(-20, 0, 20));
+    EXPECT_EQ(at<uint32_t>(diff, 1), pack(40, 50, 60));
 
     EXPECT_EQ(abs_difference(keep.make(BG_IMG, 1, 1), keep.make(BG_IMG, 1, 1), &all, out), -1);
     EXPECT_EQ(out->type, BG_IMG);  // initialised before the kind is refused

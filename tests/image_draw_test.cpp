@@ -32,12 +32,14 @@ TEST(DrawRectangle, OutlineValuesRefusalsAndClipping)
 
     image* grey = keep.make(GREY_IMG, 5, 4);
     ASSERT_EQ(draw_color_rectangle(&dot, grey, 1, 2, 3), 0);  // colour ignored
-    EXPECT_TRUE(grey->data[2 * 5 + 2] == 155 && nonzero_bytes(grey) == 1);
+    EXPECT_EQ(grey->data[2 * 5 + 2], 155);
+    EXPECT_EQ(nonzero_bytes(grey), 1);
     EXPECT_EQ(draw_rectangle(&dot, keep.make(INT_IMG, 4, 4)), -1);
 
     clear_image(grey);
     rectangle wide = box(0, 0, 6, 2), tall = box(0, 0, 2, 5);  // xmax == width, ymax == height
-    EXPECT_TRUE(draw_rectangle(&wide, grey) == -1 && draw_rectangle(&tall, grey) == -1);
+    EXPECT_EQ(draw_rectangle(&wide, grey), -1);
+    EXPECT_EQ(draw_rectangle(&tall, grey), -1);
     rectangle off = box(-3, -2, 5, 4);  // xmax 1, ymax 1: only the part inside is drawn
     ASSERT_EQ(draw_rectangle(&off, grey), 0);
     EXPECT_EQ(nonzero_bytes(grey), 3);

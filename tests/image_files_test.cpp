@@ -20,7 +20,8 @@ std::string file_bytes(const std::string& path)
 bytes_t decoded(const std::string& path, int type, int w, int h)
 {
     const cv::Mat m = cv::imread(path, cv::IMREAD_UNCHANGED);
-    EXPECT_TRUE(m.type() == type && m.size() == cv::Size(w, h)) << path;
+    EXPECT_EQ(m.type(), type) << path;
+    EXPECT_EQ(m.size(), cv::Size(w, h)) << path;
     return m.type() == type ? bytes_t(m.data, m.data + m.total() * m.elemSize()) : bytes_t{};
 }
 

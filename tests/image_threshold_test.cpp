@@ -33,7 +33,9 @@ TEST(KeepOrZeroThresholding, FloatAndSignedIntegerKeepTheValue)
     put_all<float>(f, {2.5f, 0.5f, std::nanf("")});
     image* fout = keep.make(GREY_IMG, 1, 1);  // re-made as a FLOAT_IMG
     ASSERT_EQ(float_thresholding(f, 1.0f, &all, fout), 0);
-    EXPECT_TRUE(at<float>(fout, 0) == 2.5f && at<float>(fout, 1) == 0 && at<float>(fout, 2) == 0);  // not 255
+    EXPECT_EQ(at<float>(fout, 0), 2.5f);  // not 255
+    EXPECT_EQ(at<float>(fout, 1), 0);
+    EXPECT_EQ(at<float>(fout, 2), 0);
     EXPECT_EQ(float_thresholding(keep.make(GREY_IMG, 3, 1), 0.0f, &all, fout), -1);
 
     image* n = keep.make(INT_IMG, 3, 1);

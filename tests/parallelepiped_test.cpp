@@ -46,7 +46,8 @@ TEST(Parallelepiped, RecordCopyAndGroundSizes)
     EXPECT_EQ(std::memcmp(copy, p, sizeof(*p)), 0);
     double w = 0, l = 0;
     get_w_l(copy, &w, &l);
-    EXPECT_TRUE(l == 3.0 && w == 4.0);
+    EXPECT_EQ(l, 3.0);
+    EXPECT_EQ(w, 4.0);
     free_parallelepiped(p);
     free_parallelepiped(copy);
 }

@@ -48,7 +48,8 @@ TEST(Rectangle, SetOperationsAndTheSharedColumn)
     EXPECT_EQ(merge_rectangle(nullptr, nullptr), nullptr);
     EXPECT_EQ(fields(rect_ptr(rectangle_union(a.get(), b.get())).get()), (F{0, 0, 29, 29, 30, 30}));
     EXPECT_EQ(rectangle_intersection(a.get(), b.get()), nullptr);
-    EXPECT_TRUE(!absorb_rectangle(nullptr, b.get()) && absorb_rectangle(a.get(), nullptr) == a.get());
+    EXPECT_FALSE(absorb_rectangle(nullptr, b.get()));
+    EXPECT_EQ(absorb_rectangle(a.get(), nullptr), a.get());
     EXPECT_EQ(absorb_rectangle(a.get(), b.get()), a.get());
     EXPECT_EQ(fields(a.get()), (F{0, 0, 29, 29, 30, 30}));
 

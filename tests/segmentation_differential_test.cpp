@@ -27,10 +27,8 @@ segm_ptr make_segmenter(int width, int height)
 // components of the region of interest; returns "" or the first disagreement.
 std::string differs(const cv::Mat& full, segm_ptr s, cv::Rect roi = {})
 {
-    if (roi.empty())
-        roi = cv::Rect(0, 0, full.cols, full.rows);
-    else
-        RLEsegm_set_ROI(roi.x, roi.y, roi.x + roi.width - 1, roi.y + roi.height - 1, s);
+    if (roi.empty()) roi = cv::Rect(0, 0, full.cols, full.rows);
+    else RLEsegm_set_ROI(roi.x, roi.y, roi.x + roi.width - 1, roi.y + roi.height - 1, s);
     testing::internal::CaptureStderr();  // past 2000 components the pool-full message prints per extra blob
     auto head = RLEsegm_segmentKAP(full, s);
     testing::internal::GetCapturedStderr();
@@ -55,7 +53,8 @@ std::string differs(const cv::Mat& full, segm_ptr s, cv::Rect roi = {})
         if (r->npix != st[cv::CC_STAT_AREA] || r->x_min != st[cv::CC_STAT_LEFT] + ox ||
             r->y_min != st[cv::CC_STAT_TOP] + oy || r->x_max - r->x_min + 1 != st[cv::CC_STAT_WIDTH] ||
             r->y_max - r->y_min + 1 != st[cv::CC_STAT_HEIGHT] || r->sum_x != sum_x[label] || r->sum_y != sum_y[label])
-            return "region differs from component at (" + std::to_string(r->x_min) + "," + std::to_string(r->y_min) + ")";
+            return "region differs from component at (" + std::to_string(r->x_min) + "," + std::to_string(r->y_min) +
+                   ")";
     }
     if (survivors != n - 1) return "count " + std::to_string(survivors) + " vs " + std::to_string(n - 1);
 
@@ -135,7 +134,7 @@ TEST(SegmentationDifferential, PoolsGrowForAFullHdCheckerboardAndServeLaterFrame
     const int w = 1920, h = 1080;
     auto s = make_segmenter(w, h);
     ASSERT_EQ(differs(checkerboard(w, h, 1), s), "");  // a million regions; the blob list ends at 2000
-    EXPECT_EQ(s->nb_segs, w * h / 2);                    // every run kept: the pools grew
+    EXPECT_EQ(s->nb_segs, w * h / 2);                  // every run kept: the pools grew
     std::mt19937 rng(5);
     for (double d : {0.001, 0.02, 0.3, 0.7}) ASSERT_EQ(differs(blocky(rng, w, h, d), s), "") << "d=" << d;
 }
@@ -178,7 +177,8 @@ TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
         set_segs_in_regsKAP(steps, mask.rows);
 
         ASSERT_EQ(steps->nb_regs, driver->nb_regs) << "trial " << trial;
-        for (int k = 0; k < steps->nb_segs; ++k) ASSERT_EQ(id(steps->seg_pool[k]->owner), id(driver->seg_pool[k]->owner));
+        for (int k = 0; k < steps->nb_segs; ++k)
+            ASSERT_EQ(id(steps->seg_pool[k]->owner), id(driver->seg_pool[k]->owner));
         auto lines = [](const region& r) {
             std::vector<int> v;
             for (const auto& l : r.reg_lines) v.insert(v.end(), {l->y, l->nb_segs, l->first_seg});
@@ -187,18 +187,27 @@ TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
         for (int i = 0; i < steps->nb_regs; ++i)
             ASSERT_EQ(lines(*steps->reg_pool[i]), lines(*driver->reg_pool[i])) << "region " << i << " trial " << trial;
         auto fields = [&](const region& r) {
-            return std::vector<double>{double(r.npix), double(r.nholes), double(r.x_min), double(r.x_max),
-                                       double(r.y_min), double(r.y_max), double(r.seed_x), r.sum_x, r.sum_y,
-                                       double(id(r.absorber)), double(id(r.hole)), double(id(r.next))};
+            return std::vector<double>{double(r.npix),  double(r.nholes),       double(r.x_min),    double(r.x_max),
+                                       double(r.y_min), double(r.y_max),        double(r.seed_x),   r.sum_x,
+                                       r.sum_y,         double(id(r.absorber)), double(id(r.hole)), double(id(r.next))};
         };
         for (int i = 0; i < steps->nb_regs; ++i)
-            ASSERT_EQ(fields(*steps->reg_pool[i]), fields(*driver->reg_pool[i])) << "region " << i << " trial " << trial;
+            ASSERT_EQ(fields(*steps->reg_pool[i]), fields(*driver->reg_pool[i]))
+                << "region " << i << " trial " << trial;
         auto state = [&](segm_ptr s) {
             const img2regs& a = *s->i2r;
             auto at = [&](const std::shared_ptr<segment>& p) { return p ? p.get() - s->seg_pool[0].get() : -1; };
-            return std::vector<long>{id(a.first), id(a.last), a.y, a.cur_count, a.prev_count, a.cur_idx, a.prev_idx,
-                                     a.cur_runs - s->seg_pool.data(), a.prev_runs - s->seg_pool.data(),
-                                     at(a.cur_seg), at(a.prev_seg)};
+            return std::vector<long>{id(a.first),
+                                     id(a.last),
+                                     a.y,
+                                     a.cur_count,
+                                     a.prev_count,
+                                     a.cur_idx,
+                                     a.prev_idx,
+                                     a.cur_runs - s->seg_pool.data(),
+                                     a.prev_runs - s->seg_pool.data(),
+                                     at(a.cur_seg),
+                                     at(a.prev_seg)};
         };
         EXPECT_EQ(state(steps), state(driver)) << "trial " << trial;
     }

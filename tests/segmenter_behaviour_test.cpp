@@ -108,15 +108,16 @@ TEST(Labelling, UMergeSurvivorAndFirstRowSelfPairingHoles)
     auto s = segmenter_for(u);
     ASSERT_EQ(blobs(u, s).size(), 1u);
     auto left = RLEsegm_get_region(0, s), right = RLEsegm_get_region(1, s);
-    EXPECT_TRUE(right->absorber == left && !left->absorber);  // the lower ident survives
+    EXPECT_EQ(right->absorber, left);  // the lower ident survives
+    EXPECT_FALSE(left->absorber);
     for (int k = 0; k < s->nb_segs; ++k) EXPECT_EQ(s->seg_pool[k]->owner, left);
 
     // Three runs on the first non-empty row: the self-pairing counts a hole on
     // the regions of the first and second runs.
     ASSERT_EQ(blobs(mask_from({"..........", "#.#.#....."}), s).size(), 3u);
-    EXPECT_EQ(vals(RLEsegm_get_region(0, s)->nholes, RLEsegm_get_region(1, s)->nholes,
-                   RLEsegm_get_region(2, s)->nholes),
-              vals(1, 1, 0));
+    EXPECT_EQ(
+        vals(RLEsegm_get_region(0, s)->nholes, RLEsegm_get_region(1, s)->nholes, RLEsegm_get_region(2, s)->nholes),
+        vals(1, 1, 0));
     EXPECT_EQ(RLEsegm_get_region(0, s)->hole, RLEsegm_get_region(1, s));
 }
 
@@ -126,7 +127,7 @@ TEST(RegionsToBlobs, SizeFiltersAndBoxAreaStatistics)
     auto s = segmenter_for(m);
     ASSERT_EQ(blobs(m, s).size(), 2u);
     EXPECT_EQ(vals(s->nb_blobs_cur, s->blob_area_cur), vals(2, 6 * 2 + 3 * 1));  // box areas, not pixels
-    s->min_blob_side = 2;  // the 3x1 blob has height 1
+    s->min_blob_side = 2;                                                        // the 3x1 blob has height 1
     EXPECT_EQ(blobs(m, s).size(), 1u);
     s->min_blob_side = 0;
     s->min_blob_pixels = 4;
@@ -136,7 +137,9 @@ TEST(RegionsToBlobs, SizeFiltersAndBoxAreaStatistics)
 // (created blobs, blobs used in the last frame) -> created blobs after the next reset
 TEST(RegionsToBlobs, PoolTrimmingBoundaryAndTrimmedBlobsComeBackNew)
 {
-    struct Case { int pool, used, expect_after; };
+    struct Case {
+        int pool, used, expect_after;
+    };
     for (Case c : {Case{45, 30, 29}, Case{40, 30, 29}, Case{39, 30, 39}, Case{60, 20, 60}}) {
         auto first = dots(c.pool);
         auto s = segmenter_for(first);
@@ -149,9 +152,9 @@ TEST(RegionsToBlobs, PoolTrimmingBoundaryAndTrimmedBlobsComeBackNew)
         ASSERT_EQ(again.size(), static_cast<size_t>(c.pool));
         for (int i = 0; i < c.pool; ++i) {
             const bool kept = i < c.expect_after;  // a kept blob keeps what the host wrote
-            ASSERT_TRUE(again[i]->info[0] == (kept ? 'x' : 0) && again[i]->measures[3] == (kept ? 5 : 0) &&
-                        again[i]->fathers[4999] == (kept ? 7 : 0))
-                << i;
+            ASSERT_EQ(again[i]->info[0], (kept ? 'x' : 0)) << i;
+            ASSERT_EQ(again[i]->measures[3], (kept ? 5 : 0)) << i;
+            ASSERT_EQ(again[i]->fathers[4999], (kept ? 7 : 0)) << i;
         }
     }
 }
@@ -166,6 +169,16 @@ TEST(RegionsToBlobs, PoolFullReusesTheLastBlobWithoutLoopingTheList)
     EXPECT_EQ(stderr_of(m, s, &head), expected);
     EXPECT_EQ(vals(s->nb_blobs, blobs_of(head).size(), s->nb_blobs_cur), vals(2003, 2000, 2000));
     EXPECT_EQ(s->blob_pool[1999]->fathers[0], 2002);  // overwritten by the last region
+    // The reused blob stays the tail, linked to its neighbour on one side only.
+    const RLEblob* tail = s->blob_pool[1999].get();
+    EXPECT_EQ(s->blob_tail.get(), tail);
+    EXPECT_EQ(tail->prev.get(), s->blob_pool[1998].get());
+    EXPECT_FALSE(tail->next);
+    // Appending the tail again through the public list operation is the same reuse.
+    RLEsegm_blob_list_append(s->blob_pool[1999], s);
+    EXPECT_EQ(tail->prev.get(), s->blob_pool[1998].get());
+    EXPECT_FALSE(tail->next);
+    EXPECT_EQ(s->nb_blobs, 2004);
 }
 
 TEST(SegmenterStatistics, EmptyFramesDensitiesAndObservers)
@@ -182,13 +195,17 @@ TEST(SegmenterStatistics, EmptyFramesDensitiesAndObservers)
     s->densities[r] = 16.0;
     auto stats = [&] { return vals(s->nb_blobs_cur, s->blob_area_cur, s->nb_blobs_prev, s->blob_area_prev); };
     RLEsegm_segmentKAP(one, s);
-    EXPECT_TRUE(stats() == vals(1, 4, -1, -1) && s->densities[r] == 2.0 && obs.calls == 1);
+    EXPECT_EQ(stats(), vals(1, 4, -1, -1));
+    EXPECT_EQ(s->densities[r], 2.0);
+    EXPECT_EQ(obs.calls, 1);
     EXPECT_EQ(RLEsegm_segmentKAP(none, s), nullptr);
-    EXPECT_TRUE(stats() == vals(0, 0, 1, 4) && s->densities[r] == 2.0);  // densities untouched on an empty frame
+    EXPECT_EQ(stats(), vals(0, 0, 1, 4));  // densities untouched on an empty frame
+    EXPECT_EQ(s->densities[r], 2.0);
     EXPECT_EQ(vals(obs.calls, obs.last.type, obs.last.arg1, obs.last.arg2), vals(2, 1, -1, -1));
     s->remove_observer(&obs);
     RLEsegm_segmentKAP(one, s);
-    EXPECT_TRUE(s->densities[r] == 0.25 && obs.calls == 2);  // rescaled again every frame
+    EXPECT_EQ(s->densities[r], 0.25);  // rescaled again every frame
+    EXPECT_EQ(obs.calls, 2);
     free_rectangle(r);
 }
 
@@ -198,9 +215,13 @@ TEST(SubregionMeasures, SumsAndLimits)
     auto s = segmenter_for(m);
     const int id = RLEsegm_segmentKAP(m, s)->fathers[0];
     double sx = -1, sy = -1;
-    EXPECT_TRUE(subregion_get_sumxsumy(id, 4, 0, 6, 4, &sx, &sy, s) == 3 && sx == 15.0 && sy == 6.0);
-    EXPECT_TRUE(subregion_get_sumx(id, 4, 0, 6, 4, s) == 15.0 && subregion_get_sumy(id, 4, 0, 6, 4, s) == 6.0);
-    EXPECT_TRUE(subregion_get_sumxsumy(id, 0, 4, 9, 0, &sx, &sy, s) == 0 && sx == 0.0);
+    EXPECT_EQ(subregion_get_sumxsumy(id, 4, 0, 6, 4, &sx, &sy, s), 3);
+    EXPECT_EQ(sx, 15.0);
+    EXPECT_EQ(sy, 6.0);
+    EXPECT_EQ(subregion_get_sumx(id, 4, 0, 6, 4, s), 15.0);
+    EXPECT_EQ(subregion_get_sumy(id, 4, 0, 6, 4, s), 6.0);
+    EXPECT_EQ(subregion_get_sumxsumy(id, 0, 4, 9, 0, &sx, &sy, s), 0);
+    EXPECT_EQ(sx, 0.0);
 
     // The run ends exactly at x1 = 8: counted by the sums and the vertical
     // scan, ignored by the strict horizontal scan.
@@ -234,6 +255,18 @@ TEST(SegmenterRefusals, UnsafeInputGivesAnEmptyListAndOneLine)
     expect_refused(cv::Mat(2, 4, CV_8UC3, cv::Scalar(255, 255, 255)), "8-bit single-channel");
     expect_refused(cv::Mat(), "non-empty");
     expect_refused(m(cv::Rect(0, 0, 2, 2)), "lies outside");  // mask smaller than the region of interest
+    {
+        // Bounds are inclusive: a last row or column equal to the mask's size
+        // is one past it, although the frame given at initialisation is larger.
+        auto big_frame = std::make_shared<MV_RLEsegm>();
+        RLEsegm_init_privateKAP(big_frame, 0, 3, 0, 2, 5, 3);
+        RLEsegm_set_steps(big_frame, 1, 1);
+        std::swap(s, big_frame);
+        expect_refused(m, "lies outside");  // ymax 2 == mask.rows
+        RLEsegm_set_ROI(0, 0, 4, 1, s);
+        expect_refused(m, "lies outside");  // xmax 4 == mask.cols
+        std::swap(s, big_frame);
+    }
     RLEsegm_set_steps(s, 0, 1);
     expect_refused(m, "column step 0");
     RLEsegm_set_steps(s, 1, 1);

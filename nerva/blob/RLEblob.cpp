@@ -1,23 +1,13 @@
 #include "nerva/blob/RLEblob.h"
-#include "nerva/blob/blob_internal.h"
+#include "nerva/blob/internal/blob_internal.h"
 
 #include <cstdlib>
 
-#include "nerva/geometry/wrap_arith.h"
+#include "nerva/geometry/internal/wrap_arith.h"
 
 namespace nerva {
 
 namespace {
-
-void release_owned_data(RLEblob& b)
-{
-    free_prd_list(b.prd_list);
-    free_prd_list(b.prd_list_2);
-    b.prd_list = nullptr;
-    b.prd_list_2 = nullptr;
-    std::free(b.buffer);
-    b.buffer = nullptr;
-}
 
 // Member-wise copy of the whole record; the caller decides which of the
 // owned pointers the copy may keep.
@@ -46,7 +36,7 @@ blob_ptr copy_blob(blob_ptr src)
 RLEblob* copy_blob(blob_ptr src, blob_ptr dst)
 {
     if (!dst || !src) return nullptr;
-    release_owned_data(*dst);
+    detail::release_blob_data(*dst, detail::BlobBuffer::free);
     *dst = *src;
     dst->prd_list = nullptr;
     dst->prd_list_2 = nullptr;
@@ -66,7 +56,7 @@ void copy_blob_data(blob_ptr src, blob_ptr dst)
     const int32_t ident = dst->ident;
     blob_ptr next = dst->next;
     blob_ptr prev = dst->prev;
-    release_owned_data(*dst);
+    detail::release_blob_data(*dst, detail::BlobBuffer::free);
     *dst = *src;
     dst->ident = ident;
     dst->next = std::move(next);
@@ -104,7 +94,7 @@ blob_ptr copy_blob_list(blob_ptr head)
 
 void blob_free(blob_ptr b)
 {
-    if (b) detail::clean_blob_record(*b);
+    if (b) detail::release_blob_data(*b, detail::BlobBuffer::forget);
 }
 
 void free_blob_list(blob_ptr head)
@@ -119,18 +109,19 @@ void free_blob_list(blob_ptr head)
     }
 }
 
-void detail::clean_blob_record(RLEblob& b)
+void detail::release_blob_data(RLEblob& b, BlobBuffer buffer)
 {
     free_prd_list(b.prd_list);
     free_prd_list(b.prd_list_2);
-    b.buffer = nullptr;
     b.prd_list = nullptr;
     b.prd_list_2 = nullptr;
+    if (buffer == BlobBuffer::free) std::free(b.buffer);
+    b.buffer = nullptr;
 }
 
 void blob_clean(blob_ptr b)
 {
-    if (b) detail::clean_blob_record(*b);
+    if (b) detail::release_blob_data(*b, detail::BlobBuffer::forget);
 }
 
 int blob_list_number(blob_ptr head)

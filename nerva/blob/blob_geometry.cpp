@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstdint>
 
-#include "nerva/geometry/wrap_arith.h"
+#include "nerva/geometry/internal/wrap_arith.h"
 
 namespace nerva {
 

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "nerva/blob/blob.h"
+#include "nerva/internal/report.h"
 
 // The context files name objects by text. Reading and writing use separate
 // tables because the two directions disagree on purpose: some codes are read
@@ -186,7 +187,7 @@ blob_type_t get_type_from_name(const char* name)
 {
     blob_type_t code;
     if (find_code(type_names_read, name, &code)) return code;
-    std::puts("Warning: unknown expected object in context file");
+    detail::report(MESSAGES_STDOUT, "Warning: unknown expected object in context file\n");
     return UNKNOWN;
 }
 
@@ -194,9 +195,9 @@ blob_subtype_t get_subtype_from_name(const char* name)
 {
     blob_subtype_t code;
     if (find_code(subtype_names_read, name, &code)) return code;
-    std::puts(
+    detail::report(MESSAGES_STDOUT,
         "Warning: undefined expected object subtype in context file. It must be defined in blob.h and in "
-        "functions get_subtype_from_name and get_name_from_subtype");
+        "functions get_subtype_from_name and get_name_from_subtype\n");
     return SUBTYPE_UNDEFINED;
 }
 
@@ -204,7 +205,7 @@ blob_occl_type get_occl_type_from_name(const char* name)
 {
     blob_occl_type code;
     if (find_code(occl_names_read, name, &code)) return code;
-    std::printf("Warning: unknown occultation type %s\n", name);
+    detail::report(MESSAGES_STDOUT, "Warning: unknown occultation type %s\n", name);
     return MM_OCCL_NONE;
 }
 
@@ -225,8 +226,8 @@ std::string get_occl_name_from_type_detailed(blob_occl_type o)
         left &= ~token.code;
         const bool first = text.size() == sizeof(kTokenPrefix) - 1;
         if (first) {
-            // Object-top leading the list is written as camera-top; hosts
-            // have matched on that text for years, so it stays.
+            // Object-top leading the list is written as camera-top: the text
+            // hosts' context files hold (README, deliberate behaviours).
             text += token.code == MM_OBJECT_TOP ? "CAM_TOP" : token.name;
         } else {
             text += '-';

@@ -4,7 +4,7 @@
 namespace nerva {
 namespace math {
 
-// Clamp to [0, 1] (the name is historical).
+// Clamps to [0, 1] (the name is the interface's, not a description).
 double ceilOrFloor(double v);
 
 // |a - b| <= 1e-10.

@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "nerva/geometry/MathFunctions.h"
-#include "nerva/geometry/wrap_arith.h"
+#include "nerva/geometry/internal/wrap_arith.h"
 
 namespace nerva {
 

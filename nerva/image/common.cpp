@@ -21,8 +21,9 @@ void init_JpegHeader_st(JpegHeader* h)
 
 bool atob(const std::string& s)
 {
-    // Only these three spellings of the prefix count; settings files have
-    // always been read this way, so "fAlse" and "no" stay true.
+    // Only these three spellings of the prefix count, so "fAlse" and "no"
+    // read as true: settings files parse the same everywhere (README,
+    // deliberate behaviours).
     const std::string head = s.substr(0, 5);
     if (head == "false" || head == "FALSE" || head == "False") return false;
     return s.empty() || s[0] != '0';

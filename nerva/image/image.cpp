@@ -4,11 +4,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "nerva/image/image_pixels.h"
+#include "nerva/image/internal/image_pixels.h"
+#include "nerva/internal/report.h"
 
 namespace nerva {
 
-using namespace image_detail;
+using namespace detail;
 
 namespace {
 
@@ -140,8 +141,8 @@ image* copy_whole_image(image* src)
     case COLOR_IMG_4BYTES:
     case FLOAT_IMG: bytes = 4 * pixels; break;
     default:
-        std::perror("This type of image is not handled by copy_whole_image\n");
-        std::exit(0);
+        detail::report_errno("This type of image is not handled by copy_whole_image\n");
+        detail::fatal_exit(0);
     }
     if (src->type == COLOR_IMG_4BYTES && copy->capacity) {
         // make_image set the copy up with 3-byte pixels; it must still hold
@@ -216,7 +217,7 @@ image* image_data_encapsulate(unsigned char* data, int rows, int columns, image*
     case COLOR_IMG_3BYTES: pixel = 3; break;
     case COLOR_IMG_4BYTES: pixel = 4; break;
     default:
-        std::fprintf(stderr,
+        detail::report(MESSAGES_STDERR,
                      "image : image_data_encapsulate : ERROR!\nThis function doesn't support yet a type of image "
                      "different from GREY_IMG and COLOR_IMG_3BYTES. Sorry...\n");
         return nullptr;

@@ -2,11 +2,12 @@
 #include <cstring>
 
 #include "nerva/image/image_background.h"
-#include "nerva/image/image_pixels.h"
+#include "nerva/image/internal/image_pixels.h"
+#include "nerva/internal/report.h"
 
 namespace nerva {
 
-using namespace image_detail;
+using namespace detail;
 
 namespace {
 
@@ -33,21 +34,21 @@ bool beyond(int32_t bound, uint32_t size) { return static_cast<uint32_t>(bound) 
 int copy_to_bg(image* from_img, image* to_bg, rectangle* rect)
 {
     if (!from_img || !to_bg || !rect) {
-        std::puts("copy_to_bg ERROR : from_img or to_bg or rect is NULL.");
+        detail::report(MESSAGES_STDOUT, "copy_to_bg ERROR : from_img or to_bg or rect is NULL.\n");
         return -1;
     }
     if (!is_color_kind(from_img->type) && to_bg->type != BG_IMG) {
-        std::puts("copy_to_bg ERROR : from_img is not a COLOR IMAGE or to_bg is not a BG IMAGE.");
+        detail::report(MESSAGES_STDOUT, "copy_to_bg ERROR : from_img is not a COLOR IMAGE or to_bg is not a BG IMAGE.\n");
         return -2;
     }
     if (static_cast<uint32_t>(rect->xmax) < static_cast<uint32_t>(rect->xmin) ||
         static_cast<uint32_t>(rect->ymax) < static_cast<uint32_t>(rect->ymin)) {
-        std::puts("copy_to_bg ERROR : bbox has invalid dimensions.");
+        detail::report(MESSAGES_STDOUT, "copy_to_bg ERROR : bbox has invalid dimensions.\n");
         return -3;
     }
     if (beyond(rect->xmax, from_img->width) || beyond(rect->xmax, to_bg->width) ||
         beyond(rect->ymax, from_img->height) || beyond(rect->ymax, to_bg->height)) {
-        std::puts("copy_to_bg  ERROR : bbox  and images have incompatible dimensions.");
+        detail::report(MESSAGES_STDOUT, "copy_to_bg  ERROR : bbox  and images have incompatible dimensions.\n");
         return -4;
     }
     const pixel_span s = walk_span(from_img, to_bg, rect);
@@ -70,20 +71,20 @@ int copy_to_bg(image* from_img, image* to_bg, rectangle* rect)
 int copy_from_bg(image* from_bg, image* to_img, rectangle* rect)
 {
     if (!from_bg || !to_img || !rect) {
-        std::puts("copy_from_bg ERROR : from_bg or to_img or rect is NULL.");
+        detail::report(MESSAGES_STDOUT, "copy_from_bg ERROR : from_bg or to_img or rect is NULL.\n");
         return -1;
     }
     if (from_bg->type != BG_IMG && !is_color_kind(to_img->type)) {
-        std::puts("copy_from_bg ERROR : from_bg is not a BG IMAGE or to_img  is not a COLOR IMAGE.");
+        detail::report(MESSAGES_STDOUT, "copy_from_bg ERROR : from_bg is not a BG IMAGE or to_img  is not a COLOR IMAGE.\n");
         return -2;
     }
     if (rect->xmax < rect->xmin || rect->ymax < rect->ymin) {
-        std::puts("copy_from_bg ERROR : bbox has invalid dimensions.");
+        detail::report(MESSAGES_STDOUT, "copy_from_bg ERROR : bbox has invalid dimensions.\n");
         return -3;
     }
     if (beyond(rect->xmax, from_bg->width) || beyond(rect->xmax, to_img->width) ||
         beyond(rect->ymax, from_bg->height) || beyond(rect->ymax, to_img->height)) {
-        std::puts("copy_from_bg  ERROR : bbox  and images have incompatible dimensions.");
+        detail::report(MESSAGES_STDOUT, "copy_from_bg  ERROR : bbox  and images have incompatible dimensions.\n");
         return -4;
     }
     const pixel_span s = walk_span(from_bg, to_img, rect);

@@ -1,13 +1,13 @@
 #include <cmath>
 #include <cstring>
 
-#include "nerva/geometry/wrap_arith.h"
+#include "nerva/geometry/internal/wrap_arith.h"
 #include "nerva/image/image_background.h"
-#include "nerva/image/image_pixels.h"
+#include "nerva/image/internal/image_pixels.h"
 
 namespace nerva {
 
-using namespace image_detail;
+using namespace detail;
 
 namespace {
 

@@ -3,12 +3,13 @@
 #include <cmath>
 #include <cstring>
 
-#include "nerva/geometry/wrap_arith.h"
-#include "nerva/image/image_pixels.h"
+#include "nerva/geometry/internal/wrap_arith.h"
+#include "nerva/image/internal/image_pixels.h"
+#include "nerva/internal/report.h"
 
 namespace nerva {
 
-using namespace image_detail;
+using namespace detail;
 
 namespace {
 
@@ -153,7 +154,7 @@ void check_RGB_channels_extension(image* img, int* maximum, int* minimum, int ch
     *maximum = *minimum = -1;
     if (!img || img->capacity == 0) return;
     if (!is_color_kind(img->type)) {
-        std::printf("image : RGB_channels_extension ERROR : this function handles color image only! Sorry...");
+        detail::report(MESSAGES_STDOUT, "image : RGB_channels_extension ERROR : this function handles color image only! Sorry...");
         return;
     }
     const int byte = channel == 0 ? 2 : channel == 1 ? 1 : 0;

@@ -3,11 +3,12 @@
 #include <vector>
 
 #include "nerva/image/image.h"
-#include "nerva/image/image_pixels.h"
+#include "nerva/image/internal/image_pixels.h"
+#include "nerva/internal/report.h"
 
 namespace nerva {
 
-using namespace image_detail;
+using namespace detail;
 
 namespace {
 
@@ -94,32 +95,32 @@ int save_image(image* img, const char* path)
     if (!img) return -1;
     FILE* file = path ? std::fopen(path, "wb") : nullptr;
     if (!file) {
-        std::fprintf(stderr, "Error opening %s\n", path ? path : "(null)");
+        detail::report(MESSAGES_STDERR, "Error opening %s\n", path ? path : "(null)");
         return -1;
     }
     int result = 0;
     if (_write_header(img, file) < 0) {
-        std::fprintf(stderr, "Error writing in %s\n", path);
+        detail::report(MESSAGES_STDERR, "Error writing in %s\n", path);
         result = -1;
     } else if (is_color_kind(img->type)) {
         if (_write_color_data(img, file) < 0) {
-            std::fprintf(stderr, "Error writing in %s", path);
+            detail::report(MESSAGES_STDERR, "Error writing in %s", path);
             result = -1;
         }
     } else if (img->type == GREY_IMG) {
         if (_write_grey_data(img, file) < 0) {
-            std::fprintf(stderr, "Error writing in %s", path);
+            detail::report(MESSAGES_STDERR, "Error writing in %s", path);
             result = -1;
         }
     } else if (img->type == FLOAT_IMG) {
         if (_write_float_data(img, file) < 0) {
-            std::fprintf(stderr, "Error wrinting in %s", path);
+            detail::report(MESSAGES_STDERR, "Error wrinting in %s", path);
             result = -1;
         }
     }
     // Buffered bytes only reach the disk here, so a full disk shows up at close.
     if (std::fclose(file) != 0 && result == 0) {
-        std::fprintf(stderr, "Error writing in %s\n", path);
+        detail::report(MESSAGES_STDERR, "Error writing in %s\n", path);
         result = -1;
     }
     return result;

@@ -4,11 +4,11 @@
 #include <string>
 
 #include "nerva/image/image_draw.h"
-#include "nerva/image/image_pixels.h"
+#include "nerva/image/internal/image_pixels.h"
 
 namespace nerva {
 
-using namespace image_detail;
+using namespace detail;
 
 namespace {
 

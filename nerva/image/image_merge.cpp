@@ -2,18 +2,19 @@
 #include <cstdlib>
 
 #include "nerva/image/image_draw.h"
-#include "nerva/image/image_pixels.h"
+#include "nerva/image/internal/image_pixels.h"
+#include "nerva/internal/report.h"
 
 namespace nerva {
 
-using namespace image_detail;
+using namespace detail;
 
 namespace {
 
 [[noreturn]] void refuse_merge(const char* message)
 {
-    std::fputs(message, stderr);
-    std::exit(1);
+    detail::report(MESSAGES_STDERR, "%s", message);
+    detail::fatal_exit(1);
 }
 
 // A mask code of the 255-family {255, 125, 50} or the 100-family

@@ -2,11 +2,11 @@
 
 #include <cstring>
 
-#include "nerva/image/image_pixels.h"
+#include "nerva/image/internal/image_pixels.h"
 
 namespace nerva {
 
-using namespace image_detail;
+using namespace detail;
 
 namespace {
 

@@ -1,7 +1,8 @@
 #include "nerva/rle/RLEimage.h"
 
-#include <cstdio>
 #include <new>
+
+#include "nerva/internal/report.h"
 
 namespace nerva {
 
@@ -9,7 +10,7 @@ std::shared_ptr<RLEimage> RLEimage_new()
 {
     RLEimage* raw = new (std::nothrow) RLEimage{0, 0, {}};
     if (!raw) {
-        std::fprintf(stderr, "RLEimage_new(): calloc failed !\n");
+        detail::report(MESSAGES_STDERR, "RLEimage_new(): calloc failed !\n");
         return nullptr;
     }
     return std::shared_ptr<RLEimage>(raw);

@@ -3,15 +3,11 @@
 #include <cstdlib>
 #include <new>
 
-#include "nerva/segmentation/region_ops.h"
+#include "nerva/segmentation/internal/region_ops.h"
 
 namespace nerva {
 
-std::shared_ptr<segment> segment_new() { return std::make_shared<segment>(); }
-
 std::shared_ptr<region> region_new() { return std::make_shared<region>(); }
-
-void segment_free(std::shared_ptr<segment>& seg) { seg.reset(); }
 
 void region_free(std::shared_ptr<region>& reg) { reg.reset(); }
 
@@ -61,14 +57,14 @@ void free_segment_list(segment_list* list)
     }
 }
 
-void region_initialize(std::shared_ptr<region> r, int x_start, int x_end, int y)
+void region_initialize(std::shared_ptr<region> reg, int x_start, int x_end, int y)
 {
-    detail::region_init(*r, x_start, x_end, y);
+    detail::region_init(*reg, x_start, x_end, y);
 }
 
-void region_absorb_segment(std::shared_ptr<region> r, int x_start, int x_end, int y)
+void region_absorb_segment(std::shared_ptr<region> reg, int x_start, int x_end, int y)
 {
-    detail::region_add_run(*r, x_start, x_end, y);
+    detail::region_add_run(*reg, x_start, x_end, y);
 }
 
 void region_absorb_region(std::shared_ptr<region> survivor, std::shared_ptr<region> absorbed)
@@ -76,11 +72,11 @@ void region_absorb_region(std::shared_ptr<region> survivor, std::shared_ptr<regi
     detail::region_merge(*survivor, survivor, *absorbed);
 }
 
-void region_add_hole(std::shared_ptr<region> r, std::shared_ptr<region> other)
+void region_add_hole(std::shared_ptr<region> reg, std::shared_ptr<region> other)
 {
-    if (!r) return;
-    r->hole = std::move(other);
-    r->nholes = wrap_add(r->nholes, 1);
+    if (!reg) return;
+    reg->hole = std::move(other);
+    reg->nholes = wrap_add(reg->nholes, 1);
 }
 
 }  // namespace nerva

@@ -4,21 +4,15 @@
 #include <memory>
 #include <vector>
 
-// The primitive records of run extraction and labelling: a run (segment), a
-// connected region being grown from runs, and a sorted singly linked list of
-// runs. Segments and regions live in the segmenter's pools and are recycled
+#include "nerva/rle/segment.h"
+
+// The records labelling builds on runs (nerva/rle/segment.h): a connected
+// region being grown from runs, and a sorted singly linked list of runs.
+// Segments and regions live in the segmenter's pools and are recycled
 // every frame, so none of the region operations allocates.
 namespace nerva {
 
 struct region;
-
-// One horizontal foreground run. The row is not stored: it is the index of
-// the run-length line that holds the run. Runs are stored end-first.
-struct segment {
-    int32_t x_end;    // last column, inclusive
-    int32_t x_start;  // first column, inclusive
-    std::shared_ptr<region> owner;  // null until labelling assigns it
-};
 
 // Where one region's runs lie on one row: the region has `nb_segs` runs on
 // row `y`, the first of them at position `first_seg` in the row's run list.
@@ -40,10 +34,10 @@ struct region {
     int32_t y_max;
     double sum_x;  // sums of pixel columns / rows; doubles so big regions fit
     double sum_y;
-    std::shared_ptr<region> link;      // spare reference, reset by region_initialize
-    std::shared_ptr<region> next;      // next region in creation order
-    std::shared_ptr<region> absorber;  // survivor that absorbed this one, or null
-    std::shared_ptr<region> hole;      // region passed with the last recorded hole
+    std::shared_ptr<region> link;                           // spare reference, reset by region_initialize
+    std::shared_ptr<region> next;                           // next region in creation order
+    std::shared_ptr<region> absorber;                       // survivor that absorbed this one, or null
+    std::shared_ptr<region> hole;                           // region passed with the last recorded hole
     std::vector<std::shared_ptr<RLEregionline>> reg_lines;  // one entry per box row
 };
 
@@ -55,11 +49,9 @@ struct segment_list {
     segment_list* next;
 };
 
-std::shared_ptr<segment> segment_new();
 std::shared_ptr<region> region_new();
 
-// Drop the given reference; the record goes when its last reference does.
-void segment_free(std::shared_ptr<segment>& seg);
+// Drops the given reference; the record goes when its last reference does.
 void region_free(std::shared_ptr<region>& reg);
 
 // One zero-filled node.
@@ -71,16 +63,16 @@ segment_list* insert_in_seg_list(segment_list* list, int x_start, int x_end, std
 // of later nodes are discarded with the node memory and keep one reference.
 void free_segment_list(segment_list* list);
 
-// Makes r describe exactly the run [x_start, x_end] on row y. Leaves ident
+// Makes reg describe exactly the run [x_start, x_end] on row y. Leaves ident
 // and reg_lines alone.
-void region_initialize(std::shared_ptr<region> r, int x_start, int x_end, int y);
+void region_initialize(std::shared_ptr<region> reg, int x_start, int x_end, int y);
 // Adds the run [x_start, x_end] on row y; runs arrive in increasing rows, so
 // y_max is set, not compared.
-void region_absorb_segment(std::shared_ptr<region> r, int x_start, int x_end, int y);
+void region_absorb_segment(std::shared_ptr<region> reg, int x_start, int x_end, int y);
 // Adds absorbed's statistics into survivor and links absorbed to it; absorbed
 // keeps its own (now stale) statistics.
 void region_absorb_region(std::shared_ptr<region> survivor, std::shared_ptr<region> absorbed);
-// Counts one hole in r and remembers other; null r is ignored.
-void region_add_hole(std::shared_ptr<region> r, std::shared_ptr<region> other);
+// Counts one hole in reg and remembers other; a null reg is ignored.
+void region_add_hole(std::shared_ptr<region> reg, std::shared_ptr<region> other);
 
 }  // namespace nerva

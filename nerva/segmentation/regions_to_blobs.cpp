@@ -4,9 +4,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "nerva/blob/blob_internal.h"
-#include "nerva/segmentation/pool_blocks.h"
-#include "nerva/segmentation/segmentationRLE.h"
+#include "nerva/blob/internal/blob_internal.h"
+#include "nerva/internal/report.h"
+#include "nerva/segmentation/internal/pool_blocks.h"
+#include "nerva/segmentation/internal/segmenter_internal.h"
 
 namespace nerva {
 
@@ -27,7 +28,7 @@ void write_pool_full_messages(int32_t count)
     for (int32_t i = 0; i < per_block && i < count; ++i) std::memcpy(block + i * len, kPoolFullMessage, len);
     while (count > 0) {
         const int32_t n = count < per_block ? count : per_block;
-        std::fwrite(block, len, static_cast<size_t>(n), stderr);
+        detail::report_bytes(MESSAGES_STDERR, block, len * static_cast<size_t>(n));
         count -= n;
     }
 }
@@ -36,7 +37,7 @@ void write_pool_full_messages(int32_t count)
 // side by side, handed out through non-owning shared pointers (aliasing an
 // empty owner): no allocation once the chunks exist, and no reference-count
 // traffic per line.
-RLEregionline* take_region_lines(MV_RLEsegm::RegionLineArena& arena, size_t n)
+RLEregionline* take_region_lines(detail::RegionLineArena& arena, size_t n)
 {
     while (arena.chunk < arena.chunks.size() && arena.used + n > arena.chunks[arena.chunk].size) {
         ++arena.chunk;
@@ -66,29 +67,32 @@ int32_t truncated_mean(double sum, int32_t npix)
 
 }  // namespace
 
-void set_segs_in_regsKAP(segm_ptr sp, int nrows)
+void set_segs_in_regsKAP(segm_ptr segm, int nrows)
 {
-    MV_RLEsegm& s = *sp;
-    s.regline_arena.chunk = 0;
-    s.regline_arena.used = 0;
+    MV_RLEsegm& segmenter = *segm;
+    detail::RegionLineArena& arena = segmenter.work->region_lines;
+    arena.chunk = 0;
+    arena.used = 0;
     static const std::shared_ptr<RLEregionline> no_owner;
-    for (int32_t i = 0; i < s.nb_regs; ++i) {
-        region& r = *s.reg_pool[static_cast<size_t>(i)];
-        const int32_t rows = r.y_max - r.y_min + 1;
+    for (int32_t i = 0; i < segmenter.nb_regs; ++i) {
+        region& reg = *segmenter.reg_pool[static_cast<size_t>(i)];
+        const int32_t rows = reg.y_max - reg.y_min + 1;
         const size_t n = rows > 0 ? static_cast<size_t>(rows) : 0;
-        RLEregionline* span = take_region_lines(s.regline_arena, n);
-        r.reg_lines.clear();
-        r.reg_lines.reserve(n);
+        RLEregionline* span = take_region_lines(arena, n);
+        reg.reg_lines.clear();
+        reg.reg_lines.reserve(n);
         for (size_t k = 0; k < n; ++k) {
-            span[k] = RLEregionline{r.y_min + static_cast<int32_t>(k), 0, 0};
-            r.reg_lines.emplace_back(no_owner, span + k);
+            span[k] = RLEregionline{reg.y_min + static_cast<int32_t>(k), 0, 0};
+            reg.reg_lines.emplace_back(no_owner, span + k);
         }
     }
 
-    if (!s.rle_img) return;
-    const int last = nrows < static_cast<int>(s.rle_img->lines.size()) ? nrows : static_cast<int>(s.rle_img->lines.size());
+    if (!segmenter.rle_img) return;
+    const int last = nrows < static_cast<int>(segmenter.rle_img->lines.size())
+                         ? nrows
+                         : static_cast<int>(segmenter.rle_img->lines.size());
     for (int y = 0; y < last; ++y) {
-        const RLEline& line = *s.rle_img->lines[static_cast<size_t>(y)];
+        const RLEline& line = *segmenter.rle_img->lines[static_cast<size_t>(y)];
         if (!line.segs) break;  // rows below a never-extracted row are not visited
         for (int32_t k = 0; k < line.nb_segs; ++k) {
             region* owner = line.segs[k]->owner.get();
@@ -107,172 +111,175 @@ void set_segs_in_regsKAP(segm_ptr sp, int nrows)
 namespace {
 
 // The next free pool blob, cleaned: the slot itself, no reference taken.
-const std::shared_ptr<RLEblob>& take_pool_blob(MV_RLEsegm& s)
+// When the pool is full the last blob is reused and the message is written
+// at once, or counted in *pool_full_count when the caller batches them.
+const std::shared_ptr<RLEblob>& take_pool_blob(MV_RLEsegm& segmenter, int32_t* pool_full_count)
 {
-    ++s.last_blob;
-    if (s.last_blob == s.nb_pool_blobs) {
-        const int32_t slots = static_cast<int32_t>(s.blob_pool.size());
-        if (s.last_blob >= slots) {
-            if (s.batch_pool_full_messages) ++s.pending_pool_full_messages;
-            else std::fputs(kPoolFullMessage, stderr);
-            s.last_blob = slots - 1;
-            const std::shared_ptr<RLEblob>& last = s.blob_pool[static_cast<size_t>(s.last_blob)];
-            detail::clean_blob_record(*last);
+    ++segmenter.last_blob;
+    if (segmenter.last_blob == segmenter.nb_pool_blobs) {
+        const int32_t slots = static_cast<int32_t>(segmenter.blob_pool.size());
+        if (segmenter.last_blob >= slots) {
+            if (pool_full_count) ++*pool_full_count;
+            else detail::report_bytes(MESSAGES_STDERR, kPoolFullMessage, sizeof kPoolFullMessage - 1);
+            segmenter.last_blob = slots - 1;
+            const std::shared_ptr<RLEblob>& last = segmenter.blob_pool[static_cast<size_t>(segmenter.last_blob)];
+            detail::release_blob_data(*last, detail::BlobBuffer::forget);
             return last;
         }
-        std::shared_ptr<RLEblob>& slot = s.blob_pool[static_cast<size_t>(s.nb_pool_blobs)];
-        if (s.spare_blobs.empty()) {
+        std::shared_ptr<RLEblob>& slot = segmenter.blob_pool[static_cast<size_t>(segmenter.nb_pool_blobs)];
+        std::vector<std::shared_ptr<RLEblob>>& spare = segmenter.work->spare_blobs;
+        if (spare.empty()) {
             slot = blob_new();
         } else {
-            slot = std::move(s.spare_blobs.back());
-            s.spare_blobs.pop_back();
+            slot = std::move(spare.back());
+            spare.pop_back();
             detail::renew_blob_record(*slot);
         }
-        slot->ident = s.nb_pool_blobs;
-        ++s.nb_pool_blobs;
+        slot->ident = segmenter.nb_pool_blobs;
+        ++segmenter.nb_pool_blobs;
     }
-    const std::shared_ptr<RLEblob>& b = s.blob_pool[static_cast<size_t>(s.last_blob)];
-    detail::clean_blob_record(*b);
-    return b;
+    const std::shared_ptr<RLEblob>& blob = segmenter.blob_pool[static_cast<size_t>(segmenter.last_blob)];
+    detail::release_blob_data(*blob, detail::BlobBuffer::forget);
+    return blob;
 }
 
 // A blob record spans 20 KB: the fields that filling and linking touch lie
 // on some seven cache lines at both ends of it, cold after a frame's worth
 // of other records. Asking for them a few blobs ahead overlaps those misses.
-void prefetch_for_filling(const RLEblob* b)
+void prefetch_for_filling(const RLEblob* blob)
 {
-    __builtin_prefetch(&b->ident, 1);
-    __builtin_prefetch(&b->buffer, 1);
-    __builtin_prefetch(&b->type, 1);
-    __builtin_prefetch(&b->fathers[0], 1);
-    __builtin_prefetch(&b->nb_fathers, 1);
-    __builtin_prefetch(&b->spare_reals[0], 1);
-    __builtin_prefetch(&b->prd_list, 1);
+    __builtin_prefetch(&blob->ident, 1);
+    __builtin_prefetch(&blob->buffer, 1);
+    __builtin_prefetch(&blob->type, 1);
+    __builtin_prefetch(&blob->fathers[0], 1);
+    __builtin_prefetch(&blob->nb_fathers, 1);
+    __builtin_prefetch(&blob->spare_reals[0], 1);
+    __builtin_prefetch(&blob->prd_list, 1);
 }
 
-void fill_from_region(RLEblob& b, const region& r)
+void fill_from_region(RLEblob& blob, const region& reg)
 {
-    b.bbox.xmin = r.x_min;
-    b.bbox.ymin = r.y_min;
-    b.bbox.xmax = r.x_max;
-    b.bbox.ymax = r.y_max;
-    b.bbox.width = r.x_max - r.x_min + 1;
-    b.bbox.height = r.y_max - r.y_min + 1;
-    b.npix = r.npix;
-    b.xc = truncated_mean(r.sum_x, r.npix);
-    b.yc = truncated_mean(r.sum_y, r.npix);
-    b.fathers[0] = r.ident;
-    b.nb_fathers = 1;
-    b.npix_real = r.npix;
-    b.sumy = r.sum_y;
-    b.sumx = r.sum_x;
-    b.occlusion = MM_OCCL_NONE;
-    b.type = UNKNOWN;
-    b.spare_reals[0] = 0;
+    blob.bbox.xmin = reg.x_min;
+    blob.bbox.ymin = reg.y_min;
+    blob.bbox.xmax = reg.x_max;
+    blob.bbox.ymax = reg.y_max;
+    blob.bbox.width = reg.x_max - reg.x_min + 1;
+    blob.bbox.height = reg.y_max - reg.y_min + 1;
+    blob.npix = reg.npix;
+    blob.xc = truncated_mean(reg.sum_x, reg.npix);
+    blob.yc = truncated_mean(reg.sum_y, reg.npix);
+    blob.fathers[0] = reg.ident;
+    blob.nb_fathers = 1;
+    blob.npix_real = reg.npix;
+    blob.sumy = reg.sum_y;
+    blob.sumx = reg.sum_x;
+    blob.occlusion = MM_OCCL_NONE;
+    blob.type = UNKNOWN;
+    blob.spare_reals[0] = 0;
 }
 
 }  // namespace
 
-std::shared_ptr<RLEblob> RLEsegm_get_new_blob(segm_ptr s) { return take_pool_blob(*s); }
+std::shared_ptr<RLEblob> RLEsegm_get_new_blob(segm_ptr segmenter) { return take_pool_blob(*segmenter, nullptr); }
 
 // Appends every kept region's blob the way RLEsegm_blob_list_append would,
 // but writes each link only where it changes: pool blobs are listed in slot
 // order every frame, so their links mostly stay as they were.
-std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, segm_ptr sp)
+std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, segm_ptr segm)
 {
-    MV_RLEsegm& s = *sp;
-    const std::shared_ptr<img2regs>& st = s.i2r;
+    MV_RLEsegm& segmenter = *segm;
+    const std::shared_ptr<img2regs>& st = segmenter.i2r;
     if (!st || !st->first) return nullptr;
     const region* end = st->last ? st->last->next.get() : nullptr;
-    s.batch_pool_full_messages = true;
-    s.pending_pool_full_messages = 0;
-    const std::shared_ptr<RLEblob>* head = s.blob_head ? &s.blob_head : nullptr;
-    const std::shared_ptr<RLEblob>* tail = s.blob_tail ? &s.blob_tail : nullptr;
+    // Pool-full messages are counted and written together at the end (same
+    // bytes, one write instead of one per blob).
+    int32_t pool_full_messages = 0;
+    const std::shared_ptr<RLEblob>* head = segmenter.blob_head ? &segmenter.blob_head : nullptr;
+    const std::shared_ptr<RLEblob>* tail = segmenter.blob_tail ? &segmenter.blob_tail : nullptr;
     static const std::shared_ptr<RLEblob> none;
     bool appended = false;
-    for (const region* r = st->first.get(); r && r != end; r = r->next.get()) {
-        if (r->absorber) continue;
-        const int32_t w = r->x_max - r->x_min + 1;
-        const int32_t h = r->y_max - r->y_min + 1;
-        if (r->npix < min_pixels || w < min_side || h < min_side) continue;
+    for (const region* reg = st->first.get(); reg && reg != end; reg = reg->next.get()) {
+        if (reg->absorber) continue;
+        const int32_t width = reg->x_max - reg->x_min + 1;
+        const int32_t height = reg->y_max - reg->y_min + 1;
+        if (reg->npix < min_pixels || width < min_side || height < min_side) continue;
 
-        const int32_t ahead = s.last_blob + kPrefetchAhead;
-        if (ahead >= 0 && ahead < s.nb_pool_blobs) prefetch_for_filling(s.blob_pool[static_cast<size_t>(ahead)].get());
-        const std::shared_ptr<RLEblob>& b = take_pool_blob(s);
-        fill_from_region(*b, *r);
-        ++s.nb_blobs;
+        const int32_t ahead = segmenter.last_blob + kPrefetchAhead;
+        if (ahead >= 0 && ahead < segmenter.nb_pool_blobs)
+            prefetch_for_filling(segmenter.blob_pool[static_cast<size_t>(ahead)].get());
+        const std::shared_ptr<RLEblob>& blob = take_pool_blob(segmenter, &pool_full_messages);
+        fill_from_region(*blob, *reg);
+        ++segmenter.nb_blobs;
         // Appending the tail again (the pool-full reuse) would link it to itself.
-        if (tail && b.get() == tail->get()) continue;
-        detail::set_link(b->prev, tail ? *tail : none);
-        if (tail) detail::set_link((*tail)->next, b);
-        if (!head) head = &b;
-        tail = &b;
+        if (tail && blob.get() == tail->get()) continue;
+        detail::set_link(blob->prev, tail ? *tail : none);
+        if (tail) detail::set_link((*tail)->next, blob);
+        if (!head) head = &blob;
+        tail = &blob;
         appended = true;
     }
     if (appended && (*tail)->next) (*tail)->next.reset();
-    if (head) detail::set_link(s.blob_head, *head);
-    if (tail) detail::set_link(s.blob_tail, *tail);
-    s.batch_pool_full_messages = false;
-    if (s.pending_pool_full_messages > 0) write_pool_full_messages(s.pending_pool_full_messages);
-    s.pending_pool_full_messages = 0;
-    if (s.nb_blobs == 0) return nullptr;
-    return s.blob_pool[0];
+    if (head) detail::set_link(segmenter.blob_head, *head);
+    if (tail) detail::set_link(segmenter.blob_tail, *tail);
+    if (pool_full_messages > 0) write_pool_full_messages(pool_full_messages);
+    if (segmenter.nb_blobs == 0) return nullptr;
+    return segmenter.blob_pool[0];
 }
 
-void RLEsegm_blob_list_append(std::shared_ptr<RLEblob> blob, segm_ptr s)
+void RLEsegm_blob_list_append(std::shared_ptr<RLEblob> blob, segm_ptr segmenter)
 {
     // Appending the tail again (the pool-full reuse) would link it to itself.
-    if (blob != s->blob_tail) {
+    if (blob != segmenter->blob_tail) {
         blob->next.reset();
         blob->prev.reset();
-        if (!s->blob_head) {
-            s->blob_head = blob;
-            s->blob_tail = blob;
+        if (!segmenter->blob_head) {
+            segmenter->blob_head = blob;
+            segmenter->blob_tail = blob;
         } else {
-            s->blob_tail->next = blob;
-            blob->prev = s->blob_tail;
-            s->blob_tail = blob;
+            segmenter->blob_tail->next = blob;
+            blob->prev = segmenter->blob_tail;
+            segmenter->blob_tail = blob;
         }
     }
-    ++s->nb_blobs;
+    ++segmenter->nb_blobs;
 }
 
-void RLEsegm_blob_list_append_to_head(std::shared_ptr<RLEblob> blob, segm_ptr s)
+void RLEsegm_blob_list_append_to_head(std::shared_ptr<RLEblob> blob, segm_ptr segmenter)
 {
-    if (blob != s->blob_head) {
+    if (blob != segmenter->blob_head) {
         blob->next.reset();
         blob->prev.reset();
-        if (!s->blob_head) {
-            s->blob_tail = blob;
-            s->blob_head = blob;
+        if (!segmenter->blob_head) {
+            segmenter->blob_tail = blob;
+            segmenter->blob_head = blob;
         } else {
-            s->blob_head->prev = blob;
-            blob->next = s->blob_head;
-            s->blob_head = blob;
+            segmenter->blob_head->prev = blob;
+            blob->next = segmenter->blob_head;
+            segmenter->blob_head = blob;
         }
     }
-    ++s->nb_blobs;
+    ++segmenter->nb_blobs;
 }
 
-void RLEsegm_blob_list_remove_blob(std::shared_ptr<RLEblob> blob, segm_ptr s)
+void RLEsegm_blob_list_remove_blob(std::shared_ptr<RLEblob> blob, segm_ptr segmenter)
 {
-    if (!s->blob_head) return;
-    if (blob == s->blob_tail) s->blob_tail = blob->prev;
-    if (blob == s->blob_head) {
-        s->blob_head = blob->next;
-        if (s->blob_head) s->blob_head->prev.reset();
+    if (!segmenter->blob_head) return;
+    if (blob == segmenter->blob_tail) segmenter->blob_tail = blob->prev;
+    if (blob == segmenter->blob_head) {
+        segmenter->blob_head = blob->next;
+        if (segmenter->blob_head) segmenter->blob_head->prev.reset();
     } else {
         if (blob->prev) blob->prev->next = blob->next;
         if (blob->next) blob->next->prev = blob->prev;
     }
-    --s->nb_blobs;
+    --segmenter->nb_blobs;
 }
 
-std::shared_ptr<region> RLEsegm_get_region(int i, segm_ptr s)
+std::shared_ptr<region> RLEsegm_get_region(int i, segm_ptr segmenter)
 {
     // The bound admits nb_regs itself: the first unused pool region.
-    if (i < 0 || i > s->nb_regs || static_cast<size_t>(i) >= s->reg_pool.size()) return nullptr;
-    return s->reg_pool[static_cast<size_t>(i)];
+    if (i < 0 || i > segmenter->nb_regs || static_cast<size_t>(i) >= segmenter->reg_pool.size()) return nullptr;
+    return segmenter->reg_pool[static_cast<size_t>(i)];
 }
 
 }  // namespace nerva

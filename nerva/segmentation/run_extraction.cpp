@@ -11,8 +11,8 @@
 #include <emmintrin.h>
 #endif
 
-#include "nerva/segmentation/pool_blocks.h"
-#include "nerva/segmentation/segmenter_internal.h"
+#include "nerva/segmentation/internal/pool_blocks.h"
+#include "nerva/segmentation/internal/segmenter_internal.h"
 
 namespace nerva {
 
@@ -97,7 +97,7 @@ inline uint64_t foreground_bits64(const uint8_t* p)
 // by one, so the loop branches once per boundary instead of once per byte
 // test, and empty stretches are skipped 256 bytes at a time.
 template <class Run>
-inline void for_each_run(const uint8_t* row, int x, int end, Run&& run)
+inline void for_each_foreground_run(const uint8_t* row, int x, int end, Run&& run)
 {
     int open_at = -1;  // first column of the run in progress, -1 when none
 #if defined(__SSE2__)
@@ -230,114 +230,117 @@ inline void for_each_sampled_run(const uint8_t* row, int32_t xmin, int32_t xmax,
 
 }  // namespace
 
-void MV_RLEsegm::grow_segment_pool(int32_t index)
+void detail::grow_segment_pool(MV_RLEsegm& segm, int32_t index)
 {
-    const auto old_base = reinterpret_cast<uintptr_t>(seg_pool.data());
-    const size_t old_size = seg_pool.size();
+    auto& pool = segm.seg_pool;
+    const auto old_base = reinterpret_cast<uintptr_t>(pool.data());
+    const size_t old_size = pool.size();
     size_t new_size = old_size + old_size / 2 + 1024;
     if (new_size <= static_cast<size_t>(index)) new_size = static_cast<size_t>(index) + 1;
-    seg_pool.reserve(new_size);
-    const auto new_base = reinterpret_cast<uintptr_t>(seg_pool.data());
-    if (new_base != old_base && rle_img) {
+    pool.reserve(new_size);
+    const auto new_base = reinterpret_cast<uintptr_t>(pool.data());
+    if (new_base != old_base && segm.rle_img) {
         // Lines point into the pool's storage: follow it to its new place.
         const uintptr_t old_end = old_base + old_size * sizeof(std::shared_ptr<segment>);
-        for (auto& line : rle_img->lines) {
+        for (auto& line : segm.rle_img->lines) {
             if (!line || !line->segs) continue;
             const auto p = reinterpret_cast<uintptr_t>(line->segs);
             if (p >= old_base && p <= old_end && old_base != 0)
                 line->segs = reinterpret_cast<std::shared_ptr<segment>*>(new_base + (p - old_base));
         }
     }
-    seg_pool.resize(new_size);
-    detail::fill_from_block(seg_pool, old_size, new_size);
+    pool.resize(new_size);
+    fill_from_block(pool, old_size, new_size);
 }
 
-void MV_RLEsegm::RLEsegm_build_RLElineKAP(int y, const cv::Mat& mask)
+void detail::extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask, ExtractionMode mode)
 {
-    RLEline& line = *rle_img->lines[static_cast<size_t>(y)];
-    ensure_segment_slot(nb_segs);  // so the line points into real storage
-    line.segs = seg_pool.data() + nb_segs;
-    if (roi_xmin > roi_xmax || step_x < 1) {
+    RLEline& line = *segm.rle_img->lines[static_cast<size_t>(y)];
+    ensure_segment_slot(segm, segm.nb_segs);  // so the line points into real storage
+    line.segs = segm.seg_pool.data() + segm.nb_segs;
+    if (segm.roi_xmin > segm.roi_xmax || segm.step_x < 1) {
         line.nb_segs = 0;
         return;
     }
     const uint8_t* row = mask.data + static_cast<size_t>(y) * mask.step[0];
+    const bool reset_owners = mode == ExtractionMode::checked;
     int32_t runs = 0;
 
-    auto begin_run = [&](int32_t x_start, int32_t x_end) {
-        ensure_segment_slot(nb_segs);
-        segment& seg = *seg_pool[static_cast<size_t>(nb_segs++)];
+    auto store_run = [&](int32_t x_start, int32_t x_end) {
+        ensure_segment_slot(segm, segm.nb_segs);
+        segment& seg = *segm.seg_pool[static_cast<size_t>(segm.nb_segs++)];
         seg.x_start = x_start;
         seg.x_end = x_end;
-        if (!driver_extracting) seg.owner.reset();
+        if (reset_owners) seg.owner.reset();
         ++runs;
     };
 
-    if (step_x == 1) {
-        for_each_run(row, roi_xmin, roi_xmax + 1, begin_run);
+    if (segm.step_x == 1) {
+        for_each_foreground_run(row, segm.roi_xmin, segm.roi_xmax + 1, store_run);
     } else {
-        for_each_sampled_run(row, roi_xmin, roi_xmax, step_x, begin_run);
+        for_each_sampled_run(row, segm.roi_xmin, segm.roi_xmax, segm.step_x, store_run);
     }
     line.nb_segs = runs;
 }
 
-std::shared_ptr<RLEimage> MV_RLEsegm::RLEsegm_build_RLEimageKAP(const cv::Mat& mask)
+void detail::extract_frame(MV_RLEsegm& segm, const cv::Mat& mask, ExtractionMode mode)
 {
-    msg.type = 1;
-    msg.arg1 = -1;
-    msg.arg2 = -1;
-    for (auto it = observers.begin(); it != observers.end();) {
+    segm.msg.type = 1;
+    segm.msg.arg1 = -1;
+    segm.msg.arg2 = -1;
+    for (auto it = segm.observers.begin(); it != segm.observers.end();) {
         Observer<CSegmentMessage>* o = *it++;  // an observer may remove itself
-        o->notify(&msg);
+        o->notify(&segm.msg);
     }
-    if (!driver_extracting && segmenter_refuses_frame(*this, mask, "RLEsegm_build_RLEimageKAP()")) return rle_img;
+    if (mode == ExtractionMode::checked && segmenter_refuses_frame(segm, mask, "RLEsegm_build_RLEimageKAP()")) return;
 
+    const int32_t step_y = segm.step_y;
     if (step_y <= 1) {
-        for (int y = roi_ymin; y <= roi_ymax; ++y) RLEsegm_build_RLElineKAP(y, mask);
-        return rle_img;
+        for (int y = segm.roi_ymin; y <= segm.roi_ymax; ++y) extract_row(segm, y, mask, mode);
+        return;
     }
 
     // Sparse mode reads one row in step_y; a row with runs back-fills the
     // rows above it (never re-reading the marker row) and switches to dense
     // mode until a row without runs.
     bool dense = false;
-    int marker = roi_ymin - 1;
-    auto& lines = rle_img->lines;
-    for (int y = roi_ymin; y <= roi_ymax; ++y) {
+    int marker = segm.roi_ymin - 1;
+    auto& lines = segm.rle_img->lines;
+    for (int y = segm.roi_ymin; y <= segm.roi_ymax; ++y) {
         if (!dense) {
             if (y % step_y != 0) {
                 lines[static_cast<size_t>(y)]->nb_segs = 0;
                 continue;
             }
-            RLEsegm_build_RLElineKAP(y, mask);
+            extract_row(segm, y, mask, mode);
             if (lines[static_cast<size_t>(y)]->nb_segs == 0) {
                 marker = y;
                 continue;
             }
             for (int j = y - 1; j > marker; --j) {
-                RLEsegm_build_RLElineKAP(j, mask);
+                extract_row(segm, j, mask, mode);
                 if (lines[static_cast<size_t>(j)]->nb_segs == 0) break;
             }
             dense = true;
         } else {
-            RLEsegm_build_RLElineKAP(y, mask);
+            extract_row(segm, y, mask, mode);
             if (lines[static_cast<size_t>(y)]->nb_segs == 0) {
                 marker = y;
                 dense = false;
             }
         }
     }
-    return rle_img;
 }
 
-void extract_frame(MV_RLEsegm& s, const cv::Mat& mask)
+void MV_RLEsegm::RLEsegm_build_RLElineKAP(int y, const cv::Mat& mask)
 {
-    struct EndOfExtraction {
-        MV_RLEsegm& s;
-        ~EndOfExtraction() { s.driver_extracting = false; }
-    } end{s};
-    s.driver_extracting = true;
-    s.rle_img = s.RLEsegm_build_RLEimageKAP(mask);
+    detail::extract_row(*this, y, mask, detail::ExtractionMode::checked);
+}
+
+std::shared_ptr<RLEimage> MV_RLEsegm::RLEsegm_build_RLEimageKAP(const cv::Mat& mask)
+{
+    detail::extract_frame(*this, mask, detail::ExtractionMode::checked);
+    return rle_img;
 }
 
 }  // namespace nerva

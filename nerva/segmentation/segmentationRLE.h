@@ -53,6 +53,9 @@
 namespace nerva {
 
 class MV_RLEsegm;
+namespace detail {
+struct SegmenterWork;
+}
 
 struct CSegmentMessage {
     explicit CSegmentMessage(MV_RLEsegm* s) : sender(s) {}
@@ -119,43 +122,9 @@ public:
     bool flag = false;
     CSegmentMessage msg;
 
-    // Implementation state (not part of the record above): the arena that
-    // backs region::reg_lines without per-frame allocation.
-    struct RegionLineArena {
-        struct Chunk {
-            std::unique_ptr<RLEregionline[]> lines;
-            size_t size;
-        };
-        std::vector<Chunk> chunks;
-        size_t chunk = 0;  // chunk being filled this frame
-        size_t used = 0;   // lines taken from it
-    } regline_arena;
-    // The driver labels on plain indices (region per run, absorber and hole
-    // per region) and writes the shared-pointer fields once, at the end.
-    struct LabelScratch {
-        std::vector<int32_t> run_owner;
-        std::vector<int32_t> absorber;
-        std::vector<int32_t> hole;
-    } label_scratch;
-    // Set while the driver extracts a frame it has already checked: the
-    // check is not repeated, and runs keep their owners, which the labelling
-    // rewrites anyway.
-    bool driver_extracting = false;
-    // Blob records released by pool trimming, kept for the next pool growth
-    // so that a frame never allocates a blob once the largest frame was seen.
-    std::vector<std::shared_ptr<RLEblob>> spare_blobs;
-    // While regions become blobs, pool-full messages are counted and written
-    // together at the end (same bytes, one write instead of two per blob).
-    bool batch_pool_full_messages = false;
-    int32_t pending_pool_full_messages = 0;
-
-    // Makes sure entry `index` of the segment pool exists, growing the pool
-    // (and re-pointing every run-length line) when needed.
-    void ensure_segment_slot(int32_t index)
-    {
-        if (index >= static_cast<int32_t>(seg_pool.size())) grow_segment_pool(index);
-    }
-    void grow_segment_pool(int32_t index);
+    // The library's working state for this segmenter (arena, scratch
+    // arrays, spare blobs): private, so its layout is not part of the record.
+    std::unique_ptr<detail::SegmenterWork> work;
 };
 
 using segm_ptr = std::shared_ptr<MV_RLEsegm>;

@@ -3,7 +3,7 @@
 // count, so `ident` must name a surviving region.
 #include <cstdint>
 
-#include "nerva/geometry/wrap_arith.h"
+#include "nerva/geometry/internal/wrap_arith.h"
 #include "nerva/segmentation/segmentationRLE.h"
 
 namespace nerva {
@@ -12,19 +12,19 @@ namespace {
 
 // Rows y1..y2 clipped to the run-length image, so that a rectangle reaching
 // outside the frame reads only real lines.
-bool clip_rows(const MV_RLEsegm& s, int& y1, int& y2)
+bool clip_rows(const MV_RLEsegm& segmenter, int& y1, int& y2)
 {
-    if (!s.rle_img) return false;
-    const int last = static_cast<int>(s.rle_img->lines.size()) - 1;
+    if (!segmenter.rle_img) return false;
+    const int last = static_cast<int>(segmenter.rle_img->lines.size()) - 1;
     if (y1 < 0) y1 = 0;
     if (y2 > last) y2 = last;
     return y1 <= y2;
 }
 
 template <class Visit>
-void for_each_run_of(const MV_RLEsegm& s, const region* reg, int y, Visit visit)
+void for_each_run_of(const MV_RLEsegm& segmenter, const region* reg, int y, Visit visit)
 {
-    const RLEline& line = *s.rle_img->lines[static_cast<size_t>(y)];
+    const RLEline& line = *segmenter.rle_img->lines[static_cast<size_t>(y)];
     if (!line.segs) return;
     for (int32_t k = 0; k < line.nb_segs; ++k) {
         const segment& run = *line.segs[k];
@@ -33,22 +33,22 @@ void for_each_run_of(const MV_RLEsegm& s, const region* reg, int y, Visit visit)
 }
 
 // Pixel count and coordinate sums of the region inside the rectangle.
-int32_t clipped_sums(int x1, int y1, int x2, int y2, double& sumx, double& sumy, const MV_RLEsegm& s,
+int32_t clipped_sums(int x1, int y1, int x2, int y2, double& sumx, double& sumy, const MV_RLEsegm& segmenter,
                      const region* reg)
 {
     sumx = 0;
     sumy = 0;
     int32_t count = 0;
-    if (y1 > y2 || !reg || !clip_rows(s, y1, y2)) return 0;
+    if (y1 > y2 || !reg || !clip_rows(segmenter, y1, y2)) return 0;
     for (int y = y1; y <= y2; ++y) {
-        for_each_run_of(s, reg, y, [&](const segment& run) {
-            const int a = run.x_start > x1 ? run.x_start : x1;
-            const int b = run.x_end < x2 ? run.x_end : x2;
-            if (b < a) return;
-            const int32_t n = wrap_add(wrap_sub(b, a), 1);
-            count = wrap_add(count, n);
-            sumx += wrap_range_sum(a, b);
-            sumy += wrap_mul(n, y);
+        for_each_run_of(segmenter, reg, y, [&](const segment& run) {
+            const int first = run.x_start > x1 ? run.x_start : x1;
+            const int last = run.x_end < x2 ? run.x_end : x2;
+            if (last < first) return;
+            const int32_t count_in_run = wrap_add(wrap_sub(last, first), 1);
+            count = wrap_add(count, count_in_run);
+            sumx += wrap_range_sum(first, last);
+            sumy += wrap_mul(count_in_run, y);
         });
     }
     return count;

@@ -16,6 +16,19 @@ if(NOT EXISTS "${prefix}/include/nerva/nerva.h" OR NOT EXISTS "${prefix}/include
   message(FATAL_ERROR "headers not installed under include/nerva/<subsystem>/")
 endif()
 
+# Only public headers: nothing from an internal/ folder, and no installed
+# header that includes one.
+file(GLOB_RECURSE installed_headers RELATIVE "${prefix}/include" "${prefix}/include/*")
+foreach(header ${installed_headers})
+  if(header MATCHES "(^|/)internal/")
+    message(FATAL_ERROR "internal header installed: include/${header}")
+  endif()
+  file(STRINGS "${prefix}/include/${header}" internal_includes REGEX "^#include \"nerva/.*internal/")
+  if(internal_includes)
+    message(FATAL_ERROR "installed header include/${header} includes an internal one: ${internal_includes}")
+  endif()
+endforeach()
+
 # The installed program starts from the prefix as it is, library found beside it.
 if(EXISTS "${prefix}/bin/nerva-blobs")
   run("${prefix}/bin/nerva-blobs" --help)

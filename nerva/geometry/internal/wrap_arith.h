@@ -3,9 +3,10 @@
 #include <cstdint>
 
 // 32-bit arithmetic that wraps like the two's-complement hardware instead of
-// being undefined on overflow. The library's sums and areas are specified as
-// 32-bit integer computations; for in-range inputs these give exactly the
-// plain result, and extreme inputs get a defined (wrapped) one.
+// being undefined on overflow. The library's sums and areas are 32-bit
+// integer computations, as hosts compute them too; for in-range inputs these
+// give exactly the plain result, and extreme inputs get a defined (wrapped)
+// one.
 namespace nerva {
 
 inline int32_t wrap_add(int32_t a, int32_t b)

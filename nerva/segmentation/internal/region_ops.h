@@ -3,36 +3,36 @@
 // Region arithmetic on plain references, shared by the public region
 // operations and the labelling sweep (which must not pay for shared-pointer
 // copies on every run). Internal header.
-#include "nerva/geometry/wrap_arith.h"
+#include "nerva/geometry/internal/wrap_arith.h"
 #include "nerva/segmentation/RLEregion.h"
 
 namespace nerva {
 namespace detail {
 
 // The statistics part of region_init: the region's links are left alone.
-inline void region_init_stats(region& r, int x_start, int x_end, int y)
+inline void region_init_stats(region& reg, int x_start, int x_end, int y)
 {
-    r.seed_x = x_start;
-    r.y_min = y;
-    r.x_min = x_start;
-    r.x_max = x_end;
-    r.y_max = y;
-    r.nholes = 0;
-    const int32_t n = wrap_add(wrap_sub(x_end, x_start), 1);
-    r.npix = n;
+    reg.seed_x = x_start;
+    reg.y_min = y;
+    reg.x_min = x_start;
+    reg.x_max = x_end;
+    reg.y_max = y;
+    reg.nholes = 0;
+    const int32_t run_pixels = wrap_add(wrap_sub(x_end, x_start), 1);
+    reg.npix = run_pixels;
     // The numerator is always even, so halving it as a double is exact.
     const int32_t twice_sum = wrap_add(wrap_mul(wrap_sub(1, x_start), x_start), wrap_mul(wrap_add(x_end, 1), x_end));
-    r.sum_x = twice_sum * 0.5;
-    r.sum_y = static_cast<double>(wrap_mul(y, n));
+    reg.sum_x = twice_sum * 0.5;
+    reg.sum_y = static_cast<double>(wrap_mul(y, run_pixels));
 }
 
-inline void region_init(region& r, int x_start, int x_end, int y)
+inline void region_init(region& reg, int x_start, int x_end, int y)
 {
-    region_init_stats(r, x_start, x_end, y);
-    r.link.reset();
-    r.next.reset();
-    r.absorber.reset();
-    r.hole.reset();
+    region_init_stats(reg, x_start, x_end, y);
+    reg.link.reset();
+    reg.next.reset();
+    reg.absorber.reset();
+    reg.hole.reset();
 }
 
 // The statistics part of region_merge.
@@ -47,15 +47,15 @@ inline void region_merge_stats(region& survivor, const region& absorbed)
     if (absorbed.y_max > survivor.y_max) survivor.y_max = absorbed.y_max;
 }
 
-inline void region_add_run(region& r, int x_start, int x_end, int y)
+inline void region_add_run(region& reg, int x_start, int x_end, int y)
 {
-    if (x_start < r.x_min) r.x_min = x_start;
-    if (x_end > r.x_max) r.x_max = x_end;
-    const int32_t n = wrap_add(wrap_sub(x_end, x_start), 1);
-    r.npix = wrap_add(r.npix, n);
-    r.y_max = y;
-    r.sum_x += wrap_range_sum(x_start, x_end);
-    r.sum_y += wrap_mul(y, n);
+    if (x_start < reg.x_min) reg.x_min = x_start;
+    if (x_end > reg.x_max) reg.x_max = x_end;
+    const int32_t run_pixels = wrap_add(wrap_sub(x_end, x_start), 1);
+    reg.npix = wrap_add(reg.npix, run_pixels);
+    reg.y_max = y;
+    reg.sum_x += wrap_range_sum(x_start, x_end);
+    reg.sum_y += wrap_mul(y, run_pixels);
 }
 
 // `survivor_ref` is a shared pointer to `survivor`.

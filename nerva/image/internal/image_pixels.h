@@ -10,7 +10,7 @@
 // Pixel addressing and rectangle clipping shared by the image toolkit's
 // sources. Not part of the public interface.
 namespace nerva {
-namespace image_detail {
+namespace detail {
 
 inline bool is_color_kind(image_type t) { return t == COLOR_IMG_3BYTES || t == COLOR_IMG_4BYTES; }
 
@@ -199,5 +199,5 @@ void store(unsigned char* p, T v)
     std::memcpy(p, &v, sizeof v);
 }
 
-}  // namespace image_detail
+}  // namespace detail
 }  // namespace nerva

@@ -1,0 +1,85 @@
+#pragma once
+
+// Shared between the segmenter's stages; not part of the public interface.
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "nerva/segmentation/segmentationRLE.h"
+
+namespace nerva {
+namespace detail {
+
+// Region lines come from fixed chunks that never move, handed out through
+// non-owning shared pointers: no allocation once the chunks exist.
+struct RegionLineArena {
+    struct Chunk {
+        std::unique_ptr<RLEregionline[]> lines;
+        size_t size;
+    };
+    std::vector<Chunk> chunks;
+    size_t chunk = 0;  // chunk being filled this frame
+    size_t used = 0;   // lines taken from it
+};
+
+// The driver labels on plain indices: region per run, absorber and hole per
+// region; the shared-pointer fields are written once, at the end.
+struct LabelScratch {
+    std::vector<int32_t> run_owner;
+    std::vector<int32_t> absorber;
+    std::vector<int32_t> hole;
+};
+
+// Everything the segmenter keeps between frames that a host neither reads nor
+// sets. Held by MV_RLEsegm::work.
+struct SegmenterWork {
+    RegionLineArena region_lines;
+    LabelScratch labels;
+    // Blob records released by pool trimming, kept for the next pool growth,
+    // so that no frame allocates a blob once the largest frame was seen.
+    std::vector<std::shared_ptr<RLEblob>> spare_blobs;
+};
+
+// How run extraction is called.
+enum class ExtractionMode {
+    // Through the public member functions: the frame is checked first, and
+    // every run's owner is reset.
+    checked,
+    // By the driver, on a frame it has already checked: no second check, and
+    // runs keep their owners, which the labelling rewrites anyway.
+    driver,
+};
+
+// Prints one line on standard error, prefixed with `who`, and returns true
+// when the frame cannot be segmented without reading or writing out of
+// bounds (uninitialised segmenter, unsuitable mask, region of interest
+// outside the mask or the frame, column step below 1).
+bool segmenter_refuses_frame(const MV_RLEsegm& segm, const cv::Mat& mask, const char* who);
+
+// Extracts the runs of every row of interest into the run-length image,
+// notifying the observers first (MV_RLEsegm::RLEsegm_build_RLEimageKAP).
+void extract_frame(MV_RLEsegm& segm, const cv::Mat& mask, ExtractionMode mode);
+// Extracts the runs of row y into line y (MV_RLEsegm::RLEsegm_build_RLElineKAP).
+void extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask, ExtractionMode mode);
+
+// Labels the runs of the current frame exactly as img2regs_init,
+// img2regs_exec over the rows of interest and img2regs_pass2 would, leaving
+// the same regions, run owners and img2regs state, but keeping run owners
+// as plain indices until the end. Run owners need not have been reset.
+void label_frame(MV_RLEsegm& segm);
+
+// Grows the region pool by half (records of one new block, idents set).
+void grow_region_pool(MV_RLEsegm& segm);
+
+// Grows the segment pool so that entry `index` exists, re-pointing every
+// run-length line that points into the old storage.
+void grow_segment_pool(MV_RLEsegm& segm, int32_t index);
+
+inline void ensure_segment_slot(MV_RLEsegm& segm, int32_t index)
+{
+    if (index >= static_cast<int32_t>(segm.seg_pool.size())) grow_segment_pool(segm, index);
+}
+
+}  // namespace detail
+}  // namespace nerva

@@ -1,0 +1,47 @@
+// The message sink: a host takes the library's messages, stream by stream,
+// byte for byte, without touching stdout or stderr.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "nerva/nerva.h"
+
+using namespace nerva;
+
+namespace {
+
+using Messages = std::vector<std::pair<message_stream_t, std::string>>;
+
+void collect(message_stream_t stream, const char* text, size_t length, void* context)
+{
+    static_cast<Messages*>(context)->emplace_back(stream, std::string(text, length));
+}
+
+}  // namespace
+
+TEST(MessageSink, TakesEveryMessageWithItsStreamAndGivesThemBack)
+{
+    Messages got;
+    set_message_sink(collect, &got);
+    auto s = std::make_shared<MV_RLEsegm>();
+    EXPECT_FALSE(RLEsegm_segmentKAP(cv::Mat(4, 4, CV_8UC1, cv::Scalar(0)), s));  // not initialised
+    get_occl_type_from_name("NOT-A-NAME");
+    testing::internal::CaptureStderr();
+    testing::internal::CaptureStdout();
+    set_message_sink(nullptr);
+    get_type_from_name("NOT-A-NAME");
+    const std::string out = testing::internal::GetCapturedStdout();
+    const std::string err = testing::internal::GetCapturedStderr();
+
+    ASSERT_EQ(got.size(), 2u);
+    EXPECT_EQ(got[0].first, MESSAGES_STDERR);
+    EXPECT_EQ(got[0].second,
+              "RLEsegm_segmentKAP(): segmenter not initialised (call RLEsegm_init_privateKAP first); nothing "
+              "segmented\n");
+    EXPECT_EQ(got[1].first, MESSAGES_STDOUT);
+    EXPECT_EQ(got[1].second, "Warning: unknown occultation type NOT-A-NAME\n");
+    EXPECT_EQ(out, "Warning: unknown expected object in context file\n");  // the default is back
+    EXPECT_EQ(err, "");
+}

@@ -324,8 +324,7 @@ void rle_operation(FuzzedDataProvider& in, image* given)
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     temp_base = "/tmp/nerva-fuzz-raster-" + std::to_string(getpid());
-    silence_library_stream(stderr);
-    silence_library_stream(stdout);
+    silence_library_messages();
     return 0;
 }
 

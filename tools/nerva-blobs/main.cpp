@@ -91,8 +91,13 @@ int run(const Options& o)
     } while (true);
     progress.finish();
 
+    if (video) video->finish();
     if (overview) overview->write();
     if (!o.quiet) summary.print(stderr);
+    // Containers may announce more frames than they hold (a cut download).
+    if (source->total() > index)
+        std::fprintf(stderr, "nerva-blobs: warning: '%s' announced %ld frames, only %ld could be decoded\n",
+                     o.input.c_str(), source->total(), index);
     return 0;
 }
 
@@ -105,6 +110,8 @@ int main(int argc, char** argv)
     // A closed pipe downstream becomes a write error with a message, not a
     // silent death by signal.
     std::signal(SIGPIPE, SIG_IGN);
+    // Likewise a file size limit (ulimit -f): the write fails and says so.
+    std::signal(SIGXFSZ, SIG_IGN);
     // Problems are reported in one line of our own; FFmpeg's and OpenCV's
     // chatter about damaged streams would bury it. Users can still raise
     // FFmpeg's level through the environment.

@@ -34,7 +34,7 @@ void check_values(const Options& o, const std::vector<int>& roi, const std::vect
     if (steps[0] < 1 || steps[1] < 1)
         throw UsageError("--steps: steps must be at least 1 (got " + std::to_string(steps[0]) + "," +
                          std::to_string(steps[1]) + ")");
-    if (o.learning_rate < 0.0f || o.learning_rate > 1.0f)
+    if (!(o.learning_rate >= 0.0f && o.learning_rate <= 1.0f))  // NaN fails both
         throw UsageError("--learning-rate: must lie between 0 and 1");
     if (o.threshold < 0 || o.threshold > 255) throw UsageError("--threshold: must lie between 0 and 255");
     if (o.open < 0 || o.close < 0) throw UsageError("--open/--close: kernel sizes cannot be negative");
@@ -99,8 +99,9 @@ std::optional<Options> parse_options(int argc, char** argv)
         ->delimiter(',')
         ->expected(4)
         ->group(sg);
-    app.add_option("--steps", steps, "column and row sampling steps sx,sy; 1,1 is exact, so is a row step alone;\n"
-                   "a column step above 1 leaves runs ending inside the region empty")
+    app.add_option("--steps", steps, "column and row sampling steps sx,sy; 1,1 is exact. A row step sy reads empty\n"
+                   "stretches every sy rows: blobs it finds are exact, but things lying wholly between\n"
+                   "two read rows are missed. A column step above 1 leaves runs ending inside the region empty")
         ->type_name("SX,SY")
         ->delimiter(',')
         ->expected(2)
@@ -126,6 +127,12 @@ std::optional<Options> parse_options(int argc, char** argv)
     app.add_flag("--progress", o.progress, "show a progress bar even when standard error is not a terminal")
         ->group(out);
     app.add_flag("-q,--quiet", o.quiet, "no summary at the end")->group(out);
+
+    // CLI11 reads an empty value as 0 (or an empty path): refuse it instead.
+    const CLI::Validator not_empty(
+        [](std::string& value) { return value.empty() ? std::string("empty value") : std::string(); }, "", "not empty");
+    for (CLI::Option* option : app.get_options())
+        if (option->get_type_size_min() > 0) option->check(not_empty);
 
     try {
         app.parse(argc, argv);

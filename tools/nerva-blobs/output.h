@@ -1,13 +1,14 @@
 #pragma once
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
+#include <opencv2/core.hpp>
+
 #include "segmenter.h"
 
-// JSON Lines: one object per frame, written and flushed as soon as the frame
-// is done, so that whatever has been written stays valid if the run stops.
+// JSON Lines: one object per frame, written as soon as the frame is done, so
+// that whatever has been written stays valid if the run stops.
 namespace nerva_blobs {
 
 class JsonLinesWriter {
@@ -18,13 +19,19 @@ public:
     JsonLinesWriter(const JsonLinesWriter&) = delete;
     JsonLinesWriter& operator=(const JsonLinesWriter&) = delete;
 
-    // RuntimeError when the line cannot be written (disk full, closed pipe).
+    // RuntimeError when the line cannot be written (disk full, closed pipe);
+    // a file is then cut back to its last complete line.
     void write(long frame, const std::vector<Blob>& blobs);
 
 private:
     std::string name_;
-    std::FILE* file_ = nullptr;
+    int fd_ = -1;
     bool owned_ = false;
 };
+
+// Encodes `picture` in the format `path` names (.png, .jpg) and writes it in
+// full; RuntimeError naming the path otherwise, and no cut file is left.
+// (cv::imwrite does not check that the file was closed cleanly.)
+void write_image_file(const std::string& path, const cv::Mat& picture);
 
 }  // namespace nerva_blobs

@@ -19,6 +19,7 @@ packages=(
   libopencv-video-dev       # nerva-blobs: the MOG2 background subtractor
   libcli11-dev              # nerva-blobs: command-line parsing
   nlohmann-json3-dev        # nerva-blobs: JSON Lines output; its tests read it back
+  ffmpeg                    # nerva-blobs tests: serve a live stream on the loopback address
 )
 
 for extra in "$@"; do

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <regex>
 #include <vector>
 
@@ -18,6 +19,7 @@
 #include <opencv2/videoio.hpp>
 
 #include "errors.h"
+#include "live_source.h"
 
 namespace fs = std::filesystem;
 
@@ -52,8 +54,8 @@ public:
             throw RuntimeError("cannot decode '" + path + "': no frame could be decoded");
         const double count = capture_.get(cv::CAP_PROP_FRAME_COUNT);
         total_ = count > 0 && std::isfinite(count) ? static_cast<long>(count) : -1;
-        const double rate = capture_.get(cv::CAP_PROP_FPS);
-        fps_ = rate > 0 && rate < 1000 ? rate : 25.0;
+        fps_ = frame_rate(capture_);
+        pending_ms_ = capture_.get(cv::CAP_PROP_POS_MSEC);
     }
 
     bool read(cv::Mat& frame) override
@@ -63,16 +65,22 @@ public:
             pending_ = cv::Mat();
             return true;
         }
+        pending_ms_ = std::numeric_limits<double>::quiet_NaN();
         return capture_.read(frame) && !frame.empty();
     }
     long total() const override { return total_; }
     double fps() const override { return fps_; }
     std::string where() const override { return path_; }
+    double stream_ms() const override
+    {
+        return std::isnan(pending_ms_) ? capture_.get(cv::CAP_PROP_POS_MSEC) : pending_ms_;
+    }
 
 private:
     std::string path_;
     cv::VideoCapture capture_;
     cv::Mat pending_;  // the first frame, decoded up front to detect bad files
+    double pending_ms_;  // its time, until the next read
     long total_ = -1;
     double fps_ = 25.0;
 };
@@ -219,10 +227,12 @@ std::unique_ptr<FrameSource> open_source(const std::string& path, bool as_masks)
     std::error_code ec;
     const fs::file_status status = fs::status(path, ec);
     if (!fs::exists(status)) {
+        if (is_network_address(path)) return make_live_source(path, LiveKind::network);
         if (path.find('%') != std::string::npos)
             return std::make_unique<ImageListSource>(files_of_pattern(path), as_masks);
         throw RuntimeError("input '" + path + "' does not exist");
     }
+    if (is_v4l2_device(path)) return make_live_source(path, LiveKind::device);
     if (fs::is_directory(status)) return std::make_unique<ImageListSource>(files_of_directory(path), as_masks);
     if (is_image_name(path)) return std::make_unique<ImageListSource>(std::vector<std::string>{path}, as_masks);
     return std::make_unique<VideoSource>(path);

@@ -71,9 +71,19 @@ std::optional<Options> parse_options(int argc, char** argv)
     app.get_formatter()->column_width(34);
 
     app.add_option("input", o.input,
-                   "video file, printf-style image pattern (frame_%04d.png) or directory of PNG/PGM/PPM/JPEG files")
+                   "video file, printf-style image pattern (frame_%04d.png), directory of PNG/PGM/PPM/JPEG files,\n"
+                   "network stream (rtsp://, http(s)://, udp://, tcp://, rtmp://) or V4L2 camera (/dev/video0)")
         ->required();
     app.add_flag("--masks", o.masks, "the input holds foreground masks (non-zero = foreground)");
+
+    auto* live = "Live sources";
+    app.add_flag("--realtime", o.realtime,
+                 "pace a file at its frame rate, dropping frames when behind, as from a camera")
+        ->group(live);
+    app.add_option("--reconnect", o.reconnect,
+                   "attempts to reopen a live source after an outage, 1, 2, 4 ... 30 s apart (files: never)")
+        ->default_str("unbounded")
+        ->group(live);
 
     auto* fg = "Foreground";
     app.add_option("--background", background, "average: the library's running average; mog2: OpenCV MOG2")
@@ -148,6 +158,7 @@ std::optional<Options> parse_options(int argc, char** argv)
 
     o.background = background == "mog2" ? Background::mog2 : Background::running_average;
     o.learning_rate_given = app.count("--learning-rate") > 0;
+    if (app.count("--reconnect") > 0 && o.reconnect < 0) throw UsageError("--reconnect: cannot be negative");
     if (!roi.empty()) o.roi = Roi{roi[0], roi[1], roi[2], roi[3]};
     check_values(o, roi, steps);
     o.step_x = steps[0];

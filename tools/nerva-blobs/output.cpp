@@ -50,8 +50,9 @@ JsonLinesWriter::~JsonLinesWriter()
     if (owned_) ::close(fd_);
 }
 
-void JsonLinesWriter::write(long frame, const std::vector<Blob>& blobs)
+void JsonLinesWriter::write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras)
 {
+    // Field order is part of the format: new fields go at the end.
     nlohmann::ordered_json line = {{"frame", frame}, {"blobs", nlohmann::ordered_json::array()}};
     for (const Blob& b : blobs)
         line["blobs"].push_back({{"id", b.id},
@@ -61,6 +62,10 @@ void JsonLinesWriter::write(long frame, const std::vector<Blob>& blobs)
                                  {"npix", b.npix},
                                  {"xc", b.xc},
                                  {"yc", b.yc}});
+    line["time"] = std::round(extras.time * 1e6) / 1e6;
+    line["dropped"] = extras.dropped;
+    if (extras.outage_s > 0)
+        line["outage"] = {{"seconds", std::round(extras.outage_s * 1e3) / 1e3}, {"attempts", extras.outage_attempts}};
     const std::string text = line.dump() + '\n';
 
     // One write per line, unbuffered: a line is either whole on disk or cut

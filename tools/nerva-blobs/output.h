@@ -11,6 +11,16 @@
 // that whatever has been written stays valid if the run stops.
 namespace nerva_blobs {
 
+// What a line says after the blobs. `time` in seconds; `dropped`: frames lost
+// since the previous line; `outage_s` > 0 on the first line after a live
+// source came back, with the attempts it took.
+struct LineExtras {
+    double time = 0.0;
+    long dropped = 0;
+    double outage_s = 0.0;
+    int outage_attempts = 0;
+};
+
 class JsonLinesWriter {
 public:
     // Empty path: standard output. RuntimeError when the file cannot be created.
@@ -21,7 +31,7 @@ public:
 
     // RuntimeError when the line cannot be written (disk full, closed pipe);
     // a file is then cut back to its last complete line.
-    void write(long frame, const std::vector<Blob>& blobs);
+    void write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras);
 
 private:
     std::string name_;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -108,6 +109,8 @@ TEST_F(NervaBlobs, FollowsTheMovingSquareOnEveryFrame)
         SCOPED_TRACE("frame " + std::to_string(f));
         const json& blobs = lines[f]["blobs"];
         EXPECT_EQ(lines[f]["frame"], f);
+        EXPECT_NEAR(lines[f]["time"].get<double>(), f / 25.0, 1e-6) << "the stream's clock";
+        EXPECT_EQ(lines[f]["dropped"], 0) << "a file keeps every frame";
         const cv::Rect sq = square_at(f);
         ASSERT_EQ(blobs.size(), sq.empty() ? 0u : 1u) << lines[f].dump();
         if (sq.empty()) continue;
@@ -121,6 +124,13 @@ TEST_F(NervaBlobs, FollowsTheMovingSquareOnEveryFrame)
     }
     EXPECT_NE(r.err.find("nerva-blobs: 40 frames, blobs per frame: mean"), std::string::npos) << r.err;
     EXPECT_NE(r.err.find("median time per frame: decoding"), std::string::npos) << r.err;
+
+    // Paced as a camera would deliver it: 40 frames at 25 a second.
+    const auto start = std::chrono::steady_clock::now();
+    const Result paced = run("square.avi --realtime -o /dev/null");
+    EXPECT_GT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 1.4);
+    EXPECT_EQ(paced.status, 0) << paced.err;
+    EXPECT_NE(paced.err.find("frames dropped; from arrival to JSON line: median"), std::string::npos) << paced.err;
 
     const Result mog2 = run("square.avi --background mog2 --min-pixels 20 -q");
     ASSERT_EQ(mog2.status, 0) << mog2.err;

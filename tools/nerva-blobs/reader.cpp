@@ -15,9 +15,15 @@
 namespace nerva_blobs {
 namespace {
 
-// A few frames: enough to ride out a slow frame, short enough that what is
-// processed stays close to what the camera sees now.
-constexpr size_t kQueueFrames = 8;
+// Files: a few frames decoded ahead. Live sources: frames are dropped, oldest
+// first, once the oldest queued frame is half a second old or the queue
+// holds 64 MB, so that what is processed stays close to what the camera
+// sees now and memory stays bounded; the backlog a stream delivers in one
+// burst right after connecting (a second of frames within a few
+// milliseconds) is kept.
+constexpr size_t kQueueFrames = 4;
+constexpr double kOldestQueuedS = 0.5;
+constexpr size_t kQueuedBytes = size_t{64} << 20;
 // How often waits look at the stop flag a signal handler may have raised.
 constexpr auto kPoll = std::chrono::milliseconds(50);
 constexpr int kLongestBackoffS = 30;
@@ -81,7 +87,12 @@ struct FrameReader::Shared {
     {
         std::unique_lock<std::mutex> lock(mutex);
         if (drops) {
-            if (queue.size() >= kQueueFrames) {
+            size_t bytes = frame.image.total() * frame.image.elemSize();
+            for (const Frame& f : queue) bytes += f.image.total() * f.image.elemSize();
+            while (!queue.empty() &&
+                   (std::chrono::duration<double>(frame.arrival - queue.front().arrival).count() > kOldestQueuedS ||
+                    bytes > kQueuedBytes)) {
+                bytes -= queue.front().image.total() * queue.front().image.elemSize();
                 // The oldest goes; the frame that now follows the last one
                 // handed out inherits its count and its outage.
                 Frame oldest = std::move(queue.front());

@@ -11,8 +11,9 @@
 
 // Decoding on its own thread, into a small bounded queue, so that a camera is
 // never kept waiting by the processing. For a live source (or a file paced
-// with --realtime) a full queue drops its oldest frame and counts it; a file
-// read as fast as possible waits instead and keeps every frame. A live source
+// with --realtime) the queue drops its oldest frames, and counts them, once
+// they are stale or too many bytes are queued; a file read as fast as
+// possible waits instead and keeps every frame. A live source
 // that stops is reopened with backoff (1, 2, 4 ... 30 s).
 namespace nerva_blobs {
 

@@ -99,8 +99,7 @@ int run(const Options& o)
     if (!o.quiet) {
         summary.print(stderr);
         if (reader.drops_frames())
-            summary.print_live(stderr, LiveCounts{reader.dropped(), reader.outages(), reader.outage_seconds(),
-                                                  reader.longest_outage()});
+            summary.print_live(stderr, reader.counts());
     }
     // Containers may announce more frames than they hold (a cut download).
     if (!stop_requested() && reader.total() > done)

@@ -64,7 +64,7 @@ std::optional<Options> parse_options(int argc, char** argv)
     std::string background = "average";
 
     CLI::App app{
-        "Segments the moving things of a video or image sequence into blobs, one JSON line per frame.\n"
+        "Segments the moving things of a video, image sequence, network stream or camera into blobs, one JSON line per frame.\n"
         "Foreground comes from a running-average background (default), OpenCV's MOG2, or ready-made masks.",
         "nerva-blobs"};
     app.set_version_flag("--version", std::string("nerva-blobs ") + NERVA_VERSION_STRING);

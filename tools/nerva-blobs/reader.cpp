@@ -55,9 +55,7 @@ struct FrameReader::Shared {
     bool done = false;              // the thread is about to return
     std::string error;
     double fps = 25.0;
-    long dropped = 0;
-    int outages = 0;
-    double outage_total = 0.0, outage_longest = 0.0;
+    LiveCounts counts;
 
     bool stopping() const { return stop || stop_requested(); }
 
@@ -97,7 +95,7 @@ struct FrameReader::Shared {
                 // handed out inherits its count and its outage.
                 Frame oldest = std::move(queue.front());
                 queue.pop_front();
-                ++dropped;
+                ++counts.dropped;
                 Frame& heir = queue.empty() ? frame : queue.front();
                 heir.dropped += oldest.dropped + 1;
                 heir.outage_s += oldest.outage_s;
@@ -134,9 +132,9 @@ struct FrameReader::Shared {
     void record_outage(double seconds)
     {
         std::lock_guard<std::mutex> lock(mutex);
-        ++outages;
-        outage_total += seconds;
-        outage_longest = std::max(outage_longest, seconds);
+        ++counts.outages;
+        counts.outage_seconds += seconds;
+        counts.longest_outage = std::max(counts.longest_outage, seconds);
         fps = source->fps();
     }
 
@@ -292,28 +290,10 @@ double FrameReader::fps() const
     return shared_->fps;
 }
 
-long FrameReader::dropped() const
+LiveCounts FrameReader::counts() const
 {
     std::lock_guard<std::mutex> lock(shared_->mutex);
-    return shared_->dropped;
-}
-
-int FrameReader::outages() const
-{
-    std::lock_guard<std::mutex> lock(shared_->mutex);
-    return shared_->outages;
-}
-
-double FrameReader::outage_seconds() const
-{
-    std::lock_guard<std::mutex> lock(shared_->mutex);
-    return shared_->outage_total;
-}
-
-double FrameReader::longest_outage() const
-{
-    std::lock_guard<std::mutex> lock(shared_->mutex);
-    return shared_->outage_longest;
+    return shared_->counts;
 }
 
 bool FrameReader::abandoned() { return abandoned_flag; }

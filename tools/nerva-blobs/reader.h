@@ -8,6 +8,7 @@
 #include <opencv2/core.hpp>
 
 #include "input.h"
+#include "summary.h"
 
 // Decoding on its own thread, into a small bounded queue, so that a camera is
 // never kept waiting by the processing. For a live source (or a file paced
@@ -56,10 +57,7 @@ public:
     bool live() const { return live_; }
     long total() const { return total_; }
     double fps() const;
-    long dropped() const;  // in all
-    int outages() const;
-    double outage_seconds() const;  // in all
-    double longest_outage() const;
+    LiveCounts counts() const;  // drops and outages so far
 
     // True once a reader thread had to be left running: the process must
     // then end with _Exit, since the thread may still use OpenCV.

@@ -27,6 +27,7 @@ packages=(
   python3-psutil            # nerva-fleet tests: killing a worker mid-run
   python3-pytest            # the Python tests
   python3-setuptools python3-pip python3-venv python3-wheel   # pip install . (offline, no build isolation)
+  ffmpeg                    # nerva-blobs tests: serve a live stream on the loopback address
 )
 
 for extra in "$@"; do

@@ -8,6 +8,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "errors.h"
+#include "output.h"
 #include "nerva/image/image_draw.h"
 
 namespace nerva_blobs {
@@ -64,17 +65,40 @@ void FrameFiles::write(const cv::Mat& picture, long frame)
     char name[32];
     std::snprintf(name, sizeof name, "frame_%06ld.png", frame);
     const std::string path = (std::filesystem::path(dir_) / name).string();
-    if (!cv::imwrite(path, picture)) throw RuntimeError("cannot write '" + path + "'");
+    write_image_file(path, picture);
     ++written_;
 }
 
-VideoFile::VideoFile(const std::string& path, cv::Size size, double fps)
+VideoFile::VideoFile(const std::string& path, cv::Size size, double fps) : path_(path)
 {
     const std::string ext = std::filesystem::path(path).extension().string();
     // Codecs every FFmpeg build can encode.
     const int fourcc = ext == ".mp4" ? cv::VideoWriter::fourcc('m', 'p', '4', 'v') : cv::VideoWriter::fourcc('M', 'J', 'P', 'G');
     if (!writer_.open(path, cv::CAP_FFMPEG, fourcc, fps, size, true))
         throw RuntimeError("cannot write video '" + path + "'");
+}
+
+void VideoFile::write(const cv::Mat& picture)
+{
+    writer_.write(picture);
+    ++written_;
+}
+
+void VideoFile::finish()
+{
+    writer_.release();
+    // OpenCV's writer reports no failed write: a full disk leaves a cut file
+    // without a word. The closed file is opened again instead: its container
+    // must announce every frame written and give back the last one (a count
+    // alone can sit in a header patched after the data ran out).
+    if (written_ == 0) return;
+    cv::VideoCapture check(path_, cv::CAP_FFMPEG);
+    const double announced = check.isOpened() ? check.get(cv::CAP_PROP_FRAME_COUNT) : 0.0;
+    cv::Mat last;
+    if (!(announced >= written_) || !check.set(cv::CAP_PROP_POS_FRAMES, static_cast<double>(written_ - 1)) ||
+        !check.read(last) || last.empty())
+        throw RuntimeError("cannot write video '" + path_ + "': the file is cut (" + std::to_string(written_) +
+                           " frames written, the last cannot be read back); disk full?");
 }
 
 }  // namespace nerva_blobs

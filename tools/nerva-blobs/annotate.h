@@ -46,10 +46,15 @@ private:
 class VideoFile {
 public:
     VideoFile(const std::string& path, cv::Size frame_size, double fps);
-    void write(const cv::Mat& picture) { writer_.write(picture); }
+    void write(const cv::Mat& picture);
+    // Closes the file and checks that every frame reached it: RuntimeError
+    // when the file came out cut (disk full).
+    void finish();
 
 private:
+    std::string path_;
     cv::VideoWriter writer_;
+    long written_ = 0;
 };
 
 }  // namespace nerva_blobs

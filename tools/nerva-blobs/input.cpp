@@ -4,16 +4,22 @@
 #include <cctype>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <regex>
 #include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/videoio.hpp>
 
 #include "errors.h"
+#include "live_source.h"
 
 namespace fs = std::filesystem;
 
@@ -48,8 +54,8 @@ public:
             throw RuntimeError("cannot decode '" + path + "': no frame could be decoded");
         const double count = capture_.get(cv::CAP_PROP_FRAME_COUNT);
         total_ = count > 0 && std::isfinite(count) ? static_cast<long>(count) : -1;
-        const double rate = capture_.get(cv::CAP_PROP_FPS);
-        fps_ = rate > 0 && rate < 1000 ? rate : 25.0;
+        fps_ = frame_rate(capture_);
+        pending_ms_ = capture_.get(cv::CAP_PROP_POS_MSEC);
     }
 
     bool read(cv::Mat& frame) override
@@ -59,19 +65,75 @@ public:
             pending_ = cv::Mat();
             return true;
         }
+        pending_ms_ = std::numeric_limits<double>::quiet_NaN();
         return capture_.read(frame) && !frame.empty();
     }
     long total() const override { return total_; }
     double fps() const override { return fps_; }
     std::string where() const override { return path_; }
+    double stream_ms() const override
+    {
+        return std::isnan(pending_ms_) ? capture_.get(cv::CAP_PROP_POS_MSEC) : pending_ms_;
+    }
 
 private:
     std::string path_;
     cv::VideoCapture capture_;
     cv::Mat pending_;  // the first frame, decoded up front to detect bad files
+    double pending_ms_;  // its time, until the next read
     long total_ = -1;
     double fps_ = 25.0;
 };
+
+// Decoders of damaged files write their own complaints straight to the
+// process's standard error (libpng, libjpeg, OpenCV's header checks), two
+// or three lines for one file, some without its name. While a file is
+// decoded they go to /dev/null; the failure is reported once, by the caller.
+class QuietStderr {
+public:
+    QuietStderr()
+    {
+        std::fflush(stderr);
+        saved_ = dup(STDERR_FILENO);
+        const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (saved_ >= 0 && null >= 0) dup2(null, STDERR_FILENO);
+        if (null >= 0) close(null);
+    }
+    ~QuietStderr()
+    {
+        if (saved_ < 0) return;
+        dup2(saved_, STDERR_FILENO);
+        close(saved_);
+    }
+    QuietStderr(const QuietStderr&) = delete;
+    QuietStderr& operator=(const QuietStderr&) = delete;
+
+private:
+    int saved_ = -1;
+};
+
+cv::Mat decode_image(const std::string& path, bool as_masks)
+{
+    std::ifstream in(path, std::ios::binary);
+    if (!in) throw RuntimeError("cannot read '" + path + "': " + std::strerror(errno));
+    const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (in.bad()) throw RuntimeError("cannot read '" + path + "': " + std::strerror(errno));
+    // Masks keep their channels and depth so that any non-zero value counts;
+    // frames are always decoded to 8-bit colour.
+    const int flags = as_masks ? cv::IMREAD_ANYCOLOR | cv::IMREAD_ANYDEPTH : cv::IMREAD_COLOR;
+    cv::Mat image;
+    std::string why;
+    {
+        QuietStderr quiet;
+        try {
+            if (!bytes.empty()) image = cv::imdecode(bytes, flags);
+        } catch (const cv::Exception& e) {
+            why = " (" + e.err + ")";  // e.g. a header announcing more pixels than OpenCV accepts
+        }
+    }
+    if (image.empty()) throw RuntimeError("cannot decode image '" + path + "'" + why);
+    return image;
+}
 
 class ImageListSource : public FrameSource {
 public:
@@ -80,12 +142,7 @@ public:
     bool read(cv::Mat& frame) override
     {
         if (next_ >= files_.size()) return false;
-        const std::string& path = files_[next_++];
-        check_readable(path);
-        // Masks keep their channels and depth so that any non-zero value
-        // counts; frames are always decoded to 8-bit colour.
-        frame = cv::imread(path, as_masks_ ? cv::IMREAD_ANYCOLOR | cv::IMREAD_ANYDEPTH : cv::IMREAD_COLOR);
-        if (frame.empty()) throw RuntimeError("cannot decode image '" + path + "'");
+        frame = decode_image(files_[next_++], as_masks_);
         return true;
     }
     long total() const override { return static_cast<long>(files_.size()); }
@@ -114,18 +171,26 @@ struct Pattern {
     }
 };
 
+// Wide enough for any frame number; a wider field would only make names
+// no file system accepts (and strings of gigabytes).
+constexpr int kMaxFieldWidth = 20;
+
 Pattern parse_pattern(const std::string& text)
 {
     static const std::regex field("%(0?)([0-9]*)d");
     std::smatch m;
-    if (!std::regex_search(text, m, field) ||
-        std::count(text.begin(), text.end(), '%') != 1)
-        throw UsageError("pattern '" + text + "' must hold exactly one integer field such as %d or %04d");
+    if (!std::regex_search(text, m, field) || std::count(text.begin(), text.end(), '%') != 1)
+        throw UsageError("'" + text + "' does not exist, and as a pattern it must hold exactly one integer field "
+                         "such as %d or %04d");
     Pattern p;
     p.before = m.prefix();
     p.after = m.suffix();
     p.zero_pad = !m[1].str().empty();
-    p.width = m[2].str().empty() ? 0 : std::stoi(m[2].str());
+    const std::string digits = m[2].str();
+    if (digits.size() > 2 || (!digits.empty() && std::stoi(digits) > kMaxFieldWidth))
+        throw UsageError("pattern '" + text + "': field width " + digits + " is too large (at most " +
+                         std::to_string(kMaxFieldWidth) + ")");
+    p.width = digits.empty() ? 0 : std::stoi(digits);
     return p;
 }
 
@@ -157,11 +222,17 @@ std::vector<std::string> files_of_directory(const std::string& dir)
 
 std::unique_ptr<FrameSource> open_source(const std::string& path, bool as_masks)
 {
-    if (path.find('%') != std::string::npos)
-        return std::make_unique<ImageListSource>(files_of_pattern(path), as_masks);
+    // A file that exists is read as a file, whatever its name holds
+    // ("cam%20view.avi"); only a name that matches nothing is a pattern.
     std::error_code ec;
     const fs::file_status status = fs::status(path, ec);
-    if (!fs::exists(status)) throw RuntimeError("input '" + path + "' does not exist");
+    if (!fs::exists(status)) {
+        if (is_network_address(path)) return make_live_source(path, LiveKind::network);
+        if (path.find('%') != std::string::npos)
+            return std::make_unique<ImageListSource>(files_of_pattern(path), as_masks);
+        throw RuntimeError("input '" + path + "' does not exist");
+    }
+    if (is_v4l2_device(path)) return make_live_source(path, LiveKind::device);
     if (fs::is_directory(status)) return std::make_unique<ImageListSource>(files_of_directory(path), as_masks);
     if (is_image_name(path)) return std::make_unique<ImageListSource>(std::vector<std::string>{path}, as_masks);
     return std::make_unique<VideoSource>(path);

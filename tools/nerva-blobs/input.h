@@ -1,14 +1,16 @@
 #pragma once
 
+#include <limits>
 #include <memory>
 #include <string>
 
 #include <opencv2/core.hpp>
 
-// Where frames come from: a video decoded by OpenCV's FFmpeg backend, or a
+// Where frames come from: a video decoded by OpenCV's FFmpeg backend, a
 // sequence of still images named by a printf-style pattern or found in a
-// directory. Every failure to open or decode is a RuntimeError naming the
-// file.
+// directory, or a live source (a network stream or a V4L2 camera, see
+// live_source.h). Every failure to open or decode a file is a RuntimeError
+// naming the file.
 namespace nerva_blobs {
 
 class FrameSource {
@@ -23,10 +25,22 @@ public:
     virtual double fps() const = 0;
     // The file the last frame came from, for messages.
     virtual std::string where() const = 0;
+    // The last frame's time in the stream's own clock, milliseconds; NaN
+    // when the source keeps none (image files).
+    virtual double stream_ms() const { return std::numeric_limits<double>::quiet_NaN(); }
+
+    // Live sources (cameras, network streams) run whether or not they are
+    // read: they may drop frames, they end only when they fail, and they can
+    // be reopened. Files are read to their end, every frame.
+    virtual bool live() const { return false; }
+    // Live sources: (re)opens the stream; false when it cannot be opened now.
+    virtual bool connect() { return true; }
 };
 
-// Picks the kind of source from the path. `as_masks` keeps single-channel
-// images single-channel instead of expanding them to colour.
+// Picks the kind of source from the path: an existing path is a file,
+// directory or device; otherwise a network address or an image pattern.
+// `as_masks` keeps single-channel images single-channel instead of expanding
+// them to colour. Live sources are returned unopened.
 std::unique_ptr<FrameSource> open_source(const std::string& path, bool as_masks);
 
 }  // namespace nerva_blobs

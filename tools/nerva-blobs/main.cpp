@@ -18,7 +18,9 @@
 #include "output.h"
 #include "overview.h"
 #include "progress.h"
+#include "reader.h"
 #include "segmenter.h"
+#include "stop.h"
 #include "summary.h"
 
 namespace nerva_blobs {
@@ -35,64 +37,74 @@ std::string size_text(cv::Size s) { return std::to_string(s.width) + "x" + std::
 
 int run(const Options& o)
 {
-    auto source = open_source(o.input, o.masks);
+    FrameReader reader(open_source(o.input, o.masks), ReaderOptions{o.realtime, o.reconnect});
     JsonLinesWriter json(o.output);
     std::optional<FrameFiles> frame_files;
     if (!o.annotate_dir.empty()) frame_files.emplace(o.annotate_dir, o.every);
 
-    cv::Mat frame;
-    auto t = clock_type::now();
-    if (!source->read(frame)) throw RuntimeError("'" + o.input + "' holds no frame");
-    double decode_ms = ms_since(t);
+    Frame frame;
+    if (!reader.next(frame)) {
+        if (stop_requested()) return 0;
+        throw RuntimeError("'" + o.input + "' holds no frame");
+    }
 
-    const cv::Size size = frame.size();
+    const cv::Size size = frame.image.size();
     const cv::Rect roi = region_of_interest(o, size);
     auto foreground = make_foreground(o, size, roi);
     Segmenter segmenter(o, size, roi);
     std::optional<Overview> overview;
     if (!o.overview.empty()) overview.emplace(o.overview, size);
     std::optional<VideoFile> video;
-    if (!o.video_out.empty()) video.emplace(o.video_out, size, source->fps());
+    if (!o.video_out.empty()) video.emplace(o.video_out, size, reader.fps());
     std::optional<Annotator> annotator;
     if (frame_files || video || overview) annotator.emplace(size);
 
     Summary summary;
-    Progress progress(o.progress || progress_by_default(o.output.empty()), source->total());
-    long index = 0;
+    Progress progress(o.progress || progress_by_default(o.output.empty()), reader.total());
+    long done = 0;
     do {
-        if (frame.size() != size)
-            throw RuntimeError("frame " + std::to_string(index) + " ('" + source->where() + "') is " +
-                               size_text(frame.size()) + ", earlier frames are " + size_text(size));
-        t = clock_type::now();
-        const cv::Mat& mask = foreground->apply(frame);
+        const long index = frame.number;
+        if (frame.image.size() != size)
+            throw RuntimeError("frame " + std::to_string(index) + " ('" + frame.where + "') is " +
+                               size_text(frame.image.size()) + ", earlier frames are " + size_text(size));
+        auto t = clock_type::now();
+        const cv::Mat& mask = foreground->apply(frame.image);
         const double foreground_ms = ms_since(t);
         t = clock_type::now();
         const std::vector<Blob>& blobs = segmenter.segment(mask);
         const double segment_ms = ms_since(t);
 
-        json.write(index, blobs);
-        summary.add(static_cast<int>(blobs.size()), decode_ms, foreground_ms, segment_ms);
+        json.write(index, blobs, LineExtras{frame.time, frame.dropped, frame.outage_s, frame.outage_attempts});
+        summary.add_latency(std::chrono::duration<double, std::milli>(clock_type::now() - frame.arrival).count());
+        summary.add(static_cast<int>(blobs.size()), frame.decode_ms, foreground_ms, segment_ms);
         if (overview) overview->count(static_cast<int>(blobs.size()));
 
         const bool to_files = frame_files && frame_files->wants(index);
         const bool to_overview = overview && overview->wants(index);
         if (to_files || to_overview || video) {
             // Masks are shown as they were read; frames in colour.
-            const cv::Mat& picture = annotator->draw(o.masks ? mask : frame, blobs, index);
+            const cv::Mat& picture = annotator->draw(o.masks ? mask : frame.image, blobs, index);
             if (to_files) frame_files->write(picture, index);
             if (to_overview) overview->add(index, picture);
             if (video) video->write(picture);
         }
-        progress.update(++index);
+        progress.update(++done);
 
-        t = clock_type::now();
-        if (!source->read(frame)) break;
-        decode_ms = ms_since(t);
+        if (!reader.next(frame)) break;
     } while (true);
     progress.finish();
 
+    if (video) video->finish();
     if (overview) overview->write();
-    if (!o.quiet) summary.print(stderr);
+    if (!o.quiet) {
+        summary.print(stderr);
+        if (reader.drops_frames())
+            summary.print_live(stderr, reader.counts());
+    }
+    // Containers may announce more frames than they hold (a cut download).
+    if (!stop_requested() && reader.total() > done)
+        std::fprintf(stderr, "nerva-blobs: warning: '%s' announced %ld frames, only %ld could be decoded\n",
+                     o.input.c_str(), reader.total(), done);
     return 0;
 }
 
@@ -105,26 +117,36 @@ int main(int argc, char** argv)
     // A closed pipe downstream becomes a write error with a message, not a
     // silent death by signal.
     std::signal(SIGPIPE, SIG_IGN);
+    // Likewise a file size limit (ulimit -f): the write fails and says so.
+    std::signal(SIGXFSZ, SIG_IGN);
     // Problems are reported in one line of our own; FFmpeg's and OpenCV's
     // chatter about damaged streams would bury it. Users can still raise
     // FFmpeg's level through the environment.
     setenv("OPENCV_FFMPEG_LOGLEVEL", "-8", 0);
     cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
+    install_stop_handlers();
+    int status = 0;
     try {
         const std::optional<Options> options = parse_options(argc, argv);
-        if (!options) return 0;
-        return run(*options);
+        if (options) status = run(*options);
     } catch (const UsageError& e) {
         std::fprintf(stderr, "nerva-blobs: %s (see --help)\n", e.what());
-        return EXIT_USAGE;
+        status = EXIT_USAGE;
     } catch (const RuntimeError& e) {
         std::fprintf(stderr, "nerva-blobs: %s\n", e.what());
-        return EXIT_RUNTIME;
+        status = EXIT_RUNTIME;
     } catch (const cv::Exception& e) {
         std::fprintf(stderr, "nerva-blobs: OpenCV error: %s\n", e.err.c_str());
-        return EXIT_RUNTIME;
+        status = EXIT_RUNTIME;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "nerva-blobs: %s\n", e.what());
-        return EXIT_RUNTIME;
+        status = EXIT_RUNTIME;
     }
+    // A reader thread still blocked in a network read must not meet the
+    // destructors of static objects it may be using.
+    if (FrameReader::abandoned()) {
+        std::fflush(nullptr);
+        std::_Exit(status);
+    }
+    return status;
 }

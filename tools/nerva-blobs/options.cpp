@@ -34,7 +34,7 @@ void check_values(const Options& o, const std::vector<int>& roi, const std::vect
     if (steps[0] < 1 || steps[1] < 1)
         throw UsageError("--steps: steps must be at least 1 (got " + std::to_string(steps[0]) + "," +
                          std::to_string(steps[1]) + ")");
-    if (o.learning_rate < 0.0f || o.learning_rate > 1.0f)
+    if (!(o.learning_rate >= 0.0f && o.learning_rate <= 1.0f))  // NaN fails both
         throw UsageError("--learning-rate: must lie between 0 and 1");
     if (o.threshold < 0 || o.threshold > 255) throw UsageError("--threshold: must lie between 0 and 255");
     if (o.open < 0 || o.close < 0) throw UsageError("--open/--close: kernel sizes cannot be negative");
@@ -64,16 +64,26 @@ std::optional<Options> parse_options(int argc, char** argv)
     std::string background = "average";
 
     CLI::App app{
-        "Segments the moving things of a video or image sequence into blobs, one JSON line per frame.\n"
+        "Segments the moving things of a video, image sequence, network stream or camera into blobs, one JSON line per frame.\n"
         "Foreground comes from a running-average background (default), OpenCV's MOG2, or ready-made masks.",
         "nerva-blobs"};
     app.set_version_flag("--version", std::string("nerva-blobs ") + NERVA_VERSION_STRING);
     app.get_formatter()->column_width(34);
 
     app.add_option("input", o.input,
-                   "video file, printf-style image pattern (frame_%04d.png) or directory of PNG/PGM/PPM/JPEG files")
+                   "video file, printf-style image pattern (frame_%04d.png), directory of PNG/PGM/PPM/JPEG files,\n"
+                   "network stream (rtsp://, http(s)://, udp://, tcp://, rtmp://) or V4L2 camera (/dev/video0)")
         ->required();
     app.add_flag("--masks", o.masks, "the input holds foreground masks (non-zero = foreground)");
+
+    auto* live = "Live sources";
+    app.add_flag("--realtime", o.realtime,
+                 "pace a file at its frame rate, dropping frames when behind, as from a camera")
+        ->group(live);
+    app.add_option("--reconnect", o.reconnect,
+                   "attempts to reopen a live source after an outage, 1, 2, 4 ... 30 s apart (files: never)")
+        ->default_str("unbounded")
+        ->group(live);
 
     auto* fg = "Foreground";
     app.add_option("--background", background, "average: the library's running average; mog2: OpenCV MOG2")
@@ -99,8 +109,9 @@ std::optional<Options> parse_options(int argc, char** argv)
         ->delimiter(',')
         ->expected(4)
         ->group(sg);
-    app.add_option("--steps", steps, "column and row sampling steps sx,sy; 1,1 is exact, so is a row step alone;\n"
-                   "a column step above 1 leaves runs ending inside the region empty")
+    app.add_option("--steps", steps, "column and row sampling steps sx,sy; 1,1 is exact. A row step sy reads empty\n"
+                   "stretches every sy rows: blobs it finds are exact, but things lying wholly between\n"
+                   "two read rows are missed. A column step above 1 leaves runs ending inside the region empty")
         ->type_name("SX,SY")
         ->delimiter(',')
         ->expected(2)
@@ -127,6 +138,12 @@ std::optional<Options> parse_options(int argc, char** argv)
         ->group(out);
     app.add_flag("-q,--quiet", o.quiet, "no summary at the end")->group(out);
 
+    // CLI11 reads an empty value as 0 (or an empty path): refuse it instead.
+    const CLI::Validator not_empty(
+        [](std::string& value) { return value.empty() ? std::string("empty value") : std::string(); }, "", "not empty");
+    for (CLI::Option* option : app.get_options())
+        if (option->get_type_size_min() > 0) option->check(not_empty);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -141,6 +158,7 @@ std::optional<Options> parse_options(int argc, char** argv)
 
     o.background = background == "mog2" ? Background::mog2 : Background::running_average;
     o.learning_rate_given = app.count("--learning-rate") > 0;
+    if (app.count("--reconnect") > 0 && o.reconnect < 0) throw UsageError("--reconnect: cannot be negative");
     if (!roi.empty()) o.roi = Roi{roi[0], roi[1], roi[2], roi[3]};
     check_values(o, roi, steps);
     o.step_x = steps[0];

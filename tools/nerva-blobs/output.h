@@ -1,14 +1,25 @@
 #pragma once
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
+#include <opencv2/core.hpp>
+
 #include "segmenter.h"
 
-// JSON Lines: one object per frame, written and flushed as soon as the frame
-// is done, so that whatever has been written stays valid if the run stops.
+// JSON Lines: one object per frame, written as soon as the frame is done, so
+// that whatever has been written stays valid if the run stops.
 namespace nerva_blobs {
+
+// What a line says after the blobs. `time` in seconds; `dropped`: frames lost
+// since the previous line; `outage_s` > 0 on the first line after a live
+// source came back, with the attempts it took.
+struct LineExtras {
+    double time = 0.0;
+    long dropped = 0;
+    double outage_s = 0.0;
+    int outage_attempts = 0;
+};
 
 class JsonLinesWriter {
 public:
@@ -18,13 +29,19 @@ public:
     JsonLinesWriter(const JsonLinesWriter&) = delete;
     JsonLinesWriter& operator=(const JsonLinesWriter&) = delete;
 
-    // RuntimeError when the line cannot be written (disk full, closed pipe).
-    void write(long frame, const std::vector<Blob>& blobs);
+    // RuntimeError when the line cannot be written (disk full, closed pipe);
+    // a file is then cut back to its last complete line.
+    void write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras);
 
 private:
     std::string name_;
-    std::FILE* file_ = nullptr;
+    int fd_ = -1;
     bool owned_ = false;
 };
+
+// Encodes `picture` in the format `path` names (.png, .jpg) and writes it in
+// full; RuntimeError naming the path otherwise, and no cut file is left.
+// (cv::imwrite does not check that the file was closed cleanly.)
+void write_image_file(const std::string& path, const cv::Mat& picture);
 
 }  // namespace nerva_blobs

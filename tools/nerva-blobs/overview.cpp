@@ -9,6 +9,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "errors.h"
+#include "output.h"
 
 namespace nerva_blobs {
 namespace {
@@ -82,7 +83,7 @@ void Overview::write() const
                                                 thumb_.height)));
     }
     plot(counts_, sheet.cols, plot_height).copyTo(sheet(cv::Rect(0, sheet.rows - plot_height, sheet.cols, plot_height)));
-    if (!cv::imwrite(path_, sheet)) throw RuntimeError("cannot write '" + path_ + "'");
+    write_image_file(path_, sheet);
 }
 
 }  // namespace nerva_blobs

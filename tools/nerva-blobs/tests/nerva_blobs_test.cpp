@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -74,7 +75,8 @@ protected:
 
     static Result run(const std::string& args)
     {
-        const std::string cmd = "cd '" + dir_.string() + "' && '" NERVA_BLOBS_EXE "' " + args + " >out.txt 2>err.txt";
+        // Redirections in `args` come after ours and win.
+        const std::string cmd = "cd '" + dir_.string() + "' && '" NERVA_BLOBS_EXE "' >out.txt 2>err.txt " + args;
         const int raw = std::system(cmd.c_str());
         EXPECT_TRUE(WIFEXITED(raw)) << "ended by a signal: " << args;
         return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(dir_ / "out.txt"), slurp(dir_ / "err.txt")};
@@ -107,6 +109,8 @@ TEST_F(NervaBlobs, FollowsTheMovingSquareOnEveryFrame)
         SCOPED_TRACE("frame " + std::to_string(f));
         const json& blobs = lines[f]["blobs"];
         EXPECT_EQ(lines[f]["frame"], f);
+        EXPECT_NEAR(lines[f]["time"].get<double>(), f / 25.0, 1e-6) << "the stream's clock";
+        EXPECT_EQ(lines[f]["dropped"], 0) << "a file keeps every frame";
         const cv::Rect sq = square_at(f);
         ASSERT_EQ(blobs.size(), sq.empty() ? 0u : 1u) << lines[f].dump();
         if (sq.empty()) continue;
@@ -121,6 +125,13 @@ TEST_F(NervaBlobs, FollowsTheMovingSquareOnEveryFrame)
     EXPECT_NE(r.err.find("nerva-blobs: 40 frames, blobs per frame: mean"), std::string::npos) << r.err;
     EXPECT_NE(r.err.find("median time per frame: decoding"), std::string::npos) << r.err;
 
+    // Paced as a camera would deliver it: 40 frames at 25 a second.
+    const auto start = std::chrono::steady_clock::now();
+    const Result paced = run("square.avi --realtime -o /dev/null");
+    EXPECT_GT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 1.4);
+    EXPECT_EQ(paced.status, 0) << paced.err;
+    EXPECT_NE(paced.err.find("frames dropped; from arrival to JSON line: median"), std::string::npos) << paced.err;
+
     const Result mog2 = run("square.avi --background mog2 --min-pixels 20 -q");
     ASSERT_EQ(mog2.status, 0) << mog2.err;
     const json last = mog2.lines().back()["blobs"];
@@ -133,10 +144,11 @@ TEST_F(NervaBlobs, FollowsTheMovingSquareOnEveryFrame)
 TEST_F(NervaBlobs, MasksFromADirectoryOrAPatternAreSegmentedExactly)
 {
     write_masks(dir_ / "masks", 6);
+    std::vector<json> lines_of_pattern;
     for (const std::string input : {"masks", "masks/mask_%04d.png"}) {
         const Result r = run("--masks " + input + " -q");
         ASSERT_EQ(r.status, 0) << r.err;
-        const auto lines = r.lines();
+        const auto lines = lines_of_pattern = r.lines();
         ASSERT_EQ(lines.size(), 6u);
         const json& blobs = lines[4]["blobs"];
         ASSERT_EQ(blobs.size(), 2u) << input;
@@ -144,6 +156,12 @@ TEST_F(NervaBlobs, MasksFromADirectoryOrAPatternAreSegmentedExactly)
                     blobs[0]["npix"] == 60 && blobs[1]["npix"] == 60)
             << blobs.dump();
     }
+    // An existing file is read as a file even when its name looks like a pattern.
+    fs::copy_file(dir_ / "masks" / "mask_0004.png", dir_ / "cam%20view.png");
+    const Result named = run("--masks 'cam%20view.png' -q");
+    ASSERT_EQ(named.status, 0) << named.err;
+    EXPECT_EQ(named.lines().at(0)["blobs"], lines_of_pattern[4]["blobs"]);
+
     // The region of interest and the size filter drop blobs, never cut them.
     const Result roi = run("--masks masks --roi 30,20,34,28 -q");
     ASSERT_EQ(roi.status, 0) << roi.err;
@@ -187,6 +205,10 @@ TEST_F(NervaBlobs, BadInputGivesOneLineAndTheRightStatus)
 {
     std::ofstream(dir_ / "junk.avi") << std::string(20000, 'x');
     fs::create_directories(dir_ / "empty.avi");
+    write_masks(dir_ / "bad", 1);
+    const std::string png = slurp(dir_ / "bad" / "mask_0000.png");
+    std::ofstream(dir_ / "bad" / "cut.png") << png.substr(0, png.size() / 2);
+    std::ofstream(dir_ / "bad" / "huge.ppm") << "P6\n100000 100000\n255\n" << std::string(64, '\0');
     const struct {
         const char* args;
         int status;
@@ -203,6 +225,21 @@ TEST_F(NervaBlobs, BadInputGivesOneLineAndTheRightStatus)
         {"square.avi --video-out no/such/dir/v.avi", 1, "cannot write video"},
         {"square.avi --frobnicate", 2, "--frobnicate"},
         {"", 2, "input is required"},
+        // Values that used to be read as 0 or passed the range checks.
+        {"square.avi --threshold ''", 2, "--threshold: empty value"},
+        {"square.avi --min-pixels ''", 2, "--min-pixels: empty value"},
+        {"square.avi -o ''", 2, "--output: empty value"},
+        {"square.avi --learning-rate nan", 2, "--learning-rate: must lie between 0 and 1"},
+        // Kernels and pattern fields that would run for minutes or eat the memory.
+        {"square.avi --open 121", 2, "--open 121: the kernel is larger than the 160x120 frame"},
+        {"square.avi --close 2147483647", 2, "--close 2147483647: the kernel is larger"},
+        {"'f_%2147483647d.png'", 2, "field width 2147483647 is too large (at most 20)"},
+        {"'%099999999999d'", 2, "field width 99999999999 is too large"},
+        // Decoders' own complaints are silenced: one line, naming the file.
+        {"--masks bad/cut.png", 1, "cannot decode image 'bad/cut.png'"},
+        {"--masks bad/huge.ppm", 1, "cannot decode image 'bad/huge.ppm'"},
+        {"square.avi -o /dev/full", 1, "cannot write to /dev/full: No space left on device"},
+        {"square.avi >/dev/full", 1, "cannot write to standard output: No space left on device"},
     };
     for (const auto& c : cases) {
         const Result r = run(c.args);
@@ -233,6 +270,50 @@ TEST_F(NervaBlobs, FrameOfAnotherSizeStopsTheRunAndKeepsWhatWasWritten)
     int n = 0;
     for (std::string line; std::getline(in, line); ++n) EXPECT_EQ(json::parse(line)["frame"], n);
     EXPECT_EQ(n, 3);
+}
+
+// A full disk (here a file size limit, with the same EFBIG a full disk gives
+// as ENOSPC) and a cut input: the run says so in one line, and what it wrote
+// stays usable.
+TEST_F(NervaBlobs, FullDiskAndCutInputAreReportedAndLeaveNoCutLine)
+{
+    const auto limited = [&](const std::string& args) {
+        const std::string cmd = "cd '" + dir_.string() + "' && (ulimit -f 4; exec '" NERVA_BLOBS_EXE "' " + args +
+                                ") >out.txt 2>err.txt";
+        const int raw = std::system(cmd.c_str());
+        return Result{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(dir_ / "out.txt"), slurp(dir_ / "err.txt")};
+    };
+    const Result json_full = limited("square.avi -q -o limited.jsonl");
+    EXPECT_EQ(json_full.status, 1);
+    EXPECT_EQ(json_full.err, "nerva-blobs: cannot write to limited.jsonl: File too large\n");
+    const std::string text = slurp(dir_ / "limited.jsonl");
+    ASSERT_FALSE(text.empty());
+    EXPECT_EQ(text.back(), '\n') << "the file ends on a complete line";
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) EXPECT_NO_THROW(json::parse(line));
+
+    for (const char* args : {"square.avi -q -o /dev/null --video-out limited.avi",
+                             "square.avi -q -o /dev/null --video-out limited.mkv",
+                             "square.avi -q -o /dev/null --annotate limited", "square.avi -q -o /dev/null --overview limited.png"}) {
+        const Result r = limited(args);
+        EXPECT_EQ(r.status, 1) << args;
+        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+        EXPECT_NE(r.err.find("cannot write"), std::string::npos) << r.err;
+    }
+
+    // A video cut short still gives its frames, and a warning.
+    const std::string avi = slurp(dir_ / "square.avi");
+    std::ofstream(dir_ / "cut.avi", std::ios::binary) << avi.substr(0, avi.size() / 3);
+    const Result cut = run("cut.avi");
+    EXPECT_EQ(cut.status, 0) << cut.err;
+    const long decoded = static_cast<long>(cut.lines().size());
+    EXPECT_GT(decoded, 0);
+    EXPECT_LT(decoded, kFrames);
+    EXPECT_NE(cut.err.find("warning: 'cut.avi' announced 40 frames, only " + std::to_string(decoded) +
+                           " could be decoded"),
+              std::string::npos)
+        << cut.err;
+    EXPECT_EQ(run("square.avi -q").err, "") << "no warning for a whole file";
 }
 
 }  // namespace

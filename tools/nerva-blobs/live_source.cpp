@@ -1,0 +1,75 @@
+#include "live_source.h"
+
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+#include <regex>
+#include <vector>
+
+namespace nerva_blobs {
+namespace {
+
+// Long enough for a camera across a slow network to answer, short enough
+// that a stream that went silent is noticed and reopened.
+constexpr int kOpenTimeoutMs = 10000;
+constexpr int kReadTimeoutMs = 5000;
+
+class LiveSource : public FrameSource {
+public:
+    LiveSource(std::string address, LiveKind kind) : address_(std::move(address)), kind_(kind) {}
+
+    bool connect() override
+    {
+        capture_.release();
+        if (kind_ == LiveKind::device)
+            capture_.open(address_, cv::CAP_V4L2);
+        else
+            capture_.open(address_, cv::CAP_FFMPEG,
+                          std::vector<int>{cv::CAP_PROP_OPEN_TIMEOUT_MSEC, kOpenTimeoutMs,
+                                           cv::CAP_PROP_READ_TIMEOUT_MSEC, kReadTimeoutMs});
+        if (!capture_.isOpened()) return false;
+        fps_ = frame_rate(capture_);
+        return true;
+    }
+
+    bool read(cv::Mat& frame) override { return capture_.isOpened() && capture_.read(frame) && !frame.empty(); }
+    long total() const override { return -1; }
+    double fps() const override { return fps_; }
+    std::string where() const override { return address_; }
+    double stream_ms() const override { return capture_.get(cv::CAP_PROP_POS_MSEC); }
+    bool live() const override { return true; }
+
+private:
+    std::string address_;
+    LiveKind kind_;
+    cv::VideoCapture capture_;
+    double fps_ = 25.0;
+};
+
+}  // namespace
+
+bool is_network_address(const std::string& text)
+{
+    static const std::regex scheme("^(rtsps?|rtmps?|https?|udp|tcp|rtp|srt)://.+", std::regex::icase);
+    return std::regex_match(text, scheme);
+}
+
+bool is_v4l2_device(const std::string& path)
+{
+    constexpr unsigned kVideo4LinuxMajor = 81;
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0 && S_ISCHR(st.st_mode) && major(st.st_rdev) == kVideo4LinuxMajor;
+}
+
+std::unique_ptr<FrameSource> make_live_source(const std::string& address, LiveKind kind)
+{
+    return std::make_unique<LiveSource>(address, kind);
+}
+
+double frame_rate(const cv::VideoCapture& capture)
+{
+    const double rate = capture.get(cv::CAP_PROP_FPS);
+    return rate > 0 && rate < 1000 ? rate : 25.0;
+}
+
+}  // namespace nerva_blobs

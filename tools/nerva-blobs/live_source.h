@@ -1,0 +1,29 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include <opencv2/videoio.hpp>
+
+#include "input.h"
+
+// Live sources: network streams opened by OpenCV's FFmpeg backend (rtsp,
+// rtmp, http(s), udp, tcp) and V4L2 cameras (/dev/videoN). They are opened
+// by connect(), reopened after an outage by the reader (reader.h), and never
+// end on their own.
+namespace nerva_blobs {
+
+enum class LiveKind { network, device };
+
+// "rtsp://...", "http://..." and the other schemes FFmpeg streams from.
+bool is_network_address(const std::string& text);
+
+// A V4L2 character device (/dev/video0); other devices are read as files.
+bool is_v4l2_device(const std::string& path);
+
+std::unique_ptr<FrameSource> make_live_source(const std::string& address, LiveKind kind);
+
+// The capture's frame rate when it gives a plausible one, else 25.
+double frame_rate(const cv::VideoCapture& capture);
+
+}  // namespace nerva_blobs

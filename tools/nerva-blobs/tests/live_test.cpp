@@ -1,0 +1,316 @@
+// Live sources, end to end: Debian's ffmpeg serves a small clip as MPEG-TS
+// over HTTP on the loopback address, and the program reads it as it would a
+// camera. Clips are short and every wait has a generous deadline, so that a
+// loaded machine slows the tests without failing them.
+#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <opencv2/videoio.hpp>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using namespace std::chrono_literals;
+using steady = std::chrono::steady_clock;
+
+namespace {
+
+std::string slurp(const fs::path& p)
+{
+    std::ifstream in(p, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// Complete lines only: the last one may still be on its way.
+std::vector<json> json_lines(const std::string& text)
+{
+    std::vector<json> lines;
+    std::istringstream in(text.substr(0, text.rfind('\n') + 1));
+    for (std::string line; std::getline(in, line);) lines.push_back(json::parse(line));
+    return lines;
+}
+
+// A child process running `command` through the shell; killed if the test
+// ends early.
+class Child {
+public:
+    Child(const std::string& command, const fs::path& dir, int stdout_fd = -1)
+    {
+        pid_ = fork();
+        if (pid_ == 0) {
+            if (stdout_fd >= 0) dup2(stdout_fd, STDOUT_FILENO);
+            if (chdir(dir.c_str()) != 0) _exit(127);
+            execl("/bin/sh", "sh", "-c", ("exec " + command).c_str(), static_cast<char*>(nullptr));
+            _exit(127);
+        }
+    }
+    ~Child()
+    {
+        if (pid_ > 0 && status_ < 0) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+        }
+    }
+    void signal(int sig) const { kill(pid_, sig); }
+    // Exit status, -1 if still running after `timeout`, 128 + n if killed by signal n.
+    int wait(std::chrono::duration<double> timeout)
+    {
+        const auto until = steady::now() + timeout;
+        while (status_ < 0) {
+            int raw = 0;
+            if (waitpid(pid_, &raw, WNOHANG) == pid_)
+                status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+            else if (steady::now() > until)
+                break;
+            else
+                std::this_thread::sleep_for(20ms);
+        }
+        return status_;
+    }
+
+private:
+    pid_t pid_ = -1;
+    int status_ = -1;
+};
+
+// A port nothing listens on now.
+int free_port()
+{
+    const int s = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof a;
+    bind(s, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    getsockname(s, reinterpret_cast<sockaddr*>(&a), &len);
+    close(s);
+    return ntohs(a.sin_port);
+}
+
+// Whether something listens on the TCP port, read from /proc so as not to
+// use up the server's one connection.
+bool listening(int port)
+{
+    char wanted[16];
+    std::snprintf(wanted, sizeof wanted, ":%04X", port);
+    std::ifstream in("/proc/net/tcp");
+    for (std::string line; std::getline(in, line);) {
+        std::istringstream fields(line);
+        std::string slot, local, remote, state;
+        fields >> slot >> local >> remote >> state;
+        if (local.size() > 5 && local.compare(local.size() - 5, 5, wanted) == 0 && state == "0A") return true;
+    }
+    return false;
+}
+
+template <class Condition>
+bool wait_until(Condition done, std::chrono::seconds timeout = 30s)
+{
+    for (const auto until = steady::now() + timeout; steady::now() < until; std::this_thread::sleep_for(50ms))
+        if (done()) return true;
+    return done();
+}
+
+class LiveSource : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        if (std::system("command -v ffmpeg >/dev/null") != 0) return;
+        dir_ = fs::path(NERVA_BLOBS_SCRATCH) / ("live-" + std::to_string(getpid()));
+        fs::create_directories(dir_);
+        // A moving test pattern, and noise: every pixel changes, so every
+        // frame has thousands of blobs and a JSON line of a few hundred KB.
+        run_ffmpeg("-f lavfi -i testsrc=size=160x120:rate=25 -t 3 -c:v mpeg2video -g 5 -f mpegts pattern.ts");
+        run_ffmpeg("-f lavfi -i 'nullsrc=size=192x144:rate=25,geq=random(1)*255:128:128' -t 2 -c:v mpeg2video -q:v 3 "
+                   "-g 5 -f mpegts noise.ts");
+    }
+    static void TearDownTestSuite()
+    {
+        if (!dir_.empty()) fs::remove_all(dir_);
+    }
+    void SetUp() override
+    {
+        if (dir_.empty()) GTEST_SKIP() << "ffmpeg is not installed (scripts/setup.sh installs it)";
+        port_ = free_port();
+        for (const char* name : {"live.jsonl", "live.mkv", "err.txt"}) fs::remove(dir_ / name);  // earlier tests'
+    }
+
+    static void run_ffmpeg(const std::string& args)
+    {
+        const std::string cmd = "cd '" + dir_.string() + "' && ffmpeg -nostdin -loglevel error -y " + args;
+        ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
+    }
+
+    std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/camera.ts"; }
+
+    // Serves `clip` in a loop at its frame rate to one client, as a camera
+    // would. The first time, waits until it listens (a client retrying may
+    // take the one connection before the listening socket is seen).
+    std::unique_ptr<Child> serve(const std::string& clip, bool first = true) const
+    {
+        auto server = std::make_unique<Child>("ffmpeg -nostdin -loglevel quiet -re -stream_loop -1 -i " + clip +
+                                                  " -c copy -f mpegts -listen 1 " + url(),
+                                              dir_);
+        if (first) {
+            EXPECT_TRUE(wait_until([&] { return listening(port_); }, 20s)) << "ffmpeg does not listen";
+        }
+        return server;
+    }
+
+    std::unique_ptr<Child> nerva_blobs(const std::string& args, int stdout_fd = -1,
+                                       const std::string& err = "err.txt") const
+    {
+        return std::make_unique<Child>("'" NERVA_BLOBS_EXE "' " + args + " 2>" + err, dir_, stdout_fd);
+    }
+
+    size_t lines_in(const std::string& file) const { return json_lines(slurp(dir_ / file)).size(); }
+
+    // Frame numbers grow, and skip exactly the frames said to be dropped.
+    static void expect_consistent(const std::vector<json>& lines)
+    {
+        for (size_t i = 1; i < lines.size(); ++i) {
+            EXPECT_EQ(lines[i]["frame"].get<long>() - lines[i - 1]["frame"].get<long>() - 1,
+                      lines[i]["dropped"].get<long>())
+                << lines[i - 1]["frame"] << " then " << lines[i]["frame"];
+            EXPECT_GE(lines[i]["time"].get<double>(), lines[i - 1]["time"].get<double>());
+        }
+    }
+
+    static inline fs::path dir_;
+    int port_ = 0;
+};
+
+TEST_F(LiveSource, ReadsAStreamAndStopsCleanlyOnSigterm)
+{
+    const auto server = serve("pattern.ts");
+    const auto run = nerva_blobs(url() + " -o live.jsonl --video-out live.mkv");
+    ASSERT_TRUE(wait_until([&] { return lines_in("live.jsonl") >= 40; })) << slurp(dir_ / "err.txt");
+
+    run->signal(SIGTERM);
+    const auto asked = steady::now();
+    ASSERT_EQ(run->wait(20s), 0) << slurp(dir_ / "err.txt");
+    EXPECT_LT(std::chrono::duration<double>(steady::now() - asked).count(), 3.0) << "a clean stop is quick";
+
+    const std::string text = slurp(dir_ / "live.jsonl");
+    ASSERT_EQ(text.back(), '\n');
+    const auto lines = json_lines(text);
+    EXPECT_EQ(lines[0]["frame"], 0);
+    for (size_t i = 1; i < lines.size(); ++i) EXPECT_FALSE(lines[i]["blobs"].empty()) << "the pattern moves";
+    expect_consistent(lines);
+    // Arrival on the stream's clock: 25 frames a second.
+    const double span = lines.back()["time"].get<double>() - lines.front()["time"].get<double>();
+    EXPECT_NEAR(span, (lines.back()["frame"].get<long>() - lines.front()["frame"].get<long>()) / 25.0, 0.05);
+
+    const std::string err = slurp(dir_ / "err.txt");
+    EXPECT_NE(err.find(std::to_string(lines.size()) + " frames, blobs per frame"), std::string::npos) << err;
+    EXPECT_NE(err.find("frames dropped; from arrival to JSON line: median"), std::string::npos) << err;
+
+    cv::VideoCapture video((dir_ / "live.mkv").string(), cv::CAP_FFMPEG);
+    ASSERT_TRUE(video.isOpened());
+    size_t frames = 0;
+    for (cv::Mat f; video.read(f); ++frames) ASSERT_EQ(f.size(), cv::Size(160, 120));
+    EXPECT_EQ(frames, lines.size()) << "the video holds every frame written as a line";
+}
+
+TEST_F(LiveSource, ReconnectsWhenTheServerComesBackAndNumbersGoOn)
+{
+    auto server = serve("pattern.ts");
+    const auto run = nerva_blobs(url() + " -o live.jsonl");
+    ASSERT_TRUE(wait_until([&] { return lines_in("live.jsonl") >= 25; })) << slurp(dir_ / "err.txt");
+    server->signal(SIGKILL);
+    server->wait(10s);
+    // A real outage: longer than the second of stream the client holds buffered.
+    std::this_thread::sleep_for(2s);
+    server = serve("pattern.ts", false);  // same address; the program tries again 1 s after the loss, then 2 s later ...
+    // Frames already buffered still come first; then the loss, then the new connection.
+    const auto back_for_a_while = [&] {
+        const auto lines = json_lines(slurp(dir_ / "live.jsonl"));
+        for (size_t i = 0; i < lines.size(); ++i)
+            if (lines[i].contains("outage")) return lines.size() - i >= 25;
+        return false;
+    };
+    ASSERT_TRUE(wait_until(back_for_a_while)) << slurp(dir_ / "err.txt");
+    run->signal(SIGTERM);
+    ASSERT_EQ(run->wait(20s), 0) << slurp(dir_ / "err.txt");
+
+    const auto lines = json_lines(slurp(dir_ / "live.jsonl"));
+    expect_consistent(lines);
+    int outages = 0;
+    for (const json& line : lines)
+        if (line.contains("outage")) {
+            ++outages;
+            EXPECT_GT(line["outage"]["seconds"].get<double>(), 1.0) << line["outage"];
+            // FFmpeg itself may have reconnected (an HTTP seek is a new request): then 0.
+            EXPECT_GE(line["outage"]["attempts"].get<int>(), 0);
+        }
+    EXPECT_EQ(outages, 1);
+    const std::string err = slurp(dir_ / "err.txt");
+    EXPECT_NE(err.find("nerva-blobs: 1 outage, "), std::string::npos) << err;
+
+    // An address that never answers: one line naming it once the attempts are spent.
+    const std::string nowhere = "http://127.0.0.1:" + std::to_string(free_port()) + "/none.ts";
+    const auto nobody = nerva_blobs(nowhere + " --reconnect 1", -1, "nobody.txt");
+    EXPECT_EQ(nobody->wait(30s), 1);
+    EXPECT_EQ(slurp(dir_ / "nobody.txt"), "nerva-blobs: cannot open '" + nowhere +
+                                           "': no answer, or not a stream that can be decoded (2 attempts)\n");
+}
+
+// The program's standard output goes into a pipe nobody reads for a while:
+// processing stalls, the camera does not. Frames are dropped and counted,
+// and memory stays that of a few frames.
+TEST_F(LiveSource, ASlowConsumerDropsFramesAndCountsThem)
+{
+    const auto server = serve("noise.ts");
+    int out[2];
+    ASSERT_EQ(pipe(out), 0);
+    const auto run = nerva_blobs(url(), out[1]);
+    close(out[1]);
+    std::this_thread::sleep_for(4s);  // about 100 frames arrive meanwhile
+
+    std::string text;
+    char buffer[1 << 16];
+    bool asked = false;
+    const auto reading = steady::now();
+    for (;;) {
+        pollfd p{out[0], POLLIN, 0};
+        if (poll(&p, 1, 100) > 0) {
+            const ssize_t n = read(out[0], buffer, sizeof buffer);
+            if (n <= 0) break;
+            text.append(buffer, static_cast<size_t>(n));
+        }
+        if (!asked && steady::now() - reading > 1s) {
+            run->signal(SIGTERM);
+            asked = true;
+        }
+        ASSERT_LT(steady::now() - reading, 30s) << "the program does not end";
+    }
+    close(out[0]);
+    ASSERT_EQ(run->wait(20s), 0) << slurp(dir_ / "err.txt");
+
+    const auto lines = json_lines(text);
+    ASSERT_GE(lines.size(), 2u);
+    expect_consistent(lines);
+    long dropped = 0;
+    for (const json& line : lines) dropped += line["dropped"].get<long>();
+    EXPECT_GT(dropped, 40) << "4 s at 25 frames a second, half a second of them kept";
+    const std::string err = slurp(dir_ / "err.txt");
+    const auto at = err.find(" frames dropped;");
+    ASSERT_NE(at, std::string::npos) << err;
+    EXPECT_GE(std::stol(err.substr(err.rfind(' ', at - 1) + 1)), dropped) << err;
+}
+
+}  // namespace

@@ -20,10 +20,10 @@ blobs_in_video()  nerva-blobs' change-detection pipeline as a generator
 from typing import Optional, Tuple
 
 from ._nerva import AverageBackground, Blob, Blobs, Segmenter, __version__
-from .video import InputError, blobs_in_video, json_line
+from .video import InputError, blobs_in_video, is_live_source, json_line
 
-__all__ = ["AverageBackground", "Blob", "Blobs", "InputError", "Segmenter", "blobs", "blobs_in_video", "json_line",
-           "__version__"]
+__all__ = ["AverageBackground", "Blob", "Blobs", "InputError", "Segmenter", "blobs", "blobs_in_video", "is_live_source",
+           "json_line", "__version__"]
 
 
 def blobs(mask, *, roi: Optional[Tuple[int, int, int, int]] = None, steps: Tuple[int, int] = (1, 1),

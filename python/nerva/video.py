@@ -2,8 +2,9 @@
 blobs out.
 
 Frames are read the way the program reads them (OpenCV's FFmpeg backend for
-videos; a printf-style pattern such as "frames/img_%04d.png", a directory of
-PNG/PGM/PPM/JPEG files in name order, or one image), foreground comes from the
+videos and network streams, V4L2 for cameras; a printf-style pattern such as
+"frames/img_%04d.png", a directory of PNG/PGM/PPM/JPEG files in name order,
+or one image), foreground comes from the
 same detectors with the same options, and the blobs from one Segmenter, so a
 run gives the program's JSON results frame for frame.
 """
@@ -17,6 +18,9 @@ import numpy as np
 from ._nerva import AverageBackground, Blobs, Segmenter
 
 IMAGE_SUFFIXES = (".png", ".pgm", ".ppm", ".pnm", ".pbm", ".jpg", ".jpeg")
+# The addresses nerva-blobs takes as live sources.
+_STREAM = re.compile(r"^(rtsps?|rtmps?|https?|udp|tcp|rtp|srt)://.+", re.IGNORECASE)
+_DEVICE = re.compile(r"^/dev/video[0-9]+$")
 
 
 class InputError(RuntimeError):
@@ -88,11 +92,23 @@ def _image_frames(files: List[str], masks: bool, start: int) -> Iterator[np.ndar
         yield frame
 
 
+def is_live_source(source: str) -> bool:
+    """A network stream address or a V4L2 camera; a path that exists as a file is neither."""
+    if _STREAM.match(source):
+        return not os.path.isfile(source)
+    return bool(_DEVICE.match(source)) and os.path.exists(source) and not os.path.isfile(source)
+
+
 def _video_frames(path: str, start: int) -> Iterator[np.ndarray]:
     cv2 = _cv2()
-    _check_readable(path)
-    capture = cv2.VideoCapture(path, cv2.CAP_FFMPEG)
+    live = is_live_source(path)
+    if not live:
+        _check_readable(path)
+    backend = cv2.CAP_V4L2 if live and _DEVICE.match(path) else cv2.CAP_FFMPEG
+    capture = cv2.VideoCapture(path, backend)
     if not capture.isOpened():
+        if live:
+            raise InputError(f"cannot open the live source '{path}'")
         raise InputError(f"cannot decode '{path}': not a container or codec that FFmpeg can read")
     try:
         if start > 0:
@@ -110,8 +126,14 @@ def _video_frames(path: str, start: int) -> Iterator[np.ndarray]:
 
 
 def read_frames(source: str, *, masks: bool = False, start: int = 0) -> Iterator[np.ndarray]:
-    """The frames of a video, image pattern, image directory or image file, from frame `start`."""
-    if "%" in source:
+    """The frames of a video, live source, image pattern, image directory or image file, from frame `start`.
+
+    A path that exists is read as that file or directory, whatever characters
+    it holds; a live source is read as it comes, without reconnection.
+    """
+    if is_live_source(source):
+        return _video_frames(source, start)
+    if "%" in source and not os.path.exists(source):
         return _image_frames(_files_of_pattern(source), masks, start)
     if not os.path.exists(source):
         raise InputError(f"input '{source}' does not exist")
@@ -124,7 +146,9 @@ def read_frames(source: str, *, masks: bool = False, start: int = 0) -> Iterator
 
 def frame_count(source: str) -> int:
     """Frames the container announces (videos; it may be wrong), files of a sequence, or -1."""
-    if "%" in source:
+    if is_live_source(source):
+        return -1
+    if "%" in source and not os.path.exists(source):
         return len(_files_of_pattern(source))
     if os.path.isdir(source):
         return len(_files_of_directory(source))
@@ -209,7 +233,11 @@ def blobs_in_video(source: str, *, masks: bool = False, background: str = "avera
     The nerva-blobs pipeline with the same options and results:
 
     source          video file, printf-style image pattern ("img_%04d.png"),
-                    directory of images (name order) or one image
+                    directory of images (name order), one image, or a live
+                    source as nerva-blobs takes it (rtsp://, http(s)://,
+                    udp://, tcp://, rtmp://... through FFmpeg, /dev/videoN
+                    through V4L2); a live source is read until it ends,
+                    without the program's reconnection or frame dropping
     masks           the source already holds foreground masks (any non-zero
                     value in any channel is foreground)
     background      "average": the library's running average on grey frames

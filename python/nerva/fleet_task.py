@@ -65,9 +65,10 @@ def segment_piece(source: str, destination: str, options: dict, start: int = 0, 
     counts: List[int] = []
 
     def write(f):
-        for index, _, blobs in blobs_in_video(source, start=max(0, start - warmup), stop=stop, **options):
+        for index, _, blobs, seconds in blobs_in_video(source, start=max(0, start - warmup), stop=stop,
+                                                       with_time=True, **options):
             if index >= start:
-                f.write(json_line(index, blobs))
+                f.write(json_line(index, blobs, seconds))
                 counts.append(len(blobs))
 
     try:

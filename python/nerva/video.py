@@ -9,8 +9,10 @@ same detectors with the same options, and the blobs from one Segmenter, so a
 run gives the program's JSON results frame for frame.
 """
 
+import math
 import os
 import re
+import time
 from typing import Iterator, List, Optional, Tuple
 
 import numpy as np
@@ -89,7 +91,7 @@ def _image_frames(files: List[str], masks: bool, start: int) -> Iterator[np.ndar
         frame = cv2.imread(path, flags)
         if frame is None:
             raise InputError(f"cannot decode image '{path}'")
-        yield frame
+        yield frame, None
 
 
 def is_live_source(source: str) -> bool:
@@ -119,14 +121,15 @@ def _video_frames(path: str, start: int) -> Iterator[np.ndarray]:
                 return
             raise InputError(f"cannot decode '{path}': no frame could be decoded")
         while ok and frame is not None:
-            yield frame
+            yield frame, capture.get(cv2.CAP_PROP_POS_MSEC)
             ok, frame = capture.read()
     finally:
         capture.release()
 
 
-def read_frames(source: str, *, masks: bool = False, start: int = 0) -> Iterator[np.ndarray]:
-    """The frames of a video, live source, image pattern, image directory or image file, from frame `start`.
+def read_frames(source: str, *, masks: bool = False, start: int = 0) -> Iterator[Tuple[np.ndarray, Optional[float]]]:
+    """(frame, stream time in ms or None) of a video, live source, image pattern, image directory or image
+    file, from frame `start`.
 
     A path that exists is read as that file or directory, whatever characters
     it holds; a live source is read as it comes, without reconnection.
@@ -227,7 +230,8 @@ def blobs_in_video(source: str, *, masks: bool = False, background: str = "avera
                    learning_rate: Optional[float] = None, threshold: int = 25, opening: int = 0, closing: int = 0,
                    roi: Optional[Tuple[int, int, int, int]] = None, steps: Tuple[int, int] = (1, 1),
                    min_side: int = 0, min_pixels: int = 0,
-                   start: int = 0, stop: Optional[int] = None) -> Iterator[Tuple[int, np.ndarray, Blobs]]:
+                   start: int = 0, stop: Optional[int] = None,
+                   with_time: bool = False) -> Iterator[Tuple[int, np.ndarray, Blobs]]:
     """Yields (frame_index, frame, blobs) for each frame of a video or image sequence.
 
     The nerva-blobs pipeline with the same options and results:
@@ -252,6 +256,9 @@ def blobs_in_video(source: str, *, masks: bool = False, background: str = "avera
 
     `start` and `stop` bound the frames read (stop excluded); indices stay
     those of the whole source and the background starts at `start`.
+    `with_time` adds a fourth item, the frame's time in seconds as the
+    program writes it: the stream's timestamp where it has one, else the wall
+    clock since the generator began.
     Raises InputError for a source that cannot be read and ValueError for bad
     options, a region of interest outside the frame included.
     """
@@ -259,10 +266,11 @@ def blobs_in_video(source: str, *, masks: bool = False, background: str = "avera
                   opening=opening, closing=closing)
     if start < 0 or (stop is not None and stop < start):
         raise ValueError("start must be at least 0 and stop at least start")
+    began = time.monotonic()
     frames = read_frames(source, masks=masks, start=start)
     index = start
     size = segmenter = foreground = clean = None
-    for frame in frames:
+    for frame, stream_ms in frames:
         if stop is not None and index >= stop:
             break
         if size is None:
@@ -274,15 +282,31 @@ def blobs_in_video(source: str, *, masks: bool = False, background: str = "avera
         elif (frame.shape[1], frame.shape[0]) != size:
             raise InputError(f"frame {index} is {frame.shape[1]}x{frame.shape[0]}, "
                              f"earlier frames are {size[0]}x{size[1]}")
-        yield index, frame, segmenter.segment(clean(foreground(frame)))
+        blobs = segmenter.segment(clean(foreground(frame)))
+        if with_time:
+            stamped = stream_ms is not None and math.isfinite(stream_ms) and stream_ms >= 0
+            yield index, frame, blobs, stream_ms / 1000.0 if stamped else time.monotonic() - began
+        else:
+            yield index, frame, blobs
         index += 1
     if size is None and start == 0:
         raise InputError(f"'{source}' holds no frame")
 
 
-def json_line(index: int, blobs: Blobs) -> str:
-    """One frame as nerva-blobs writes it to its JSON Lines output, newline included."""
+def json_line(index: int, blobs: Blobs, time: Optional[float] = None, dropped: int = 0) -> str:
+    """One frame as nerva-blobs writes it to its JSON Lines output, newline included.
+
+    With a `time` (seconds) the line ends with the program's "time" and
+    "dropped" fields; without, it holds the frame and its blobs only.
+    """
     items = ",".join(
         f'{{"id":{b.ident},"bbox":[{b.xmin},{b.ymin},{b.xmax},{b.ymax}],"width":{b.width},'
         f'"height":{b.height},"npix":{b.npix},"xc":{b.xc},"yc":{b.yc}}}' for b in blobs)
-    return f'{{"frame":{index},"blobs":[{items}]}}\n'
+    extras = "" if time is None else f',"time":{_json_number(round(time * 1e6) / 1e6)},"dropped":{dropped}'
+    return f'{{"frame":{index},"blobs":[{items}]{extras}}}\n'
+
+
+def _json_number(x: float) -> str:
+    # The shortest text that reads back as x, with ".0" on whole numbers:
+    # what the program's JSON writer prints for the times it writes.
+    return repr(float(x))

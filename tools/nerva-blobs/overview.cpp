@@ -22,7 +22,7 @@ void caption(cv::Mat& img, const std::string& text, cv::Point at, double scale)
 
 // Blobs per frame as a filled curve; each column shows the largest count of
 // the frames it covers, so that short bursts remain visible.
-cv::Mat plot(const std::vector<int>& counts, int width, int height)
+cv::Mat plot(const std::vector<int>& counts, long frames, int width, int height)
 {
     cv::Mat img(height, width, CV_8UC3, cv::Scalar(32, 32, 32));
     if (counts.empty()) return img;
@@ -35,7 +35,7 @@ cv::Mat plot(const std::vector<int>& counts, int width, int height)
         const int y = bottom - (bottom - top) * value / peak;
         cv::line(img, cv::Point(x, bottom), cv::Point(x, y), cv::Scalar(80, 200, 80));
     }
-    caption(img, "blobs per frame, " + std::to_string(counts.size()) + " frames (max " + std::to_string(peak) + ")",
+    caption(img, "blobs per frame, " + std::to_string(frames) + " frames (max " + std::to_string(peak) + ")",
             cv::Point(6, 17), 0.5);
     return img;
 }
@@ -63,6 +63,19 @@ void Overview::add(long frame, const cv::Mat& annotated)
     stride_ *= 2;
 }
 
+void Overview::count(int blobs)
+{
+    if (frames_++ % frames_per_count_ == 0)
+        counts_.push_back(blobs);
+    else
+        counts_.back() = std::max(counts_.back(), blobs);
+    if (counts_.size() < max_counts) return;
+    // Pairs merge into their larger count: the plot shows maxima anyway.
+    for (size_t i = 0; i < counts_.size() / 2; ++i) counts_[i] = std::max(counts_[2 * i], counts_[2 * i + 1]);
+    counts_.resize(counts_.size() / 2);
+    frames_per_count_ *= 2;
+}
+
 void Overview::write() const
 {
     std::vector<const std::pair<long, cv::Mat>*> chosen;
@@ -82,7 +95,7 @@ void Overview::write() const
         chosen[i]->second.copyTo(sheet(cv::Rect(col * (thumb_.width + gap), row * (thumb_.height + gap), thumb_.width,
                                                 thumb_.height)));
     }
-    plot(counts_, sheet.cols, plot_height).copyTo(sheet(cv::Rect(0, sheet.rows - plot_height, sheet.cols, plot_height)));
+    plot(counts_, frames_, sheet.cols, plot_height).copyTo(sheet(cv::Rect(0, sheet.rows - plot_height, sheet.cols, plot_height)));
     write_image_file(path_, sheet);
 }
 

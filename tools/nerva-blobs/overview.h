@@ -20,7 +20,7 @@ public:
     // Frames are offered in order, from 0; only wanted ones need be drawn.
     bool wants(long frame) const { return frame % stride_ == 0; }
     void add(long frame, const cv::Mat& annotated);
-    void count(int blobs) { counts_.push_back(blobs); }
+    void count(int blobs);
     void write() const;
 
 private:
@@ -31,7 +31,12 @@ private:
     cv::Size thumb_;
     long stride_ = 1;
     std::vector<std::pair<long, cv::Mat>> kept_;
+    // Blobs per frame, each entry the largest count of `frames_per_count_`
+    // frames: on a run of months the plot keeps a bounded number of entries.
+    static constexpr size_t max_counts = 1 << 16;
     std::vector<int> counts_;
+    long frames_per_count_ = 1;
+    long frames_ = 0;
 };
 
 }  // namespace nerva_blobs

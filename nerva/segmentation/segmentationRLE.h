@@ -40,7 +40,8 @@
 //  - RLEsegm_segmentKAP refuses, with one line on standard error and a null
 //    result (after resetting the blob list, without notifying observers and
 //    without touching the statistics): an uninitialised segmenter; a mask
-//    that is not 8-bit single channel; a region of interest outside the mask
+//    that is not 8-bit single channel (CV_8UC1 and CV_8SC1 are both read as
+//    bytes); a region of interest outside the mask
 //    or outside the initialised frame; a column step below 1. A row step of
 //    0 or less reads every row (dense mode), as designed. An inverted region
 //    of interest (xmin > xmax or ymin > ymax) is legal and finds nothing.
@@ -145,6 +146,21 @@ int RLEsegm_get_blobs_number(segm_ptr s);
 void RLEsegm_increase_blobs_number(segm_ptr s);
 void RLEsegm_decrease_blobs_number(segm_ptr s);
 void RLEreset_blob_idents(segm_ptr s);
+
+// ---- limits a host may set (kept outside the record, whose layout stays) ----
+// Upper bound, in bytes, on what the segmenter's pools, scratch arrays and
+// region lines may hold for a frame; 0 (the default) for none. A frame whose
+// runs could take more is refused before any row is extracted (null list,
+// one line on standard error); the pools stay as they were. The pools made
+// by RLEsegm_init_privateKAP count too (about 14 MB).
+void RLEsegm_set_memory_ceiling(segm_ptr s, size_t bytes);
+size_t RLEsegm_get_memory_ceiling(segm_ptr s);
+// With true, the pool-full notice is written once per frame with the number
+// of reuses ("RLEsegm_get_new_blob(): too many blobs !Last blob reused. (%d
+// times in this frame)") instead of once per reuse (the default).
+void RLEsegm_count_reused_blobs(segm_ptr s, bool one_line_per_frame);
+// How often the last frame reused the pool's last blob (0 when it did not).
+int RLEsegm_get_reused_blobs(segm_ptr s);
 
 // ---- region labelling ----
 using i2r_ptr = std::shared_ptr<img2regs>;

@@ -154,8 +154,10 @@ void check_frame(const cv::Mat& mask, const segm_ptr& s, const Roi& roi, bool re
                 runs += seg.x_end - seg.x_start + 1;
             }
         }
-    const long foreground = empty_roi ? 0 : cv::countNonZero(mask(cv::Rect(roi.xmin, roi.ymin, roi.xmax - roi.xmin + 1,
-                                                                          roi.ymax - roi.ymin + 1)));
+    const long foreground =
+        empty_roi
+            ? 0
+            : cv::countNonZero(mask(cv::Rect(roi.xmin, roi.ymin, roi.xmax - roi.xmin + 1, roi.ymax - roi.ymin + 1)));
     CHECK(runs == foreground);
     if (runs == 0) {
         CHECK(head == nullptr);
@@ -172,12 +174,10 @@ void check_frame(const cv::Mat& mask, const segm_ptr& s, const Roi& roi, bool re
               b->bbox.ymax <= roi.ymax);
         CHECK(b->bbox.width == b->bbox.xmax - b->bbox.xmin + 1 && b->bbox.height == b->bbox.ymax - b->bbox.ymin + 1);
         CHECK(b->npix >= 1 && b->npix <= b->bbox.width * b->bbox.height);
-        CHECK(b->npix >= s->min_blob_pixels && b->bbox.width >= s->min_blob_side &&
-              b->bbox.height >= s->min_blob_side);
+        CHECK(b->npix >= s->min_blob_pixels && b->bbox.width >= s->min_blob_side && b->bbox.height >= s->min_blob_side);
     }
     const bool whole = roi.xmin == 0 && roi.ymin == 0 && roi.xmax == mask.cols - 1 && roi.ymax == mask.rows - 1 &&
-                       mask.cols == s->rle_img->width &&
-                       mask.rows == static_cast<int>(s->rle_img->lines.size());
+                       mask.cols == s->rle_img->width && mask.rows == static_cast<int>(s->rle_img->lines.size());
     if (whole && s->min_blob_pixels <= 1 && s->min_blob_side <= 1) check_against_opencv(mask, head);
 }
 
@@ -291,7 +291,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         RLEsegm_set_ROI(roi.xmin, roi.ymin, roi.xmax, roi.ymax, s);
         const bool exact = in.ConsumeBool();
         // Column steps up to 40 reach both the 64-column and the one-by-one sampling.
-        RLEsegm_set_steps(s, exact ? 1 : in.ConsumeIntegralInRange(-2, 40), exact ? 1 : in.ConsumeIntegralInRange(-2, 6));
+        RLEsegm_set_steps(s, exact ? 1 : in.ConsumeIntegralInRange(-2, 40),
+                          exact ? 1 : in.ConsumeIntegralInRange(-2, 6));
         const bool filter = in.ConsumeBool();
         s->min_blob_side = filter ? in.ConsumeIntegralInRange(-1, 5) : 0;
         s->min_blob_pixels = filter ? in.ConsumeIntegralInRange(-1, 30) : 0;
@@ -300,7 +301,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         cv::Mat mask = make_mask(in, w, h, storage);
         if (in.ConsumeIntegralInRange(0, 15) == 0) mask.convertTo(mask, in.ConsumeBool() ? CV_16UC1 : CV_8SC1);
 
-        observer.action = static_cast<MeddlingObserver::Action>(in.ConsumeIntegralInRange(0, 9) < 5 ? 0 : in.ConsumeIntegralInRange(1, 5));
+        observer.action = static_cast<MeddlingObserver::Action>(
+            in.ConsumeIntegralInRange(0, 9) < 5 ? 0 : in.ConsumeIntegralInRange(1, 5));
         observer.mask = &mask;
         if (observer.action == MeddlingObserver::move_roi) observer.roi = make_roi(in, frame_w, frame_h);
         if (observer.action == MeddlingObserver::change_steps) {

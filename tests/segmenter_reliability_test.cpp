@@ -35,9 +35,9 @@ struct CapturedMessages {
     std::string text;
     CapturedMessages()
     {
-        set_message_sink([](message_stream_t, const char* t, size_t n, void* self) {
-            static_cast<CapturedMessages*>(self)->text.append(t, n);
-        }, this);
+        set_message_sink([](message_stream_t, const char* t, size_t n,
+                            void* self) { static_cast<CapturedMessages*>(self)->text.append(t, n); },
+                         this);
     }
     ~CapturedMessages() { set_message_sink(nullptr); }
     long lines() const { return std::count(text.begin(), text.end(), '\n'); }
@@ -123,7 +123,8 @@ TEST(SegmenterObservers, WhatAnObserverChangesIsCheckedBeforeAnyRowIsRead)
         CapturedMessages out;
         EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(m, s).get()), 2);
         EXPECT_EQ(inner, nullptr);
-        EXPECT_EQ(out.text, "RLEsegm_segmentKAP(): called from an observer's notify during a frame; nothing segmented\n");
+        EXPECT_EQ(out.text,
+                  "RLEsegm_segmentKAP(): called from an observer's notify during a frame; nothing segmented\n");
     }
 
     // Freeing the private state from notify: the frame is refused, nothing freed is read.

@@ -152,7 +152,8 @@ void RLEreset_blob_idents(segm_ptr s);
 // region lines may hold for a frame; 0 (the default) for none. A frame whose
 // runs could take more is refused before any row is extracted (null list,
 // one line on standard error); the pools stay as they were. The pools made
-// by RLEsegm_init_privateKAP count too (about 14 MB).
+// by RLEsegm_init_privateKAP count too (about 13 MB), and so does each blob
+// record the frame may take from the blob pool (about 20 KB).
 void RLEsegm_set_memory_ceiling(segm_ptr s, size_t bytes);
 size_t RLEsegm_get_memory_ceiling(segm_ptr s);
 // With true, the pool-full notice is written once per frame with the number

@@ -64,16 +64,16 @@ bool rows_problem(const MV_RLEsegm& segmenter, const cv::Mat& mask, int first_ro
         segmenter.roi_xmin > segmenter.roi_xmax || (segmenter.roi_xmin >= 0 && segmenter.roi_xmax < cols);
     if (rows_ok && cols_ok) return false;
     if (row >= 0 && !rows_ok) {
-        std::snprintf(why, size, "row %d lies outside the %dx%d mask or the %dx%d frame given at initialisation",
-                      row, mask.cols, mask.rows, segmenter.rle_img->width,
+        std::snprintf(why, size, "row %d lies outside the %dx%d mask or the %dx%d frame given at initialisation", row,
+                      mask.cols, mask.rows, segmenter.rle_img->width,
                       static_cast<int>(segmenter.rle_img->lines.size()));
         return true;
     }
     std::snprintf(why, size,
                   "region of interest x %d..%d, y %d..%d lies outside the %dx%d mask or the %dx%d frame "
                   "given at initialisation",
-                  segmenter.roi_xmin, segmenter.roi_xmax, segmenter.roi_ymin, segmenter.roi_ymax, mask.cols,
-                  mask.rows, segmenter.rle_img->width, static_cast<int>(segmenter.rle_img->lines.size()));
+                  segmenter.roi_xmin, segmenter.roi_xmax, segmenter.roi_ymin, segmenter.roi_ymax, mask.cols, mask.rows,
+                  segmenter.rle_img->width, static_cast<int>(segmenter.rle_img->lines.size()));
     return true;
 }
 
@@ -91,7 +91,7 @@ void empty_rows(RLEimage* img)
 
 // Region row indexes and region-line chunks kept between frames. Below these
 // sizes nothing is trimmed, so ordinary frames never allocate for them.
-constexpr size_t kKeptRowIndex = 32;       // entries per region
+constexpr size_t kKeptRowIndex = 32;          // entries per region
 constexpr size_t kKeptRegionLines = 1 << 16;  // lines over all chunks
 
 // Releases what a tall or crowded frame left behind: a region's row index
@@ -138,10 +138,12 @@ size_t bytes_for_runs(const MV_RLEsegm& segm, size_t runs)
     const size_t segs = std::max(runs, segm.seg_pool.size());
     const size_t regs = std::max(runs, segm.reg_pool.size());
     const size_t lines = segm.rle_img ? segm.rle_img->lines.size() : 0;
+    const size_t blobs =
+        std::max(std::min(runs, segm.blob_pool.size()), static_cast<size_t>(std::max(segm.nb_pool_blobs, 0)));
     return segs * (sizeof(std::shared_ptr<segment>) + sizeof(segment) + sizeof(int32_t)) +
            regs * (sizeof(std::shared_ptr<region>) + sizeof(region) + 2 * sizeof(int32_t)) +
-           runs * (sizeof(RLEregionline) + sizeof(std::shared_ptr<RLEregionline>)) +
-           segm.blob_pool.size() * sizeof(RLEblob) + lines * (sizeof(RLEline) + 2 * sizeof(std::shared_ptr<RLEline>));
+           runs * (sizeof(RLEregionline) + sizeof(std::shared_ptr<RLEregionline>)) + blobs * sizeof(RLEblob) +
+           lines * (sizeof(RLEline) + 2 * sizeof(std::shared_ptr<RLEline>));
 }
 
 // Runs in the region of interest when every row is read: an upper bound of
@@ -173,8 +175,9 @@ bool exceeds_ceiling(const MV_RLEsegm& segm, const cv::Mat& mask, const char* wh
     if (ceiling == 0) return false;
     const size_t need = bytes_for_runs(segm, runs_upper_bound(segm, mask, ceiling));
     if (need <= ceiling) return false;
-    detail::report(MESSAGES_STDERR, "%s: the frame may need %zu bytes, above the memory ceiling of %zu; nothing segmented\n",
-                   who, need, ceiling);
+    detail::report(MESSAGES_STDERR,
+                   "%s: the frame may need %zu bytes, above the memory ceiling of %zu; nothing segmented\n", who, need,
+                   ceiling);
     return true;
 }
 
@@ -227,7 +230,8 @@ bool detail::notify_observers(MV_RLEsegm& segm, const cv::Mat& mask, const char*
         // called from the next frame on.
         work.notified.assign(segm.observers.begin(), segm.observers.end());
         for (Observer<CSegmentMessage>* o : work.notified)
-            if (std::find(segm.observers.begin(), segm.observers.end(), o) != segm.observers.end()) o->notify(&segm.msg);
+            if (std::find(segm.observers.begin(), segm.observers.end(), o) != segm.observers.end())
+                o->notify(&segm.msg);
     }
     // Observers may move the region of interest, change the steps, free or
     // re-initialise the segmenter: the frame is checked again.
@@ -366,7 +370,8 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr segmen
     if (detail::refuses_null(segmenter.get(), who)) return nullptr;
     if (segmenter->work->notifying) {
         // From inside an observer's notify: the frame in progress is left alone.
-        detail::report(MESSAGES_STDERR, "%s: called from an observer's notify during a frame; nothing segmented\n", who);
+        detail::report(MESSAGES_STDERR, "%s: called from an observer's notify during a frame; nothing segmented\n",
+                       who);
         return nullptr;
     }
     // The size filter in force at entry is the one used.

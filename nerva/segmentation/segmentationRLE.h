@@ -47,6 +47,15 @@
 //    of interest (xmin > xmax or ymin > ymax) is legal and finds nothing.
 //  - Blobs released by the pool trimming are recycled (zero-filled again)
 //    when the pool grows back, instead of being allocated anew.
+//  - Observers are called from a snapshot of the list (one removed before its
+//    turn is skipped) and the frame is checked again after them, so an
+//    observer may move the region of interest, change the steps, free or
+//    re-initialise the segmenter; segmenting again from notify is refused.
+//  - Rows of the run-length image are emptied before the runs they point at
+//    go (RLEsegm_free_private, RLEsegm_seg_pool_init, destruction): a host
+//    may keep the image or a line past them.
+//  - Region row indexes and region-line chunks left by a tall or crowded
+//    frame are trimmed between frames; a repeated frame allocates nothing.
 //  - Per-row region lines (region::reg_lines) come from an arena owned by the
 //    segmenter, through non-owning shared pointers (no reference counting on
 //    the hot path): they are valid until the next frame and never beyond the

@@ -1,7 +1,10 @@
 // Segments a few frames of fuzzer-made masks through one segmenter, with
 // regions of interest inside, across and outside the frame, inverted ones,
-// steps down to negative values and size filters, and checks what a host
-// relies on: the list always ends, refused frames give nothing, and in exact
+// steps down to negative values and size filters, wide frames (where the
+// empty-stretch skips of 256 and 64 bytes run), combs (stripes closed by a
+// bar), strided views, and an observer that moves the region of interest,
+// changes the steps, removes itself, frees the segmenter or segments again
+// from inside notify; and checks what a host relies on: the list always ends, refused frames give nothing, and in exact
 // mode (steps 1,1) boxes stay in the region of interest, pixel counts add up
 // to the runs and, over the whole frame without a filter, the blobs are
 // OpenCV's 4-connected components.
@@ -23,28 +26,51 @@ using namespace nerva;
 namespace {
 
 constexpr int kMaxSide = 96;
+constexpr int kMaxWide = 1100;  // wide frames are at most kMaxWideRows high
+constexpr int kMaxWideRows = 6;
 constexpr int kBlobSlots = 2000;
 
 #include "fuzz_check.h"
 
-// The mask, either straight from the input's bits or drawn at random with a
-// density (so that frames with thousands of tiny blobs come up), sometimes as
-// a view into a larger matrix whose border is all foreground: a read outside
-// the view shows up as wrong blobs, and outside the matrix as an ASan report.
+// The mask: straight from the input's bits, drawn at random with a density
+// (so that frames with thousands of tiny blobs come up), a few spans in an
+// empty row (long stretches to skip) or a comb. Sometimes a view into a
+// larger matrix whose border is all foreground, or one that takes every
+// other row of it (the rows between are foreground too): a read outside the
+// view shows up as wrong blobs, and outside the matrix as an ASan report.
 cv::Mat make_mask(FuzzedDataProvider& in, int width, int height, cv::Mat& storage)
 {
     const bool padded = in.ConsumeBool();
     const int pad = padded ? 3 : 0;
-    storage.create(height + 2 * pad, width + 2 * pad, CV_8UC1);
+    const int row_step = in.ConsumeIntegralInRange(0, 3) == 0 ? 2 : 1;
+    storage.create(row_step * (height + 2 * pad), width + 2 * pad, CV_8UC1);
     storage.setTo(255);
-    cv::Mat mask = storage(cv::Rect(pad, pad, width, height));
+    cv::Mat mask(height, width, CV_8UC1, storage.ptr(row_step * pad) + pad, storage.step[0] * row_step);
     mask.setTo(0);
-    if (in.ConsumeBool()) {
+    switch (in.ConsumeIntegralInRange(0, 3)) {
+    case 0: {
         std::mt19937 rng(in.ConsumeIntegral<uint32_t>());
         const unsigned density = in.ConsumeIntegralInRange<unsigned>(0, 100);
         for (int y = 0; y < height; ++y)
             for (int x = 0; x < width; ++x) mask.at<uint8_t>(y, x) = (rng() % 100 < density) ? 1 + rng() % 255 : 0;
-    } else {
+        break;
+    }
+    case 1: {
+        const int spans = in.ConsumeIntegralInRange(0, 12);
+        for (int i = 0; i < spans; ++i) {
+            const int y = in.ConsumeIntegralInRange(0, height - 1), x = in.ConsumeIntegralInRange(0, width - 1);
+            const int len = in.ConsumeIntegralInRange(1, std::min(300, width - x));
+            mask(cv::Rect(x, y, len, 1)).setTo(in.ConsumeIntegralInRange(1, 255));
+        }
+        break;
+    }
+    case 2: {  // comb: every `gap`-th column a stripe, a bar along the top or bottom row
+        const int gap = in.ConsumeIntegralInRange(2, 4);
+        for (int x = in.ConsumeIntegralInRange(0, gap - 1); x < width; x += gap) mask.col(x).setTo(255);
+        mask.row(in.ConsumeBool() ? height - 1 : 0).setTo(255);
+        break;
+    }
+    default:
         for (int y = 0; y < height; ++y)
             for (int x = 0; x < width; x += 8) {
                 const uint8_t bits = in.ConsumeIntegral<uint8_t>();
@@ -90,7 +116,7 @@ using Record = std::tuple<int, int, int, int, int>;  // npix, xmin, ymin, width,
 void check_against_opencv(const cv::Mat& mask, const RLEblob* head)
 {
     cv::Mat labels, stats, centroids;
-    const int n = cv::connectedComponentsWithStats(mask, labels, stats, centroids, 4, CV_32S);
+    const int n = cv::connectedComponentsWithStats(mask != 0, labels, stats, centroids, 4, CV_32S);
     if (n - 1 > kBlobSlots) return;  // the pool's last blob is reused: no one-to-one list
     std::vector<Record> expected, got;
     for (int l = 1; l < n; ++l) {
@@ -128,8 +154,10 @@ void check_frame(const cv::Mat& mask, const segm_ptr& s, const Roi& roi, bool re
                 runs += seg.x_end - seg.x_start + 1;
             }
         }
-    const long foreground = empty_roi ? 0 : cv::countNonZero(mask(cv::Rect(roi.xmin, roi.ymin, roi.xmax - roi.xmin + 1,
-                                                                          roi.ymax - roi.ymin + 1)));
+    const long foreground =
+        empty_roi
+            ? 0
+            : cv::countNonZero(mask(cv::Rect(roi.xmin, roi.ymin, roi.xmax - roi.xmin + 1, roi.ymax - roi.ymin + 1)));
     CHECK(runs == foreground);
     if (runs == 0) {
         CHECK(head == nullptr);
@@ -146,12 +174,10 @@ void check_frame(const cv::Mat& mask, const segm_ptr& s, const Roi& roi, bool re
               b->bbox.ymax <= roi.ymax);
         CHECK(b->bbox.width == b->bbox.xmax - b->bbox.xmin + 1 && b->bbox.height == b->bbox.ymax - b->bbox.ymin + 1);
         CHECK(b->npix >= 1 && b->npix <= b->bbox.width * b->bbox.height);
-        CHECK(b->npix >= s->min_blob_pixels && b->bbox.width >= s->min_blob_side &&
-              b->bbox.height >= s->min_blob_side);
+        CHECK(b->npix >= s->min_blob_pixels && b->bbox.width >= s->min_blob_side && b->bbox.height >= s->min_blob_side);
     }
     const bool whole = roi.xmin == 0 && roi.ymin == 0 && roi.xmax == mask.cols - 1 && roi.ymax == mask.rows - 1 &&
-                       mask.cols == s->rle_img->width &&
-                       mask.rows == static_cast<int>(s->rle_img->lines.size());
+                       mask.cols == s->rle_img->width && mask.rows == static_cast<int>(s->rle_img->lines.size());
     if (whole && s->min_blob_pixels <= 1 && s->min_blob_side <= 1) check_against_opencv(mask, head);
 }
 
@@ -169,8 +195,8 @@ void check_measures(FuzzedDataProvider& in, const segm_ptr& s, const Roi& roi, b
             x1 = in.ConsumeIntegral<int32_t>(), y1 = in.ConsumeIntegral<int32_t>();
             x2 = in.ConsumeIntegral<int32_t>(), y2 = in.ConsumeIntegral<int32_t>();
         } else {
-            x1 = in.ConsumeIntegralInRange(-8, kMaxSide + 8), y1 = in.ConsumeIntegralInRange(-8, kMaxSide + 8);
-            x2 = in.ConsumeIntegralInRange(-8, kMaxSide + 8), y2 = in.ConsumeIntegralInRange(-8, kMaxSide + 8);
+            x1 = in.ConsumeIntegralInRange(-8, kMaxWide + 8), y1 = in.ConsumeIntegralInRange(-8, kMaxSide + 8);
+            x2 = in.ConsumeIntegralInRange(-8, kMaxWide + 8), y2 = in.ConsumeIntegralInRange(-8, kMaxSide + 8);
         }
         double sx = 0, sy = 0;
         const int n = subregion_get_sumxsumy(ident, x1, y1, x2, y2, &sx, &sy, s);
@@ -191,6 +217,47 @@ void check_measures(FuzzedDataProvider& in, const segm_ptr& s, const Roi& roi, b
     }
 }
 
+// Changes the segmenter from inside notify, as a host's observer might.
+struct MeddlingObserver : Observer<CSegmentMessage> {
+    enum Action { none, move_roi, change_steps, segment_again, free_private, remove_itself };
+    Action action = none;
+    Roi roi{};
+    int step_x = 1, step_y = 1;
+    MV_RLEsegm* s = nullptr;
+    segm_ptr shared;
+    const cv::Mat* mask = nullptr;
+    void notify(CSegmentMessage* msg) override
+    {
+        CHECK(msg->type == 1 && msg->arg1 == -1 && msg->arg2 == -1);
+        switch (action) {
+        case move_roi: RLEsegm_set_ROI(roi.xmin, roi.ymin, roi.xmax, roi.ymax, shared); break;
+        case change_steps: RLEsegm_set_steps(shared, step_x, step_y); break;
+        case segment_again: CHECK(RLEsegm_segmentKAP(*mask, shared) == nullptr); break;
+        case free_private: RLEsegm_free_private(shared); break;
+        case remove_itself: s->remove_observer(this); break;
+        case none: break;
+        }
+    }
+};
+
+// Initialisation as RLEsegm_init_privateKAP does it, through the public
+// pieces but with small pools: 150000 pool records per input would make the
+// fuzzer crawl, and frames outgrow small pools, so pool growth in the middle
+// of a frame is fuzzed too.
+void initialise(FuzzedDataProvider& in, const segm_ptr& s, int frame_w, int frame_h)
+{
+    RLEsegm_reg_pool_init(in.ConsumeIntegralInRange(0, 64), s);
+    RLEsegm_seg_pool_init(in.ConsumeIntegralInRange(0, 64), s);
+    s->i2r = std::make_shared<img2regs>();
+    s->last_blob = -1;
+    s->rle_img = RLEimage_initialize(s->rle_img, frame_w, frame_h);
+}
+
+bool steps_and_roi_refused(const Roi& roi, int step_x, int w, int h, int frame_w, int frame_h)
+{
+    return step_x < 1 || !roi_fits(roi, std::min(w, frame_w), std::min(h, frame_h));
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
@@ -203,31 +270,29 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     FuzzedDataProvider in(data, size);
-    const int frame_w = in.ConsumeIntegralInRange(1, kMaxSide);
-    const int frame_h = in.ConsumeIntegralInRange(1, kMaxSide);
+    const bool wide = in.ConsumeIntegralInRange(0, 3) == 0;
+    const int frame_w = in.ConsumeIntegralInRange(1, wide ? kMaxWide : kMaxSide);
+    const int frame_h = in.ConsumeIntegralInRange(1, wide ? kMaxWideRows : kMaxSide);
     auto s = std::make_shared<MV_RLEsegm>();
-    // Initialisation as RLEsegm_init_privateKAP does it, through the public
-    // pieces but with small pools: 150000 pool records per input would make
-    // the fuzzer crawl, and frames outgrow small pools, so pool growth in the
-    // middle of a frame is fuzzed too.
-    RLEsegm_reg_pool_init(in.ConsumeIntegralInRange(0, 64), s);
-    RLEsegm_seg_pool_init(in.ConsumeIntegralInRange(0, 64), s);
-    s->i2r = std::make_shared<img2regs>();
-    s->last_blob = -1;
-    s->rle_img = RLEimage_initialize(s->rle_img, frame_w, frame_h);
+    initialise(in, s, frame_w, frame_h);
+    MeddlingObserver observer;
+    observer.s = s.get();
+    observer.shared = s;
+    s->add_observer(&observer);
     const int frames = in.ConsumeIntegralInRange(1, 4);
     for (int f = 0; f < frames && in.remaining_bytes() > 0; ++f) {
         // Mostly masks of the frame's size; sometimes smaller or larger ones.
         int w = frame_w, h = frame_h;
         if (in.ConsumeIntegralInRange(0, 7) == 0) {
-            w = in.ConsumeIntegralInRange(1, kMaxSide);
-            h = in.ConsumeIntegralInRange(1, kMaxSide);
+            w = in.ConsumeIntegralInRange(1, wide ? kMaxWide : kMaxSide);
+            h = in.ConsumeIntegralInRange(1, wide ? kMaxWideRows : kMaxSide);
         }
-        const Roi roi = make_roi(in, frame_w, frame_h);
+        Roi roi = make_roi(in, frame_w, frame_h);
         RLEsegm_set_ROI(roi.xmin, roi.ymin, roi.xmax, roi.ymax, s);
         const bool exact = in.ConsumeBool();
         // Column steps up to 40 reach both the 64-column and the one-by-one sampling.
-        RLEsegm_set_steps(s, exact ? 1 : in.ConsumeIntegralInRange(-2, 40), exact ? 1 : in.ConsumeIntegralInRange(-2, 6));
+        RLEsegm_set_steps(s, exact ? 1 : in.ConsumeIntegralInRange(-2, 40),
+                          exact ? 1 : in.ConsumeIntegralInRange(-2, 6));
         const bool filter = in.ConsumeBool();
         s->min_blob_side = filter ? in.ConsumeIntegralInRange(-1, 5) : 0;
         s->min_blob_pixels = filter ? in.ConsumeIntegralInRange(-1, 30) : 0;
@@ -236,12 +301,37 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         cv::Mat mask = make_mask(in, w, h, storage);
         if (in.ConsumeIntegralInRange(0, 15) == 0) mask.convertTo(mask, in.ConsumeBool() ? CV_16UC1 : CV_8SC1);
 
-        const bool refused = mask.type() != CV_8UC1 || s->step_x < 1 ||
-                             !roi_fits(roi, std::min(w, frame_w), std::min(h, frame_h));
+        observer.action = static_cast<MeddlingObserver::Action>(
+            in.ConsumeIntegralInRange(0, 9) < 5 ? 0 : in.ConsumeIntegralInRange(1, 5));
+        observer.mask = &mask;
+        if (observer.action == MeddlingObserver::move_roi) observer.roi = make_roi(in, frame_w, frame_h);
+        if (observer.action == MeddlingObserver::change_steps) {
+            observer.step_x = in.ConsumeIntegralInRange(-1, 40);
+            observer.step_y = in.ConsumeIntegralInRange(-1, 6);
+        }
+
+        // Refused before the observers when the frame is bad as given; after
+        // them when what they changed makes it so.
+        const bool bad_mask = mask.type() != CV_8UC1 && mask.type() != CV_8SC1;
+        bool refused = bad_mask || steps_and_roi_refused(roi, s->step_x, w, h, frame_w, frame_h);
+        if (!refused) {
+            if (observer.action == MeddlingObserver::move_roi) roi = observer.roi;
+            const int step_x = observer.action == MeddlingObserver::change_steps ? observer.step_x : s->step_x;
+            refused = steps_and_roi_refused(roi, step_x, w, h, frame_w, frame_h) ||
+                      observer.action == MeddlingObserver::free_private;
+        }
         std::shared_ptr<RLEblob> head = RLEsegm_segmentKAP(mask, s);
+        if (observer.action == MeddlingObserver::remove_itself) s->add_observer(&observer);
+        if (!s->i2r) {  // freed from notify: nothing to check but the refusal
+            CHECK(head == nullptr);
+            initialise(in, s, frame_w, frame_h);
+            continue;
+        }
         check_frame(mask, s, roi, refused, head.get());
         if (!refused && s->nb_segs > 0) check_measures(in, s, roi, s->step_x == 1 && s->step_y == 1);
     }
+    s->remove_observer(&observer);
+    observer.shared.reset();
     RLEsegm_free_private(s);
     return 0;
 }

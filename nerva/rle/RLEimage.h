@@ -8,8 +8,10 @@
 
 // A binary image stored row by row as runs. The image owns its lines; a line
 // does not own its runs: `segs` points at a slice of consecutive entries of
-// the segmenter's segment pool (nerva/segmentation/), valid until that pool is re-initialised and
-// overwritten by the next frame.
+// the segmenter's segment pool (nerva/segmentation/), overwritten by the next
+// frame. The segmenter empties every row (`nb_segs` 0, `segs` null) before
+// that pool is re-initialised or released, so a kept image never points into
+// released runs.
 namespace nerva {
 
 struct RLEline {

@@ -66,9 +66,15 @@ void img2regs_new_region(i2r_ptr i2r, int x_start, std::shared_ptr<segment> run,
 
 void img2regs_init(i2r_ptr i2r, segm_ptr segm)
 {
+    // Starting a frame sets the current row only; the previous-row fields
+    // keep what they held until the sweep's first step loads them.
+    std::shared_ptr<segment>* const prev_runs = i2r->prev_runs;
+    const int32_t prev_count = i2r->prev_count;
     Engine engine = engine_on(*i2r, segm.get());
     engine.start();
     engine.store_cursor();
+    i2r->prev_runs = prev_runs;
+    i2r->prev_count = prev_count;
 }
 
 void img2regs_exec(i2r_ptr i2r, int nrows, segm_ptr segm)

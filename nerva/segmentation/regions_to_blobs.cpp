@@ -67,8 +67,21 @@ int32_t truncated_mean(double sum, int32_t npix)
 
 }  // namespace
 
+void detail::report_reused_blobs(MV_RLEsegm& segm, int32_t count)
+{
+    segm.work->reused_blobs = count;
+    if (count <= 0) return;
+    if (!segm.work->pool_full_counted) {
+        write_pool_full_messages(count);
+        return;
+    }
+    report(MESSAGES_STDERR, "RLEsegm_get_new_blob(): too many blobs !Last blob reused. (%d times in this frame)\n",
+           count);
+}
+
 void set_segs_in_regsKAP(segm_ptr segm, int nrows)
 {
+    if (detail::refuses_null(segm.get(), "set_segs_in_regsKAP()")) return;
     MV_RLEsegm& segmenter = *segm;
     detail::RegionLineArena& arena = segmenter.work->region_lines;
     arena.chunk = 0;
@@ -180,13 +193,18 @@ void fill_from_region(RLEblob& blob, const region& reg)
 
 }  // namespace
 
-std::shared_ptr<RLEblob> RLEsegm_get_new_blob(segm_ptr segmenter) { return take_pool_blob(*segmenter, nullptr); }
+std::shared_ptr<RLEblob> RLEsegm_get_new_blob(segm_ptr segmenter)
+{
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_get_new_blob()")) return nullptr;
+    return take_pool_blob(*segmenter, nullptr);
+}
 
 // Appends every kept region's blob the way RLEsegm_blob_list_append would,
 // but writes each link only where it changes: pool blobs are listed in slot
 // order every frame, so their links mostly stay as they were.
 std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, segm_ptr segm)
 {
+    if (detail::refuses_null(segm.get(), "RLEsegm_regions2blobsKAP()")) return nullptr;
     MV_RLEsegm& segmenter = *segm;
     const std::shared_ptr<img2regs>& st = segmenter.i2r;
     if (!st || !st->first) return nullptr;
@@ -221,13 +239,14 @@ std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, 
     if (appended && (*tail)->next) (*tail)->next.reset();
     if (head) detail::set_link(segmenter.blob_head, *head);
     if (tail) detail::set_link(segmenter.blob_tail, *tail);
-    if (pool_full_messages > 0) write_pool_full_messages(pool_full_messages);
+    detail::report_reused_blobs(segmenter, pool_full_messages);
     if (segmenter.nb_blobs == 0) return nullptr;
     return segmenter.blob_pool[0];
 }
 
 void RLEsegm_blob_list_append(std::shared_ptr<RLEblob> blob, segm_ptr segmenter)
 {
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_blob_list_append()")) return;
     // Appending the tail again (the pool-full reuse) would link it to itself.
     if (blob != segmenter->blob_tail) {
         blob->next.reset();
@@ -246,6 +265,7 @@ void RLEsegm_blob_list_append(std::shared_ptr<RLEblob> blob, segm_ptr segmenter)
 
 void RLEsegm_blob_list_append_to_head(std::shared_ptr<RLEblob> blob, segm_ptr segmenter)
 {
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_blob_list_append_to_head()")) return;
     if (blob != segmenter->blob_head) {
         blob->next.reset();
         blob->prev.reset();
@@ -263,6 +283,7 @@ void RLEsegm_blob_list_append_to_head(std::shared_ptr<RLEblob> blob, segm_ptr se
 
 void RLEsegm_blob_list_remove_blob(std::shared_ptr<RLEblob> blob, segm_ptr segmenter)
 {
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_blob_list_remove_blob()")) return;
     if (!segmenter->blob_head) return;
     if (blob == segmenter->blob_tail) segmenter->blob_tail = blob->prev;
     if (blob == segmenter->blob_head) {
@@ -277,6 +298,7 @@ void RLEsegm_blob_list_remove_blob(std::shared_ptr<RLEblob> blob, segm_ptr segme
 
 std::shared_ptr<region> RLEsegm_get_region(int i, segm_ptr segmenter)
 {
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_get_region()")) return nullptr;
     // The bound admits nb_regs itself: the first unused pool region.
     if (i < 0 || i > segmenter->nb_regs || static_cast<size_t>(i) >= segmenter->reg_pool.size()) return nullptr;
     return segmenter->reg_pool[static_cast<size_t>(i)];

@@ -285,14 +285,7 @@ void detail::extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask, Extractio
 
 void detail::extract_frame(MV_RLEsegm& segm, const cv::Mat& mask, ExtractionMode mode)
 {
-    segm.msg.type = 1;
-    segm.msg.arg1 = -1;
-    segm.msg.arg2 = -1;
-    for (auto it = segm.observers.begin(); it != segm.observers.end();) {
-        Observer<CSegmentMessage>* o = *it++;  // an observer may remove itself
-        o->notify(&segm.msg);
-    }
-    if (mode == ExtractionMode::checked && segmenter_refuses_frame(segm, mask, "RLEsegm_build_RLEimageKAP()")) return;
+    if (mode == ExtractionMode::checked && !notify_observers(segm, mask, "RLEsegm_build_RLEimageKAP()")) return;
 
     const int32_t step_y = segm.step_y;
     if (step_y <= 1) {
@@ -334,6 +327,7 @@ void detail::extract_frame(MV_RLEsegm& segm, const cv::Mat& mask, ExtractionMode
 
 void MV_RLEsegm::RLEsegm_build_RLElineKAP(int y, const cv::Mat& mask)
 {
+    if (detail::segmenter_refuses_row(*this, y, mask, "RLEsegm_build_RLElineKAP()")) return;
     detail::extract_row(*this, y, mask, detail::ExtractionMode::checked);
 }
 

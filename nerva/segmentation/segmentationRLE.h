@@ -40,12 +40,22 @@
 //  - RLEsegm_segmentKAP refuses, with one line on standard error and a null
 //    result (after resetting the blob list, without notifying observers and
 //    without touching the statistics): an uninitialised segmenter; a mask
-//    that is not 8-bit single channel; a region of interest outside the mask
+//    that is not 8-bit single channel (CV_8UC1 and CV_8SC1 are both read as
+//    bytes); a region of interest outside the mask
 //    or outside the initialised frame; a column step below 1. A row step of
 //    0 or less reads every row (dense mode), as designed. An inverted region
 //    of interest (xmin > xmax or ymin > ymax) is legal and finds nothing.
 //  - Blobs released by the pool trimming are recycled (zero-filled again)
 //    when the pool grows back, instead of being allocated anew.
+//  - Observers are called from a snapshot of the list (one removed before its
+//    turn is skipped) and the frame is checked again after them, so an
+//    observer may move the region of interest, change the steps, free or
+//    re-initialise the segmenter; segmenting again from notify is refused.
+//  - Rows of the run-length image are emptied before the runs they point at
+//    go (RLEsegm_free_private, RLEsegm_seg_pool_init, destruction): a host
+//    may keep the image or a line past them.
+//  - Region row indexes and region-line chunks left by a tall or crowded
+//    frame are trimmed between frames; a repeated frame allocates nothing.
 //  - Per-row region lines (region::reg_lines) come from an arena owned by the
 //    segmenter, through non-owning shared pointers (no reference counting on
 //    the hot path): they are valid until the next frame and never beyond the
@@ -145,6 +155,22 @@ int RLEsegm_get_blobs_number(segm_ptr s);
 void RLEsegm_increase_blobs_number(segm_ptr s);
 void RLEsegm_decrease_blobs_number(segm_ptr s);
 void RLEreset_blob_idents(segm_ptr s);
+
+// ---- limits a host may set (kept outside the record, whose layout stays) ----
+// Upper bound, in bytes, on what the segmenter's pools, scratch arrays and
+// region lines may hold for a frame; 0 (the default) for none. A frame whose
+// runs could take more is refused before any row is extracted (null list,
+// one line on standard error); the pools stay as they were. The pools made
+// by RLEsegm_init_privateKAP count too (about 13 MB), and so does each blob
+// record the frame may take from the blob pool (about 20 KB).
+void RLEsegm_set_memory_ceiling(segm_ptr s, size_t bytes);
+size_t RLEsegm_get_memory_ceiling(segm_ptr s);
+// With true, the pool-full notice is written once per frame with the number
+// of reuses ("RLEsegm_get_new_blob(): too many blobs !Last blob reused. (%d
+// times in this frame)") instead of once per reuse (the default).
+void RLEsegm_count_reused_blobs(segm_ptr s, bool one_line_per_frame);
+// How often the last frame reused the pool's last blob (0 when it did not).
+int RLEsegm_get_reused_blobs(segm_ptr s);
 
 // ---- region labelling ----
 using i2r_ptr = std::shared_ptr<img2regs>;

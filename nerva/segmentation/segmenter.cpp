@@ -1,4 +1,5 @@
 // The segmenter's life cycle, its per-frame driver and its small accessors.
+#include <algorithm>
 #include <cstdio>
 
 #include "nerva/geometry/internal/wrap_arith.h"
@@ -35,15 +36,18 @@ void cut_blob_links(const std::shared_ptr<RLEblob>& blob)
     blob->prev.reset();
 }
 
-// Why the frame cannot be segmented safely, written into `why`; false when
-// it can.
-bool frame_problem(const MV_RLEsegm& segmenter, const cv::Mat& mask, char* why, size_t size)
+// Why the rows first_row..last_row (with the region of interest's columns)
+// cannot be read safely, written into `why`; false when they can. `row` names
+// a single row asked for (-1: the region of interest's rows).
+bool rows_problem(const MV_RLEsegm& segmenter, const cv::Mat& mask, int first_row, int last_row, int row, char* why,
+                  size_t size)
 {
     if (!segmenter.rle_img || !segmenter.i2r) {
         std::snprintf(why, size, "segmenter not initialised (call RLEsegm_init_privateKAP first)");
         return true;
     }
-    if (mask.empty() || mask.dims != 2 || mask.type() != CV_8UC1) {
+    // Any 8-bit single-channel matrix is read as bytes, signed or not.
+    if (mask.empty() || mask.dims != 2 || mask.channels() != 1 || (mask.depth() != CV_8U && mask.depth() != CV_8S)) {
         std::snprintf(why, size, "mask must be a non-empty 2-D 8-bit single-channel matrix (got type %d, %d dims)",
                       mask.type(), mask.dims);
         return true;
@@ -52,33 +56,186 @@ bool frame_problem(const MV_RLEsegm& segmenter, const cv::Mat& mask, char* why, 
         std::snprintf(why, size, "column step %d is below 1", segmenter.step_x);
         return true;
     }
-    if (segmenter.roi_ymin > segmenter.roi_ymax) return false;  // no row of interest: nothing to read
-    const int rows = mask.rows < static_cast<int>(segmenter.rle_img->lines.size())
-                         ? mask.rows
-                         : static_cast<int>(segmenter.rle_img->lines.size());
-    const int cols = mask.cols < segmenter.rle_img->width ? mask.cols : segmenter.rle_img->width;
-    const bool rows_ok = segmenter.roi_ymin >= 0 && segmenter.roi_ymax < rows;
+    if (first_row > last_row) return false;  // no row of interest: nothing to read
+    const int rows = std::min(mask.rows, static_cast<int>(segmenter.rle_img->lines.size()));
+    const int cols = std::min(mask.cols, segmenter.rle_img->width);
+    const bool rows_ok = first_row >= 0 && last_row < rows;
     const bool cols_ok =
         segmenter.roi_xmin > segmenter.roi_xmax || (segmenter.roi_xmin >= 0 && segmenter.roi_xmax < cols);
-    if (!rows_ok || !cols_ok) {
-        std::snprintf(why, size,
-                      "region of interest x %d..%d, y %d..%d lies outside the %dx%d mask or the %dx%d frame "
-                      "given at initialisation",
-                      segmenter.roi_xmin, segmenter.roi_xmax, segmenter.roi_ymin, segmenter.roi_ymax, mask.cols,
-                      mask.rows, segmenter.rle_img->width, static_cast<int>(segmenter.rle_img->lines.size()));
+    if (rows_ok && cols_ok) return false;
+    if (row >= 0 && !rows_ok) {
+        std::snprintf(why, size, "row %d lies outside the %dx%d mask or the %dx%d frame given at initialisation", row,
+                      mask.cols, mask.rows, segmenter.rle_img->width,
+                      static_cast<int>(segmenter.rle_img->lines.size()));
         return true;
     }
-    return false;
+    std::snprintf(why, size,
+                  "region of interest x %d..%d, y %d..%d lies outside the %dx%d mask or the %dx%d frame "
+                  "given at initialisation",
+                  segmenter.roi_xmin, segmenter.roi_xmax, segmenter.roi_ymin, segmenter.roi_ymax, mask.cols, mask.rows,
+                  segmenter.rle_img->width, static_cast<int>(segmenter.rle_img->lines.size()));
+    return true;
 }
+
+// A host that keeps the run-length image (or one of its lines) past the
+// runs' storage must find empty rows, not pointers into a released pool.
+void empty_rows(RLEimage* img)
+{
+    if (!img) return;
+    for (auto& line : img->lines) {
+        if (!line) continue;
+        line->nb_segs = 0;
+        line->segs = nullptr;
+    }
+}
+
+// Region row indexes and region-line chunks kept between frames. Below these
+// sizes nothing is trimmed, so ordinary frames never allocate for them.
+constexpr size_t kKeptRowIndex = 32;          // entries per region
+constexpr size_t kKeptRegionLines = 1 << 16;  // lines over all chunks
+
+// Releases what a tall or crowded frame left behind: a region's row index
+// shrinks when it holds more than twice what its last frame used, regions
+// past the last frame's keep at most kKeptRowIndex entries, and region-line
+// chunks beyond twice the last frame's need go. A repeated frame finds
+// everything in place, so the steady state allocates nothing.
+void trim_row_indexes(MV_RLEsegm& segm)
+{
+    detail::SegmenterWork& work = *segm.work;
+    const size_t used = std::min(static_cast<size_t>(std::max(segm.nb_regs, 0)), segm.reg_pool.size());
+    const size_t held = std::min(std::max(work.regions_with_rows, used), segm.reg_pool.size());
+    for (size_t i = 0; i < held; ++i) {
+        if (!segm.reg_pool[i]) continue;
+        auto& rows = segm.reg_pool[i]->reg_lines;
+        const size_t need = i < used ? rows.size() : 0;
+        if (rows.capacity() > kKeptRowIndex && rows.capacity() > 2 * need) {
+            std::vector<std::shared_ptr<RLEregionline>> fitted;
+            fitted.reserve(std::max(need + need / 4, kKeptRowIndex));
+            rows.swap(fitted);
+        } else {
+            rows.clear();
+        }
+    }
+    work.regions_with_rows = used;
+
+    detail::RegionLineArena& arena = work.region_lines;
+    size_t lines_used = arena.used;
+    for (size_t c = 0; c < arena.chunk && c < arena.chunks.size(); ++c) lines_used += arena.chunks[c].size;
+    const size_t keep = std::max(2 * lines_used, kKeptRegionLines);
+    size_t kept = 0, total = 0;
+    while (kept < arena.chunks.size() && (kept <= arena.chunk || total + arena.chunks[kept].size <= keep))
+        total += arena.chunks[kept++].size;
+    arena.chunks.resize(kept);
+    arena.chunk = 0;  // set_segs_in_regsKAP starts from the first chunk anyway
+    arena.used = 0;
+}
+
+// Bytes the pools, the scratch arrays and the region lines hold for a frame
+// of `runs` runs (every region is made from a run, every region row holds
+// one).
+size_t bytes_for_runs(const MV_RLEsegm& segm, size_t runs)
+{
+    const size_t segs = std::max(runs, segm.seg_pool.size());
+    const size_t regs = std::max(runs, segm.reg_pool.size());
+    const size_t lines = segm.rle_img ? segm.rle_img->lines.size() : 0;
+    const size_t blobs =
+        std::max(std::min(runs, segm.blob_pool.size()), static_cast<size_t>(std::max(segm.nb_pool_blobs, 0)));
+    return segs * (sizeof(std::shared_ptr<segment>) + sizeof(segment) + sizeof(int32_t)) +
+           regs * (sizeof(std::shared_ptr<region>) + sizeof(region) + 2 * sizeof(int32_t)) +
+           runs * (sizeof(RLEregionline) + sizeof(std::shared_ptr<RLEregionline>)) + blobs * sizeof(RLEblob) +
+           lines * (sizeof(RLEline) + 2 * sizeof(std::shared_ptr<RLEline>));
+}
+
+// Runs in the region of interest when every row is read: an upper bound of
+// what extraction finds. Counted only when the worst case of the frame's
+// size would pass the ceiling, so hosts without a ceiling never pay for it.
+size_t runs_upper_bound(const MV_RLEsegm& segm, const cv::Mat& mask, size_t ceiling)
+{
+    if (segm.roi_xmin > segm.roi_xmax || segm.roi_ymin > segm.roi_ymax) return 0;
+    const size_t rows = static_cast<size_t>(segm.roi_ymax - segm.roi_ymin) + 1;
+    const size_t samples = static_cast<size_t>((static_cast<int64_t>(segm.roi_xmax) - segm.roi_xmin) / segm.step_x) + 1;
+    const size_t worst = rows * ((samples + 1) / 2);
+    if (bytes_for_runs(segm, worst) <= ceiling) return worst;
+    size_t runs = 0;
+    for (int y = segm.roi_ymin; y <= segm.roi_ymax; ++y) {
+        const uint8_t* row = mask.ptr<uint8_t>(y);
+        bool inside = false;
+        for (int64_t x = segm.roi_xmin; x <= segm.roi_xmax; x += segm.step_x) {
+            const bool fg = row[x] != 0;
+            runs += fg && !inside;
+            inside = fg;
+        }
+    }
+    return runs;
+}
+
+bool exceeds_ceiling(const MV_RLEsegm& segm, const cv::Mat& mask, const char* who)
+{
+    const size_t ceiling = segm.work->memory_ceiling;
+    if (ceiling == 0) return false;
+    const size_t need = bytes_for_runs(segm, runs_upper_bound(segm, mask, ceiling));
+    if (need <= ceiling) return false;
+    detail::report(MESSAGES_STDERR,
+                   "%s: the frame may need %zu bytes, above the memory ceiling of %zu; nothing segmented\n", who, need,
+                   ceiling);
+    return true;
+}
+
+// Clears the notifying mark however notify ends (an observer may throw).
+struct NotifyingMark {
+    explicit NotifyingMark(bool& mark) : mark_(mark) { mark_ = true; }
+    ~NotifyingMark() { mark_ = false; }
+    bool& mark_;
+};
 
 }  // namespace
 
 bool detail::segmenter_refuses_frame(const MV_RLEsegm& segm, const cv::Mat& mask, const char* who)
 {
     char why[256];
-    if (!frame_problem(segm, mask, why, sizeof why)) return false;
+    if (!rows_problem(segm, mask, segm.roi_ymin, segm.roi_ymax, -1, why, sizeof why)) return false;
     report(MESSAGES_STDERR, "%s: %s; nothing segmented\n", who, why);
     return true;
+}
+
+bool detail::segmenter_refuses_row(const MV_RLEsegm& segm, int y, const cv::Mat& mask, const char* who)
+{
+    char why[256];
+    if (!rows_problem(segm, mask, y, y, y < 0 ? 0 : y, why, sizeof why)) return false;
+    report(MESSAGES_STDERR, "%s: %s; nothing extracted\n", who, why);
+    return true;
+}
+
+bool detail::refuses_null(const MV_RLEsegm* segm, const char* who)
+{
+    if (segm) return false;
+    report(MESSAGES_STDERR, "%s: null segmenter; nothing done\n", who);
+    return true;
+}
+
+bool detail::notify_observers(MV_RLEsegm& segm, const cv::Mat& mask, const char* who)
+{
+    SegmenterWork& work = *segm.work;
+    if (work.notifying) {
+        report(MESSAGES_STDERR, "%s: called from an observer's notify during a frame; nothing segmented\n", who);
+        return false;
+    }
+    {
+        NotifyingMark mark(work.notifying);
+        segm.msg.type = 1;
+        segm.msg.arg1 = -1;
+        segm.msg.arg2 = -1;
+        // A snapshot: observers may add or remove observers (themselves or
+        // others). One removed before its turn is skipped; one added is
+        // called from the next frame on.
+        work.notified.assign(segm.observers.begin(), segm.observers.end());
+        for (Observer<CSegmentMessage>* o : work.notified)
+            if (std::find(segm.observers.begin(), segm.observers.end(), o) != segm.observers.end())
+                o->notify(&segm.msg);
+    }
+    // Observers may move the region of interest, change the steps, free or
+    // re-initialise the segmenter: the frame is checked again.
+    return !segmenter_refuses_frame(segm, mask, who);
 }
 
 void detail::grow_region_pool(MV_RLEsegm& segm)
@@ -97,6 +254,7 @@ MV_RLEsegm::MV_RLEsegm() : blob_pool(kBlobPoolSlots), msg(this), work(new detail
 
 MV_RLEsegm::~MV_RLEsegm()
 {
+    empty_rows(rle_img.get());  // a host may still hold the image
     rle_img.reset();
     cut_region_links(reg_pool);
     reg_pool.clear();
@@ -111,6 +269,7 @@ MV_RLEsegm::~MV_RLEsegm()
 
 std::vector<std::shared_ptr<region>> RLEsegm_reg_pool_init(int n, segm_ptr segmenter)
 {
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_reg_pool_init()")) return {};
     cut_region_links(segmenter->reg_pool);
     segmenter->reg_pool.resize(n > 0 ? static_cast<size_t>(n) : 0);
     detail::fill_from_block(segmenter->reg_pool, 0, segmenter->reg_pool.size());
@@ -121,7 +280,9 @@ std::vector<std::shared_ptr<region>> RLEsegm_reg_pool_init(int n, segm_ptr segme
 
 std::vector<std::shared_ptr<segment>> RLEsegm_seg_pool_init(int n, segm_ptr segmenter)
 {
-    detail::ensure_segment_slot(*segmenter, n - 1);  // keeps run-length lines valid if storage moves
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_seg_pool_init()")) return {};
+    // The runs are gone with the old records: no row may point at them.
+    empty_rows(segmenter->rle_img.get());
     segmenter->seg_pool.resize(n > 0 ? static_cast<size_t>(n) : 0);
     detail::fill_from_block(segmenter->seg_pool, 0, segmenter->seg_pool.size());
     segmenter->nb_segs = 0;
@@ -130,6 +291,7 @@ std::vector<std::shared_ptr<segment>> RLEsegm_seg_pool_init(int n, segm_ptr segm
 
 void RLEsegm_init_privateKAP(segm_ptr segmenter, int xmin, int xmax, int ymin, int ymax, int width, int height)
 {
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_init_privateKAP()")) return;
     RLEsegm_reg_pool_init(kRegionPoolSize, segmenter);
     RLEsegm_seg_pool_init(kSegmentPoolSize, segmenter);
     segmenter->i2r = std::make_shared<img2regs>();
@@ -148,9 +310,9 @@ void RLEsegm_init_privateKAP(segm_ptr segmenter, int xmin, int xmax, int ymin, i
 
 void RLEsegm_reset(segm_ptr segmenter)
 {
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_reset()")) return;
     segmenter->nb_segs = 0;
-    for (int i = 0; i < segmenter->nb_regs && static_cast<size_t>(i) < segmenter->reg_pool.size(); ++i)
-        segmenter->reg_pool[static_cast<size_t>(i)]->reg_lines.clear();
+    trim_row_indexes(*segmenter);  // empties the used regions' row indexes
     segmenter->nb_regs = 0;
 
     // Trim the blob pool only when it is clearly oversized. The slot
@@ -186,7 +348,12 @@ void RLEsegm_reset(segm_ptr segmenter)
 
 void RLEsegm_free_private(segm_ptr segmenter)
 {
-    segmenter->rle_img = RLEimage_free(segmenter->rle_img);
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_free_private()")) return;
+    // The image record stays, emptied, with its size: a host's reference to
+    // it (or to one of its lines) never points into the released pool, and
+    // the next initialisation reuses it.
+    empty_rows(segmenter->rle_img.get());
+    RLEimage_free(segmenter->rle_img);
     cut_region_links(segmenter->reg_pool);
     segmenter->reg_pool.clear();
     segmenter->seg_pool.clear();
@@ -199,16 +366,26 @@ void RLEsegm_free_private(segm_ptr segmenter)
 
 std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr segmenter)
 {
+    static const char who[] = "RLEsegm_segmentKAP()";
+    if (detail::refuses_null(segmenter.get(), who)) return nullptr;
+    if (segmenter->work->notifying) {
+        // From inside an observer's notify: the frame in progress is left alone.
+        detail::report(MESSAGES_STDERR, "%s: called from an observer's notify during a frame; nothing segmented\n",
+                       who);
+        return nullptr;
+    }
     // The size filter in force at entry is the one used.
     const int min_side = segmenter->min_blob_side;
     const int min_pixels = segmenter->min_blob_pixels;
 
-    if (detail::segmenter_refuses_frame(*segmenter, mask, "RLEsegm_segmentKAP()")) {
+    if (detail::segmenter_refuses_frame(*segmenter, mask, who)) {
         RLEsegm_reset(segmenter);
         return nullptr;
     }
     RLEsegm_reset(segmenter);
     RLEreset_blob_idents(segmenter);
+    segmenter->work->reused_blobs = 0;
+    if (!detail::notify_observers(*segmenter, mask, who) || exceeds_ceiling(*segmenter, mask, who)) return nullptr;
     detail::extract_frame(*segmenter, mask, detail::ExtractionMode::driver);
 
     if (segmenter->nb_segs == 0) {
@@ -243,28 +420,71 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr segmen
 
 void RLEsegm_set_steps(segm_ptr segmenter, int step_x, int step_y)
 {
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_set_steps()")) return;
     segmenter->step_x = step_x;
     segmenter->step_y = step_y;
 }
 
-std::shared_ptr<RLEimage> RLEsegm_get_rle_img(segm_ptr segmenter) { return segmenter->rle_img; }
+std::shared_ptr<RLEimage> RLEsegm_get_rle_img(segm_ptr segmenter)
+{
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_get_rle_img()")) return nullptr;
+    return segmenter->rle_img;
+}
 
 void RLEsegm_set_ROI(int xmin, int ymin, int xmax, int ymax, segm_ptr segmenter)
 {
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_set_ROI()")) return;
     segmenter->roi_xmin = xmin;
     segmenter->roi_ymin = ymin;
     segmenter->roi_xmax = xmax;
     segmenter->roi_ymax = ymax;
 }
 
-int RLEsegm_get_blobs_number(segm_ptr segmenter) { return segmenter->nb_blobs; }
+int RLEsegm_get_blobs_number(segm_ptr segmenter)
+{
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_get_blobs_number()")) return -1;
+    return segmenter->nb_blobs;
+}
 
-void RLEsegm_increase_blobs_number(segm_ptr segmenter) { segmenter->nb_blobs = wrap_add(segmenter->nb_blobs, 1); }
+void RLEsegm_increase_blobs_number(segm_ptr segmenter)
+{
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_increase_blobs_number()")) return;
+    segmenter->nb_blobs = wrap_add(segmenter->nb_blobs, 1);
+}
 
-void RLEsegm_decrease_blobs_number(segm_ptr segmenter) { segmenter->nb_blobs = wrap_sub(segmenter->nb_blobs, 1); }
+void RLEsegm_decrease_blobs_number(segm_ptr segmenter)
+{
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_decrease_blobs_number()")) return;
+    segmenter->nb_blobs = wrap_sub(segmenter->nb_blobs, 1);
+}
+
+void RLEsegm_set_memory_ceiling(segm_ptr segmenter, size_t bytes)
+{
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_set_memory_ceiling()")) return;
+    segmenter->work->memory_ceiling = bytes;
+}
+
+size_t RLEsegm_get_memory_ceiling(segm_ptr segmenter)
+{
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_get_memory_ceiling()")) return 0;
+    return segmenter->work->memory_ceiling;
+}
+
+void RLEsegm_count_reused_blobs(segm_ptr segmenter, bool one_line_per_frame)
+{
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_count_reused_blobs()")) return;
+    segmenter->work->pool_full_counted = one_line_per_frame;
+}
+
+int RLEsegm_get_reused_blobs(segm_ptr segmenter)
+{
+    if (detail::refuses_null(segmenter.get(), "RLEsegm_get_reused_blobs()")) return -1;
+    return segmenter->work->reused_blobs;
+}
 
 void RLEreset_blob_idents(segm_ptr segmenter)
 {
+    if (detail::refuses_null(segmenter.get(), "RLEreset_blob_idents()")) return;
     for (int i = 0; i < segmenter->nb_pool_blobs && static_cast<size_t>(i) < segmenter->blob_pool.size(); ++i)
         if (segmenter->blob_pool[static_cast<size_t>(i)]) segmenter->blob_pool[static_cast<size_t>(i)]->ident = i;
 }

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "nerva/geometry/internal/wrap_arith.h"
-#include "nerva/segmentation/segmentationRLE.h"
+#include "nerva/segmentation/internal/segmenter_internal.h"
 
 namespace nerva {
 
@@ -58,12 +58,14 @@ int32_t clipped_sums(int x1, int y1, int x2, int y2, double& sumx, double& sumy,
 
 int subregion_get_sumxsumy(int ident, int x1, int y1, int x2, int y2, double* sumx, double* sumy, segm_ptr segm)
 {
+    if (detail::refuses_null(segm.get(), "subregion_get_sumxsumy()")) return *sumx = *sumy = 0, 0;
     const std::shared_ptr<region> reg = RLEsegm_get_region(ident, segm);
     return clipped_sums(x1, y1, x2, y2, *sumx, *sumy, *segm, reg.get());
 }
 
 double subregion_get_sumx(int ident, int x1, int y1, int x2, int y2, segm_ptr segm)
 {
+    if (detail::refuses_null(segm.get(), "subregion_get_sumx()")) return 0;
     double sx, sy;
     const std::shared_ptr<region> reg = RLEsegm_get_region(ident, segm);
     clipped_sums(x1, y1, x2, y2, sx, sy, *segm, reg.get());
@@ -72,6 +74,7 @@ double subregion_get_sumx(int ident, int x1, int y1, int x2, int y2, segm_ptr se
 
 double subregion_get_sumy(int ident, int x1, int y1, int x2, int y2, segm_ptr segm)
 {
+    if (detail::refuses_null(segm.get(), "subregion_get_sumy()")) return 0;
     double sx, sy;
     const std::shared_ptr<region> reg = RLEsegm_get_region(ident, segm);
     clipped_sums(x1, y1, x2, y2, sx, sy, *segm, reg.get());
@@ -80,6 +83,7 @@ double subregion_get_sumy(int ident, int x1, int y1, int x2, int y2, segm_ptr se
 
 int subregion_get_xlimit(int ident, int x1, int y1, int x2, int y2, int* xmin, int* xmax, segm_ptr segm)
 {
+    if (detail::refuses_null(segm.get(), "subregion_get_xlimit()")) return -1;
     *xmin = x2;  // inverted pair: what the caller gets when nothing qualifies
     *xmax = x1;
     const std::shared_ptr<region> reg = RLEsegm_get_region(ident, segm);
@@ -111,6 +115,7 @@ int subregion_get_xlimit(int ident, int x1, int y1, int x2, int y2, int* xmin, i
 
 int subregion_get_ylimit(int ident, int x1, int y1, int x2, int y2, int* ymin, int* ymax, segm_ptr segm)
 {
+    if (detail::refuses_null(segm.get(), "subregion_get_ylimit()")) return -1;
     if (y2 < y1) return -1;
     const std::shared_ptr<region> reg = RLEsegm_get_region(ident, segm);
     if (!reg || !segm->rle_img) return -1;

@@ -26,6 +26,7 @@ Segmenter::Segmenter(const Options& o, cv::Size size, cv::Rect roi) : segm_(std:
     nerva::RLEsegm_set_ROI(roi.x, roi.y, roi.x + roi.width - 1, roi.y + roi.height - 1, segm_);
     segm_->min_blob_side = o.min_side;
     segm_->min_blob_pixels = o.min_pixels;
+    nerva::RLEsegm_count_reused_blobs(segm_, true);  // one pool-full line per frame, with the count
 }
 
 Segmenter::~Segmenter() { nerva::RLEsegm_free_private(segm_); }

@@ -39,6 +39,19 @@ struct SegmenterWork {
     // Blob records released by pool trimming, kept for the next pool growth,
     // so that no frame allocates a blob once the largest frame was seen.
     std::vector<std::shared_ptr<RLEblob>> spare_blobs;
+
+    // Reliability (nerva/segmentation/segmenter.cpp): the observers being
+    // notified (a snapshot, so that an observer may change the list), set
+    // while a frame is being segmented so that a nested call is refused; the
+    // host's memory ceiling (0: none); how the pool-full notice is written
+    // and how many reuses the last frame made; how many pool regions may
+    // hold a row index from earlier frames (trimmed between frames).
+    std::vector<Observer<CSegmentMessage>*> notified;
+    bool notifying = false;
+    size_t memory_ceiling = 0;
+    bool pool_full_counted = false;
+    int32_t reused_blobs = 0;
+    size_t regions_with_rows = 0;
 };
 
 // How run extraction is called.
@@ -57,8 +70,27 @@ enum class ExtractionMode {
 // outside the mask or the frame, column step below 1).
 bool segmenter_refuses_frame(const MV_RLEsegm& segm, const cv::Mat& mask, const char* who);
 
-// Extracts the runs of every row of interest into the run-length image,
-// notifying the observers first (MV_RLEsegm::RLEsegm_build_RLEimageKAP).
+// Refuses a null segmenter with one line ("<who>: null segmenter; nothing
+// done"); true when refused.
+bool refuses_null(const MV_RLEsegm* segm, const char* who);
+
+// Refuses row y for RLEsegm_build_RLElineKAP as segmenter_refuses_frame
+// refuses a frame (and a row outside the mask or the image).
+bool segmenter_refuses_row(const MV_RLEsegm& segm, int y, const cv::Mat& mask, const char* who);
+
+// Notifies the observers of a new frame, then checks the frame again (an
+// observer may have moved the region of interest, changed the steps or freed
+// the segmenter's state): false, with one line, when the frame can no longer
+// be segmented safely or when called from inside an observer's notify.
+bool notify_observers(MV_RLEsegm& segm, const cv::Mat& mask, const char* who);
+
+// Writes the pool-full notice for `count` reuses of the last blob: one line
+// per reuse, or one line with the count when the host asked for that.
+void report_reused_blobs(MV_RLEsegm& segm, int32_t count);
+
+// Extracts the runs of every row of interest into the run-length image; in
+// checked mode it notifies the observers first (the driver notifies them
+// itself).
 void extract_frame(MV_RLEsegm& segm, const cv::Mat& mask, ExtractionMode mode);
 // Extracts the runs of row y into line y (MV_RLEsegm::RLEsegm_build_RLElineKAP).
 void extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask, ExtractionMode mode);

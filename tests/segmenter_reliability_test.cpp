@@ -1,0 +1,367 @@
+// What keeps a segmenter safe over months on a camera: observers that change
+// the segmenter while it works, the run-length image outliving its runs,
+// pools re-initialised under the image, null segmenters, the memory ceiling,
+// the counted pool-full notice, and resident memory after a burst of tall and
+// crowded frames.
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <unistd.h>
+
+#if defined(__SANITIZE_ADDRESS__)
+// From the AddressSanitizer runtime (its header is not installed with gcc).
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
+#define NERVA_TEST_UNDER_ASAN 1
+#endif
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <random>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include <opencv2/imgproc.hpp>
+
+#include "nerva/messages.h"
+#include "nerva/nerva.h"
+
+using namespace nerva;
+
+namespace {
+
+template <class... T>
+std::tuple<T...> vals(T... v)
+{
+    return std::make_tuple(v...);
+}
+
+// Takes the library's messages for the life of the object.
+struct CapturedMessages {
+    std::string text;
+    CapturedMessages()
+    {
+        set_message_sink([](message_stream_t, const char* t, size_t n,
+                            void* self) { static_cast<CapturedMessages*>(self)->text.append(t, n); },
+                         this);
+    }
+    ~CapturedMessages() { set_message_sink(nullptr); }
+    long lines() const { return std::count(text.begin(), text.end(), '\n'); }
+};
+
+segm_ptr exact_segmenter(int width, int height)
+{
+    auto s = std::make_shared<MV_RLEsegm>();
+    RLEsegm_init_privateKAP(s, 0, width - 1, 0, height - 1, width, height);
+    RLEsegm_set_steps(s, 1, 1);
+    return s;
+}
+
+cv::Mat two_squares()
+{
+    cv::Mat m(40, 60, CV_8UC1, cv::Scalar(0));
+    m(cv::Rect(2, 2, 10, 10)).setTo(255);
+    m(cv::Rect(40, 20, 15, 15)).setTo(255);
+    return m;
+}
+
+int count_blobs(const RLEblob* b)
+{
+    int n = 0;
+    for (; b; b = b->next.get()) ++n;
+    return n;
+}
+
+struct CallingObserver : Observer<CSegmentMessage> {
+    std::function<void()> action;
+    int calls = 0;
+    void notify(CSegmentMessage*) override
+    {
+        ++calls;
+        if (action) action();
+    }
+};
+
+}  // namespace
+
+TEST(SegmenterObservers, WhatAnObserverChangesIsCheckedBeforeAnyRowIsRead)
+{
+    const cv::Mat m = two_squares();
+    auto s = exact_segmenter(m.cols, m.rows);
+    CallingObserver mover, second, third;
+    s->add_observer(&mover);
+    s->add_observer(&second);
+    s->add_observer(&third);
+
+    // Moved outside the frame: refused after notification, one line.
+    mover.action = [&] { RLEsegm_set_ROI(0, 0, 500, 500, s); };
+    {
+        CapturedMessages out;
+        EXPECT_EQ(RLEsegm_segmentKAP(m, s), nullptr);
+        EXPECT_EQ(out.lines(), 1);
+        EXPECT_NE(out.text.find("RLEsegm_segmentKAP(): region of interest x 0..500"), std::string::npos) << out.text;
+    }
+    // Moved inside: the new region of interest is the one read.
+    RLEsegm_set_ROI(0, 0, m.cols - 1, m.rows - 1, s);
+    mover.action = [&] { RLEsegm_set_ROI(30, 0, 59, 39, s); };
+    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(m, s).get()), 1);
+
+    // Removing the next observer skips it; an observer added during
+    // notification is called from the next frame on.
+    const int second_calls = second.calls;
+    CallingObserver late;
+    mover.action = [&] {
+        s->remove_observer(&second);
+        if (!late.calls) s->add_observer(&late);
+    };
+    RLEsegm_set_ROI(0, 0, m.cols - 1, m.rows - 1, s);
+    RLEsegm_segmentKAP(m, s);
+    EXPECT_EQ(second.calls, second_calls);
+    EXPECT_EQ(late.calls, 0);
+    RLEsegm_segmentKAP(m, s);
+    EXPECT_EQ(late.calls, 1);
+
+    // Segmenting again from inside notify is refused; the outer frame goes on.
+    std::shared_ptr<RLEblob> inner = blob_new();
+    mover.action = [&] { inner = RLEsegm_segmentKAP(m, s); };
+    RLEsegm_set_ROI(0, 0, m.cols - 1, m.rows - 1, s);
+    {
+        CapturedMessages out;
+        EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(m, s).get()), 2);
+        EXPECT_EQ(inner, nullptr);
+        EXPECT_EQ(out.text,
+                  "RLEsegm_segmentKAP(): called from an observer's notify during a frame; nothing segmented\n");
+    }
+
+    // Freeing the private state from notify: the frame is refused, nothing freed is read.
+    mover.action = [&] { RLEsegm_free_private(s); };
+    {
+        CapturedMessages out;
+        EXPECT_EQ(RLEsegm_segmentKAP(m, s), nullptr);
+        EXPECT_NE(out.text.find("segmenter not initialised"), std::string::npos) << out.text;
+    }
+    mover.action = nullptr;
+    RLEsegm_init_privateKAP(s, 0, m.cols - 1, 0, m.rows - 1, m.cols, m.rows);
+    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(m, s).get()), 2);
+}
+
+TEST(RunLengthImageLifetime, AHeldImageNeverPointsIntoReleasedRuns)
+{
+    const cv::Mat m = two_squares();
+    std::shared_ptr<RLEimage> held;
+    std::shared_ptr<RLEline> held_line;
+    {
+        auto s = exact_segmenter(m.cols, m.rows);
+        RLEsegm_segmentKAP(m, s);
+        held = RLEsegm_get_rle_img(s);
+        held_line = RLEimage_get_line(held, 5);
+        ASSERT_EQ(held_line->nb_segs, 1);
+
+        // Freeing keeps the emptied record (its size too) and re-initialising reuses it.
+        RLEsegm_free_private(s);
+        EXPECT_EQ(RLEsegm_get_rle_img(s), held);
+        EXPECT_EQ(vals(held->width, held->height, held->lines.size(), held_line->nb_segs), vals(60, 40, 0u, 0));
+        EXPECT_EQ(held_line->segs, nullptr);
+        RLEsegm_init_privateKAP(s, 0, m.cols - 1, 0, m.rows - 1, m.cols, m.rows);
+        EXPECT_EQ(RLEsegm_get_rle_img(s), held);
+        RLEsegm_segmentKAP(m, s);
+    }  // the segmenter goes without RLEsegm_free_private
+    EXPECT_EQ(held->lines[5]->nb_segs, 0);
+    image* img = RLEimage_to_binaire(held, nullptr);
+    ASSERT_NE(img, nullptr);
+    EXPECT_EQ(cv::countNonZero(cv::Mat(img->height, img->width, CV_8UC3, img->data).reshape(1)), 0);
+    destroy_image(img);
+}
+
+TEST(RunLengthImageLifetime, PoolsReinitialisedUnderTheImageAndRowsOutsideIt)
+{
+    // Many runs, then a smaller segment pool, then a smaller region of interest.
+    cv::Mat stripes(200, 400, CV_8UC1, cv::Scalar(0));
+    for (int x = 0; x < stripes.cols; x += 2) stripes.col(x).setTo(255);
+    auto s = exact_segmenter(stripes.cols, stripes.rows);
+    RLEsegm_segmentKAP(stripes, s);
+    RLEsegm_seg_pool_init(1000, s);
+    for (const auto& line : s->rle_img->lines) EXPECT_EQ(line->nb_segs, 0);
+    RLEsegm_set_ROI(0, 0, 9, 9, s);
+    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(stripes, s).get()), 5);
+
+    CapturedMessages out;
+    s->RLEsegm_build_RLElineKAP(50, two_squares());  // 40 rows in the mask
+    s->RLEsegm_build_RLElineKAP(-1, stripes);
+    EXPECT_EQ(out.lines(), 2);
+    EXPECT_NE(out.text.find("RLEsegm_build_RLElineKAP(): row 50 lies outside the 60x40 mask"), std::string::npos)
+        << out.text;
+}
+
+TEST(SegmenterRefusals, NullSegmenterIsRefusedWithOneLineEach)
+{
+    segm_ptr none;
+    CapturedMessages out;
+    RLEsegm_init_privateKAP(none, 0, 9, 0, 9, 10, 10);
+    EXPECT_TRUE(RLEsegm_reg_pool_init(5, none).empty());
+    EXPECT_TRUE(RLEsegm_seg_pool_init(5, none).empty());
+    EXPECT_EQ(RLEsegm_segmentKAP(two_squares(), none), nullptr);
+    RLEsegm_reset(none);
+    RLEsegm_free_private(none);
+    RLEsegm_set_steps(none, 1, 1);
+    EXPECT_EQ(RLEsegm_get_rle_img(none), nullptr);
+    RLEsegm_set_ROI(0, 0, 1, 1, none);
+    EXPECT_EQ(RLEsegm_get_blobs_number(none), -1);
+    RLEsegm_increase_blobs_number(none);
+    RLEsegm_decrease_blobs_number(none);
+    RLEreset_blob_idents(none);
+    set_segs_in_regsKAP(none, 10);
+    EXPECT_EQ(RLEsegm_regions2blobsKAP(0, 0, none), nullptr);
+    EXPECT_EQ(RLEsegm_get_new_blob(none), nullptr);
+    RLEsegm_blob_list_append(blob_new(), none);
+    RLEsegm_blob_list_append_to_head(blob_new(), none);
+    RLEsegm_blob_list_remove_blob(blob_new(), none);
+    EXPECT_EQ(RLEsegm_get_region(0, none), nullptr);
+    double sx = 7, sy = 7;
+    int lo = 0, hi = 0;
+    EXPECT_EQ(subregion_get_sumxsumy(0, 0, 0, 9, 9, &sx, &sy, none), 0);
+    EXPECT_EQ(vals(sx, sy), vals(0.0, 0.0));
+    EXPECT_EQ(subregion_get_sumx(0, 0, 0, 9, 9, none) + subregion_get_sumy(0, 0, 0, 9, 9, none), 0.0);
+    EXPECT_EQ(subregion_get_xlimit(0, 0, 0, 9, 9, &lo, &hi, none), -1);
+    EXPECT_EQ(subregion_get_ylimit(0, 0, 0, 9, 9, &lo, &hi, none), -1);
+    EXPECT_EQ(out.lines(), 25);
+    EXPECT_NE(out.text.find("RLEsegm_reset(): null segmenter; nothing done\n"), std::string::npos);
+}
+
+TEST(SegmenterLimits, MemoryCeilingRefusesTheFrameAndKeepsThePools)
+{
+    cv::Mat board(512, 512, CV_8UC1);
+    for (int y = 0; y < board.rows; ++y)
+        for (int x = 0; x < board.cols; ++x) board.at<uint8_t>(y, x) = (x + y) % 2 ? 255 : 0;
+    auto s = exact_segmenter(board.cols, board.rows);
+    RLEsegm_set_memory_ceiling(s, 64u << 20);
+    EXPECT_EQ(RLEsegm_get_memory_ceiling(s), 64u << 20);
+    const cv::Mat small = two_squares();
+    cv::Mat ordinary(board.size(), CV_8UC1, cv::Scalar(0));
+    small.copyTo(ordinary(cv::Rect(0, 0, small.cols, small.rows)));
+    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(ordinary, s).get()), 2);
+    const size_t segs = s->seg_pool.size(), regs = s->reg_pool.size();
+    {
+        CapturedMessages out;
+        EXPECT_EQ(RLEsegm_segmentKAP(board, s), nullptr);  // 131072 one-pixel regions
+        EXPECT_EQ(out.lines(), 1);
+        EXPECT_NE(out.text.find("above the memory ceiling of 67108864; nothing segmented"), std::string::npos)
+            << out.text;
+    }
+    EXPECT_EQ(vals(s->seg_pool.size(), s->reg_pool.size()), vals(segs, regs));
+    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(ordinary, s).get()), 2);  // nothing lost
+
+    // Without a ceiling the frame is segmented; the pool-full notice can be one counted line.
+    RLEsegm_set_memory_ceiling(s, 0);
+    RLEsegm_count_reused_blobs(s, true);
+    CapturedMessages out;
+    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(board, s).get()), 2000);
+    EXPECT_EQ(RLEsegm_get_reused_blobs(s), 131072 - 2000);
+    EXPECT_EQ(out.text, "RLEsegm_get_new_blob(): too many blobs !Last blob reused. (129072 times in this frame)\n");
+    RLEsegm_segmentKAP(ordinary, s);
+    EXPECT_EQ(RLEsegm_get_reused_blobs(s), 0);
+}
+
+TEST(SegmenterInput, SignedEightBitMasksAreReadAsBytes)
+{
+    const cv::Mat m = two_squares();
+    cv::Mat as_signed(m.size(), CV_8SC1, cv::Scalar(0));
+    as_signed.setTo(-5, m);  // negative bytes are foreground like any non-zero byte
+    auto s = exact_segmenter(m.cols, m.rows);
+    const std::shared_ptr<RLEblob> head = RLEsegm_segmentKAP(as_signed, s);
+    ASSERT_EQ(count_blobs(head.get()), 2);
+    EXPECT_EQ(head->npix + head->next->npix, 100 + 225);
+}
+
+TEST(Labelling, StartingAFrameSetsOnlyTheCurrentRow)
+{
+    const cv::Mat m = two_squares();
+    auto s = exact_segmenter(m.cols, m.rows);
+    s->RLEsegm_build_RLEimageKAP(m);
+    std::shared_ptr<segment> marker;
+    s->i2r->prev_runs = &marker;
+    s->i2r->prev_count = 77;
+    img2regs_init(s->i2r, s);
+    EXPECT_EQ(vals(s->i2r->prev_runs, s->i2r->prev_count, s->i2r->y, s->i2r->cur_count), vals(&marker, 77, 2, 1));
+}
+
+namespace {
+
+// Resident memory after returning freed memory to the system, as a host's
+// trim would. Under AddressSanitizer, whose allocator keeps freed blocks in
+// quarantine, the bytes allocated and not freed stand in for it.
+long resident_bytes()
+{
+#ifdef NERVA_TEST_UNDER_ASAN
+    return static_cast<long>(__sanitizer_get_current_allocated_bytes());
+#endif
+    malloc_trim(0);  // freed memory goes back to the system, as a host's trim would
+    long pages = 0, resident = 0;
+    FILE* f = std::fopen("/proc/self/statm", "r");
+    if (!f) return -1;
+    if (std::fscanf(f, "%ld %ld", &pages, &resident) != 2) resident = -1;
+    std::fclose(f);
+    return resident * sysconf(_SC_PAGESIZE);
+}
+
+// People-sized blobs at random places.
+void ordinary_frame(cv::Mat& m, std::mt19937& rng)
+{
+    m.setTo(0);
+    for (int i = 0; i < 25; ++i) {
+        const int w = 10 + static_cast<int>(rng() % 120), h = 20 + static_cast<int>(rng() % 300);
+        const int x = static_cast<int>(rng() % static_cast<unsigned>(m.cols - w));
+        const int y = static_cast<int>(rng() % static_cast<unsigned>(m.rows - h));
+        cv::ellipse(m, cv::Point(x + w / 2, y + h / 2), cv::Size(w / 2, h / 2), 0, 0, 360, cv::Scalar(255), -1);
+    }
+}
+
+// Dots in the top rows push 45 full-height stripes to region numbers that
+// change with k: every burst frame gives other pool regions a tall row index.
+void burst_frame(cv::Mat& m, int k)
+{
+    m.setTo(0);
+    const int dots = 1500 * k;
+    for (int i = 0; i < dots; ++i) m.at<uint8_t>(2 * (i / 960), 2 * (i % 960)) = 255;
+    for (int i = 0; i < 45; ++i) m(cv::Rect(40 * i + 5, 80, 3, m.rows - 80)).setTo(255);
+}
+
+}  // namespace
+
+TEST(SegmenterSoak, ResidentMemoryReturnsAfterABurstOfTallAndManyRegions)
+{
+    const int width = 1920, height = 1080;
+    auto s = exact_segmenter(width, height);
+    RLEsegm_count_reused_blobs(s, true);
+    CapturedMessages quiet;
+    cv::Mat m(height, width, CV_8UC1);
+    std::mt19937 rng(7);
+    for (int f = 0; f < 40; ++f) {
+        ordinary_frame(m, rng);
+        RLEsegm_segmentKAP(m, s);
+    }
+    const long before = resident_bytes();
+    for (int k = 0; k < 30; ++k) {
+        burst_frame(m, k);
+        EXPECT_GE(count_blobs(RLEsegm_segmentKAP(m, s).get()), 45);
+    }
+    for (int f = 0; f < 40; ++f) {
+        ordinary_frame(m, rng);
+        RLEsegm_segmentKAP(m, s);
+    }
+    const long after = resident_bytes();
+    ASSERT_GT(before, 0);
+    // Without trimming, 1350 regions would keep 1000-row indexes (about 23 MB).
+    EXPECT_LT(after - before, 8L << 20) << "before " << before << " after " << after;
+
+    // A repeated frame keeps every row index where it is (the first repeat
+    // may still trim what the frame before left).
+    ordinary_frame(m, rng);
+    RLEsegm_segmentKAP(m, s);
+    RLEsegm_segmentKAP(m, s);
+    std::vector<const void*> places;
+    for (int i = 0; i < s->nb_regs; ++i) places.push_back(s->reg_pool[static_cast<size_t>(i)]->reg_lines.data());
+    RLEsegm_segmentKAP(m, s);
+    for (int i = 0; i < s->nb_regs; ++i)
+        EXPECT_EQ(places[static_cast<size_t>(i)], s->reg_pool[static_cast<size_t>(i)]->reg_lines.data());
+}

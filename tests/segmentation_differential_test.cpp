@@ -90,6 +90,19 @@ cv::Mat blocky(std::mt19937& rng, int w, int h, double density)
     return m(cv::Rect(0, 0, w, h)).clone();
 }
 
+// Rows of 1-pixel stripes closed by bars with a few gaps: many merges per
+// row, holes closed left and right of regions absorbed in the same row.
+cv::Mat combs(std::mt19937& rng, int w, int h)
+{
+    cv::Mat m(h, w, CV_8UC1, cv::Scalar(0));
+    for (int y = 0; y < h; ++y) {
+        const bool bar = rng() % 3 == 0;
+        for (int x = 0; x < w; ++x)
+            m.at<uchar>(y, x) = (bar ? rng() % 16 != 0 : (x + y / 4) % 2 == 0 && rng() % 8 != 0) ? 255 : 0;
+    }
+    return m;
+}
+
 cv::Mat checkerboard(int w, int h, int cell)
 {
     cv::Mat m(h, w, CV_8UC1);
@@ -109,7 +122,7 @@ TEST(SegmentationDifferential, RandomMasksOfManySizesAndDensities)
         auto s = make_segmenter(w, h);  // reused over several frames
         for (int frame = 0; frame < 40; ++frame) {
             const double d = densities[rng() % 7];
-            cv::Mat mask = (frame % 2) ? blocky(rng, w, h, d) : speckled(rng, w, h, d);
+            cv::Mat mask = (frame % 5 == 4) ? combs(rng, w, h) : (frame % 2) ? blocky(rng, w, h, d) : speckled(rng, w, h, d);
             ASSERT_EQ(differs(mask, s), "") << w << "x" << h << " frame " << frame << " density " << d;
         }
     }
@@ -159,7 +172,7 @@ TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
             const auto [sx, sy] = steps_tried[(trial / 20) % 5];
             for (auto s : {driver, steps}) RLEsegm_set_steps(s, sx, sy);
         }
-        cv::Mat mask = (trial % 2) ? blocky(rng, w, h, 0.4) : speckled(rng, w, h, 0.3);
+        cv::Mat mask = (trial % 3 == 2) ? combs(rng, w, h) : (trial % 2) ? blocky(rng, w, h, 0.4) : speckled(rng, w, h, 0.3);
         const int x0 = static_cast<int>(rng() % w), y0 = static_cast<int>(rng() % h);
         const int x1 = x0 + static_cast<int>(rng() % (w - x0)), y1 = y0 + static_cast<int>(rng() % (h - y0));
         for (auto s : {driver, steps})

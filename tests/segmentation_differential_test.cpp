@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "nerva/nerva.h"
+#include "nerva/segmentation/internal/segmenter_internal.h"
 
 using namespace nerva;
 
@@ -223,5 +224,33 @@ TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
                                      at(a.prev_seg)};
         };
         EXPECT_EQ(state(steps), state(driver)) << "trial " << trial;
+    }
+}
+
+// Every run kernel this CPU can run (the widest is the one in use) finds the
+// runs a byte-by-byte scan finds, on rows of every length around the 64- and
+// 256-byte chunks, from any start column.
+TEST(SegmentationDifferential, EveryRunKernelThisCpuRunsFindsTheSameRuns)
+{
+    std::mt19937 rng(777);
+    const auto kernels = nerva::detail::row_runs_kernels();
+    for (int trial = 0; trial < 3000; ++trial) {
+        const int width = 1 + static_cast<int>(rng() % 700);
+        const int x0 = static_cast<int>(rng() % width);
+        const double density = (trial % 4 == 0) ? 0.002 : (trial % 4 == 1) ? 0.5 : (trial % 4 == 2) ? 0.97 : 0.05;
+        std::vector<uint8_t> row(static_cast<size_t>(width));
+        std::bernoulli_distribution fg(density);
+        for (auto& b : row) b = fg(rng) ? static_cast<uint8_t>(1 + rng() % 255) : 0;
+        std::vector<int32_t> expected;
+        for (int x = x0; x < width; ++x)
+            if (row[static_cast<size_t>(x)] && (x == x0 || !row[static_cast<size_t>(x) - 1])) expected.push_back(x);
+            else if (!row[static_cast<size_t>(x)] && x > x0 && row[static_cast<size_t>(x) - 1]) expected.push_back(x - 1);
+        if (expected.size() % 2) expected.push_back(width - 1);
+        for (size_t k = 0; k < kernels.size(); ++k) {
+            std::vector<int32_t> bounds(static_cast<size_t>(width - x0) + 2, -7);
+            const int32_t n = kernels[k](row.data(), x0, width, bounds.data());
+            bounds.resize(static_cast<size_t>(2 * n));
+            ASSERT_EQ(bounds, expected) << "kernel " << k << " width " << width << " from " << x0;
+        }
     }
 }

@@ -1,8 +1,13 @@
 #include "masks.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <random>
 
+#include <opencv2/imgcodecs.hpp>
+
 #include <opencv2/imgproc.hpp>
+#include <opencv2/video/background_segm.hpp>
 #include <opencv2/videoio.hpp>
 
 #include "foreground.h"
@@ -63,4 +68,44 @@ std::vector<cv::Mat> salt_masks(cv::Size size, double density, int count, unsign
         out.push_back(noise < density);
     }
     return out;
+}
+
+std::vector<cv::Mat> mog2_masks(const std::string& path, int stride, int max_frames)
+{
+    std::vector<cv::Mat> out;
+    cv::VideoCapture video(path, cv::CAP_FFMPEG);
+    if (!video.isOpened()) return out;
+    cv::Ptr<cv::BackgroundSubtractorMOG2> mog2 = cv::createBackgroundSubtractorMOG2();
+    cv::Mat frame, fg;
+    for (int i = 0; video.read(frame) && (max_frames <= 0 || i < max_frames); ++i) {
+        mog2->apply(frame, fg);
+        if (i % stride == 0) out.push_back(fg == 255);  // shadows are 127
+    }
+    return out;
+}
+
+std::vector<cv::Mat> texture_masks(const std::vector<std::string>& paths, cv::Size size)
+{
+    std::vector<cv::Mat> out;
+    for (const std::string& p : paths) {
+        cv::Mat grey = cv::imread(p, cv::IMREAD_GRAYSCALE);
+        if (grey.empty()) continue;
+        cv::resize(grey, grey, size, 0, 0, cv::INTER_LINEAR);
+        cv::Mat m;
+        cv::adaptiveThreshold(grey, m, 255, cv::ADAPTIVE_THRESH_MEAN_C, cv::THRESH_BINARY, 15, 2);
+        out.push_back(m);
+    }
+    return out;
+}
+
+cv::Mat comb_mask(cv::Size size, int stripe_rows)
+{
+    cv::Mat m(size, CV_8UC1, cv::Scalar(0));
+    for (int y = 0; y < size.height; ++y) {
+        uint8_t* row = m.ptr<uint8_t>(y);
+        if ((y + 1) % (stripe_rows + 1) == 0) std::fill_n(row, size.width, uint8_t{255});
+        else
+            for (int x = 0; x < size.width; x += 2) row[x] = 255;
+    }
+    return m;
 }

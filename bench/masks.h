@@ -25,3 +25,17 @@ std::vector<cv::Mat> blobby_masks(cv::Size size, double fraction, int count, uns
 
 // Isolated foreground pixels at the given density.
 std::vector<cv::Mat> salt_masks(cv::Size size, double density, int count, unsigned seed);
+
+// Foreground of OpenCV's MOG2 background subtractor (its defaults), shadows
+// dropped, no clean-up, every `stride`-th frame of at most `max_frames`
+// (0: all): noisy masks of busy scenes. Empty if the video is missing.
+std::vector<cv::Mat> mog2_masks(const std::string& path, int stride, int max_frames);
+
+// Pictures thresholded against their local mean (textures: a run every few
+// pixels), at `size`; missing pictures are skipped.
+std::vector<cv::Mat> texture_masks(const std::vector<std::string>& paths, cv::Size size);
+
+// The worst shape for labellers that relabel on every merge: rows of
+// 1-pixel-wide vertical stripes, one column apart, `stripe_rows` high, each
+// closed by a full bar below, repeated down the frame.
+cv::Mat comb_mask(cv::Size size, int stripe_rows);

@@ -189,6 +189,21 @@ int main(int argc, char** argv)
         for (size_t i = 0; i < real.size(); i += 16) every16.push_back(real[i]);
         register_input({"vtest 3840x2160", scaled(every16, {3840, 2160})});
     }
+    // Noisy masks: MOG2 foreground of busy scenes, thresholded textures.
+    const std::string data = path.substr(0, path.find_last_of('/') + 1);
+    register_input({"vtest MOG2 768x576", mog2_masks(path, quick ? 4 : 1, quick ? 400 : 0)});
+    if (!quick) {
+        register_input({"tree MOG2", mog2_masks(data + "tree.avi", 1, 0)});
+        register_input({"Megamind MOG2", mog2_masks(data + "Megamind.avi", 1, 0)});
+    }
+    register_input({"textures 1920x1080",
+                    texture_masks({data + "building.jpg", data + "baboon.jpg", data + "fruits.jpg",
+                                   data + "starry_night.jpg", data + "board.jpg", data + "home.jpg"},
+                                  {1920, 1080})});
+    // The worst shapes: combs, whose merges once rescanned the rest of the row.
+    register_input({"comb 1920x1080", {comb_mask({1920, 1080}, 3), comb_mask({1920, 1080}, 1)}});
+    register_input({"comb 16384x60", {comb_mask({16384, 60}, 3), comb_mask({16384, 60}, 1)}});
+
     const cv::Size sizes[] = {{640, 480}, {1920, 1080}, {3840, 2160}};
     for (const cv::Size& size : sizes) {
         if (quick && size.width > 640) break;

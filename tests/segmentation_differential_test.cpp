@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "nerva/nerva.h"
+#include "nerva/segmentation/internal/segmenter_internal.h"
 
 using namespace nerva;
 
@@ -90,6 +91,19 @@ cv::Mat blocky(std::mt19937& rng, int w, int h, double density)
     return m(cv::Rect(0, 0, w, h)).clone();
 }
 
+// Rows of 1-pixel stripes closed by bars with a few gaps: many merges per
+// row, holes closed left and right of regions absorbed in the same row.
+cv::Mat combs(std::mt19937& rng, int w, int h)
+{
+    cv::Mat m(h, w, CV_8UC1, cv::Scalar(0));
+    for (int y = 0; y < h; ++y) {
+        const bool bar = rng() % 3 == 0;
+        for (int x = 0; x < w; ++x)
+            m.at<uchar>(y, x) = (bar ? rng() % 16 != 0 : (x + y / 4) % 2 == 0 && rng() % 8 != 0) ? 255 : 0;
+    }
+    return m;
+}
+
 cv::Mat checkerboard(int w, int h, int cell)
 {
     cv::Mat m(h, w, CV_8UC1);
@@ -109,7 +123,7 @@ TEST(SegmentationDifferential, RandomMasksOfManySizesAndDensities)
         auto s = make_segmenter(w, h);  // reused over several frames
         for (int frame = 0; frame < 40; ++frame) {
             const double d = densities[rng() % 7];
-            cv::Mat mask = (frame % 2) ? blocky(rng, w, h, d) : speckled(rng, w, h, d);
+            cv::Mat mask = (frame % 5 == 4) ? combs(rng, w, h) : (frame % 2) ? blocky(rng, w, h, d) : speckled(rng, w, h, d);
             ASSERT_EQ(differs(mask, s), "") << w << "x" << h << " frame " << frame << " density " << d;
         }
     }
@@ -159,7 +173,7 @@ TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
             const auto [sx, sy] = steps_tried[(trial / 20) % 5];
             for (auto s : {driver, steps}) RLEsegm_set_steps(s, sx, sy);
         }
-        cv::Mat mask = (trial % 2) ? blocky(rng, w, h, 0.4) : speckled(rng, w, h, 0.3);
+        cv::Mat mask = (trial % 3 == 2) ? combs(rng, w, h) : (trial % 2) ? blocky(rng, w, h, 0.4) : speckled(rng, w, h, 0.3);
         const int x0 = static_cast<int>(rng() % w), y0 = static_cast<int>(rng() % h);
         const int x1 = x0 + static_cast<int>(rng() % (w - x0)), y1 = y0 + static_cast<int>(rng() % (h - y0));
         for (auto s : {driver, steps})
@@ -210,5 +224,33 @@ TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
                                      at(a.prev_seg)};
         };
         EXPECT_EQ(state(steps), state(driver)) << "trial " << trial;
+    }
+}
+
+// Every run kernel this CPU can run (the widest is the one in use) finds the
+// runs a byte-by-byte scan finds, on rows of every length around the 64- and
+// 256-byte chunks, from any start column.
+TEST(SegmentationDifferential, EveryRunKernelThisCpuRunsFindsTheSameRuns)
+{
+    std::mt19937 rng(777);
+    const auto kernels = nerva::detail::row_runs_kernels();
+    for (int trial = 0; trial < 3000; ++trial) {
+        const int width = 1 + static_cast<int>(rng() % 700);
+        const int x0 = static_cast<int>(rng() % width);
+        const double density = (trial % 4 == 0) ? 0.002 : (trial % 4 == 1) ? 0.5 : (trial % 4 == 2) ? 0.97 : 0.05;
+        std::vector<uint8_t> row(static_cast<size_t>(width));
+        std::bernoulli_distribution fg(density);
+        for (auto& b : row) b = fg(rng) ? static_cast<uint8_t>(1 + rng() % 255) : 0;
+        std::vector<int32_t> expected;
+        for (int x = x0; x < width; ++x)
+            if (row[static_cast<size_t>(x)] && (x == x0 || !row[static_cast<size_t>(x) - 1])) expected.push_back(x);
+            else if (!row[static_cast<size_t>(x)] && x > x0 && row[static_cast<size_t>(x) - 1]) expected.push_back(x - 1);
+        if (expected.size() % 2) expected.push_back(width - 1);
+        for (size_t k = 0; k < kernels.size(); ++k) {
+            std::vector<int32_t> bounds(static_cast<size_t>(width - x0) + 2, -7);
+            const int32_t n = kernels[k](row.data(), x0, width, bounds.data());
+            bounds.resize(static_cast<size_t>(2 * n));
+            ASSERT_EQ(bounds, expected) << "kernel " << k << " width " << width << " from " << x0;
+        }
     }
 }

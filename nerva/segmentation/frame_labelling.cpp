@@ -20,6 +20,7 @@ constexpr int32_t kNone = -1;
 // segment pool.
 struct IndexOwners {
     using handle = int32_t;
+    static constexpr bool union_find = true;
 
     MV_RLEsegm* segm;
     LabelScratch* scratch;

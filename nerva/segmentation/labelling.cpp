@@ -13,6 +13,7 @@ namespace {
 
 struct SharedOwners {
     using handle = std::shared_ptr<region>;
+    static constexpr bool union_find = false;  // a host sees every relabelling
 
     img2regs& state;
     MV_RLEsegm* segm;

@@ -10,6 +10,10 @@
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
+#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+#include <immintrin.h>
+#define NERVA_X86_DISPATCH 1
+#endif
 
 #include "nerva/segmentation/internal/pool_blocks.h"
 #include "nerva/segmentation/internal/segmenter_internal.h"
@@ -25,53 +29,95 @@ inline uint64_t load8(const uint8_t* p)
     return v;
 }
 
-// Bit i set when byte i of the 16 at p is zero.
+// What the row kernels need from an instruction set: the foreground bits of
+// 64 bytes (bit i set when byte i is non-zero) and whether 256 bytes hold any
+// foreground. The library is built for the baseline only; AVX2 is used on
+// CPUs that have it, chosen at run time (see row_runs below). An AVX-512BW
+// kernel (one vptestmb per 64 bytes) measured slower than both on the vtest
+// masks (extraction 35 us against 29 us per frame), so there is none.
+struct BaselineIsa {
 #if defined(__SSE2__)
-inline unsigned zero_bytes16(const uint8_t* p)
-{
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_setzero_si128())));
-}
-#endif
-
-// First x in [x, end) whose byte is non-zero, or end. Sixteen (or eight)
-// bytes at a time over long empty stretches.
-inline int next_foreground(const uint8_t* row, int x, int end)
-{
-#if defined(__SSE2__)
-    // Masks are mostly background: skip 256, then 64 empty bytes per test,
-    // with many independent loads in flight.
-    const __m128i zero = _mm_setzero_si128();
-    // Runs often follow each other closely: look at the next 16 bytes first.
-    if (x + 16 <= end) {
-        const unsigned nonzero = ~zero_bytes16(row + x) & 0xFFFFu;
-        if (nonzero) return x + __builtin_ctz(nonzero);
-        x += 16;
+    // Bit i set when byte i of the 16 at p is zero.
+    static unsigned zero_bytes16(const uint8_t* p)
+    {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_setzero_si128())));
     }
-    while (x + 256 <= end) {
-        const __m128i* p = reinterpret_cast<const __m128i*>(row + x);
+    static uint64_t bits64(const uint8_t* p)
+    {
+        const uint64_t z0 = zero_bytes16(p), z1 = zero_bytes16(p + 16), z2 = zero_bytes16(p + 32),
+                       z3 = zero_bytes16(p + 48);
+        return ~(z0 | (z1 << 16) | (z2 << 32) | (z3 << 48));
+    }
+    // Many independent loads in flight: the empty stretches come from memory.
+    static bool any256(const uint8_t* q)
+    {
+        const __m128i* p = reinterpret_cast<const __m128i*>(q);
         __m128i a = _mm_or_si128(_mm_loadu_si128(p), _mm_loadu_si128(p + 1));
         __m128i b = _mm_or_si128(_mm_loadu_si128(p + 2), _mm_loadu_si128(p + 3));
         for (int i = 4; i < 16; i += 4) {
             a = _mm_or_si128(a, _mm_or_si128(_mm_loadu_si128(p + i), _mm_loadu_si128(p + i + 1)));
             b = _mm_or_si128(b, _mm_or_si128(_mm_loadu_si128(p + i + 2), _mm_loadu_si128(p + i + 3)));
         }
-        if (_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_or_si128(a, b), zero)) != 0xFFFF) break;
-        x += 256;
+        return _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_or_si128(a, b), _mm_setzero_si128())) != 0xFFFF;
     }
-    while (x + 64 <= end) {
-        const __m128i* p = reinterpret_cast<const __m128i*>(row + x);
-        const __m128i any = _mm_or_si128(_mm_or_si128(_mm_loadu_si128(p), _mm_loadu_si128(p + 1)),
-                                         _mm_or_si128(_mm_loadu_si128(p + 2), _mm_loadu_si128(p + 3)));
-        if (_mm_movemask_epi8(_mm_cmpeq_epi8(any, zero)) != 0xFFFF) break;
-        x += 64;
+#else
+    static uint64_t bits64(const uint8_t* p)
+    {
+        uint64_t bits = 0;
+        for (int i = 0; i < 64; ++i) bits |= uint64_t{p[i] != 0} << i;
+        return bits;
     }
-    while (x + 16 <= end) {
-        const unsigned nonzero = ~zero_bytes16(row + x) & 0xFFFFu;
-        if (nonzero) return x + __builtin_ctz(nonzero);
-        x += 16;
+    static bool any256(const uint8_t* p)
+    {
+        uint64_t any = 0;
+        for (int i = 0; i < 256; i += 8) any |= load8(p + i);
+        return any != 0;
     }
 #endif
+};
+
+#if defined(NERVA_X86_DISPATCH)
+struct Avx2Isa {
+    __attribute__((target("avx2"))) static uint64_t bits64(const uint8_t* p)
+    {
+        const __m256i zero = _mm256_setzero_si256();
+        const uint32_t z0 = static_cast<uint32_t>(
+            _mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)), zero)));
+        const uint32_t z1 = static_cast<uint32_t>(_mm256_movemask_epi8(
+            _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 32)), zero)));
+        return ~(uint64_t{z0} | (uint64_t{z1} << 32));
+    }
+    __attribute__((target("avx2"))) static bool any256(const uint8_t* q)
+    {
+        const __m256i* p = reinterpret_cast<const __m256i*>(q);
+        const __m256i a = _mm256_or_si256(_mm256_or_si256(_mm256_loadu_si256(p), _mm256_loadu_si256(p + 1)),
+                                          _mm256_or_si256(_mm256_loadu_si256(p + 2), _mm256_loadu_si256(p + 3)));
+        const __m256i b = _mm256_or_si256(_mm256_or_si256(_mm256_loadu_si256(p + 4), _mm256_loadu_si256(p + 5)),
+                                          _mm256_or_si256(_mm256_loadu_si256(p + 6), _mm256_loadu_si256(p + 7)));
+        const __m256i any = _mm256_or_si256(a, b);
+        return !_mm256_testz_si256(any, any);
+    }
+};
+#endif
+
+// First x in [x, end) whose byte is non-zero, or end. Masks are mostly
+// background: one 64-byte look (runs often follow each other closely), then
+// 256 empty bytes per test.
+template <class Isa>
+inline int next_foreground(const uint8_t* row, int x, int end)
+{
+    if (x + 64 <= end) {
+        const uint64_t fg = Isa::bits64(row + x);
+        if (fg) return x + __builtin_ctzll(fg);
+        x += 64;
+    }
+    while (x + 256 <= end && !Isa::any256(row + x)) x += 256;
+    while (x + 64 <= end) {
+        const uint64_t fg = Isa::bits64(row + x);
+        if (fg) return x + __builtin_ctzll(fg);
+        x += 64;
+    }
     while (x + 8 <= end) {
         const uint64_t v = load8(row + x);
         if (v) return x + (__builtin_ctzll(v) >> 3);
@@ -81,59 +127,75 @@ inline int next_foreground(const uint8_t* row, int x, int end)
     return x;
 }
 
-#if defined(__SSE2__)
-// Bit i set when byte i of the 64 at p is non-zero.
-inline uint64_t foreground_bits64(const uint8_t* p)
+// The maximal runs of non-zero bytes of [x, end), left to right, as
+// contiguous (first, last) pairs in `bounds`; returns how many. Runs are
+// found from the bit masks of 64-byte chunks: a run boundary is a bit where
+// the mask changes, and with the boundaries counted in `k` (a run is open
+// while k is odd) each one is stored without a branch: a start at its
+// column, an end one column before. Empty stretches are skipped 256 bytes at
+// a time. `bounds` holds at least end - x + 2 entries.
+template <class Isa>
+inline int32_t find_runs(const uint8_t* row, int x, int end, int32_t* bounds)
 {
-    const uint64_t z0 = zero_bytes16(p), z1 = zero_bytes16(p + 16), z2 = zero_bytes16(p + 32),
-                   z3 = zero_bytes16(p + 48);
-    return ~(z0 | (z1 << 16) | (z2 << 32) | (z3 << 48));
-}
-#endif
-
-// Calls run(first, last) for every maximal run of non-zero bytes in
-// [x, end), left to right. Runs are found from the bit masks of 64-byte
-// chunks: the run boundaries are the bits where the mask changes, taken one
-// by one, so the loop branches once per boundary instead of once per byte
-// test, and empty stretches are skipped 256 bytes at a time.
-template <class Run>
-inline void for_each_foreground_run(const uint8_t* row, int x, int end, Run&& run)
-{
-    int open_at = -1;  // first column of the run in progress, -1 when none
-#if defined(__SSE2__)
+    int32_t k = 0;
     while (x + 64 <= end) {
-        if (open_at < 0) {
-            const int skipped = next_foreground(row, x, end);
+        if (!(k & 1)) {
+            const int skipped = next_foreground<Isa>(row, x, end);
             // Keep chunks on the same 64-byte grid as before the skip.
             x += (skipped - x) & ~63;
             if (x + 64 > end) break;
         }
-        const uint64_t fg = foreground_bits64(row + x);
+        const uint64_t fg = Isa::bits64(row + x);
         // Bit i: the foreground state changes between column x+i-1 and x+i.
-        uint64_t edges = fg ^ ((fg << 1) | (open_at >= 0 ? 1u : 0u));
+        uint64_t edges = fg ^ ((fg << 1) | static_cast<uint64_t>(k & 1));
         while (edges) {
-            const int at = x + __builtin_ctzll(edges);
+            bounds[k] = x + __builtin_ctzll(edges) - (k & 1);
+            ++k;
             edges &= edges - 1;
-            if (open_at < 0) {
-                open_at = at;
-            } else {
-                run(open_at, at - 1);
-                open_at = -1;
-            }
         }
         x += 64;
     }
-#endif
     for (; x < end; ++x) {
-        if (row[x]) {
-            if (open_at < 0) open_at = x;
-        } else if (open_at >= 0) {
-            run(open_at, x - 1);
-            open_at = -1;
+        if ((row[x] != 0) != static_cast<bool>(k & 1)) {
+            bounds[k] = x - (k & 1);
+            ++k;
         }
     }
-    if (open_at >= 0) run(open_at, end - 1);
+    if (k & 1) bounds[k++] = end - 1;
+    return k / 2;
 }
+
+int32_t row_runs_baseline(const uint8_t* row, int x, int end, int32_t* bounds)
+{
+    return find_runs<BaselineIsa>(row, x, end, bounds);
+}
+
+#if defined(NERVA_X86_DISPATCH)
+// `flatten` inlines the kernel and its instruction-set primitives into this
+// entry point, which alone is compiled for AVX2.
+__attribute__((target("avx2"), flatten)) int32_t row_runs_avx2(const uint8_t* row, int x, int end, int32_t* bounds)
+{
+    return find_runs<Avx2Isa>(row, x, end, bounds);
+}
+#endif
+
+}  // namespace
+
+std::vector<detail::RowRunsKernel> detail::row_runs_kernels()
+{
+    std::vector<RowRunsKernel> kernels;
+#if defined(NERVA_X86_DISPATCH)
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("avx2")) kernels.push_back(row_runs_avx2);
+#endif
+    kernels.push_back(row_runs_baseline);
+    return kernels;
+}
+
+namespace {
+
+// The widest kernel this CPU runs, chosen once.
+const detail::RowRunsKernel row_runs = detail::row_runs_kernels().front();
 
 // Bit i of bits[step] is set when i is a multiple of step (steps 1 to 32).
 struct EveryStepBits {
@@ -171,7 +233,8 @@ inline void for_each_sampled_run(const uint8_t* row, int32_t xmin, int32_t xmax,
         int32_t phase = 0;  // offset in the chunk of its first sample
         while (chunk + 64 <= end) {
             if (!open) {
-                const int64_t skipped = next_foreground(row, static_cast<int>(chunk), static_cast<int>(end));
+                const int64_t skipped =
+                    next_foreground<BaselineIsa>(row, static_cast<int>(chunk), static_cast<int>(end));
                 const int64_t jump = (skipped - chunk) & ~int64_t{63};
                 if (jump) {
                     chunk += jump;
@@ -181,7 +244,7 @@ inline void for_each_sampled_run(const uint8_t* row, int32_t xmin, int32_t xmax,
                 }
             }
             const uint64_t samples = every_step << phase;
-            const uint64_t fg = foreground_bits64(row + chunk) & samples;
+            const uint64_t fg = BaselineIsa::bits64(row + chunk) & samples;
             // The sample before the chunk's first one is the last of the chunk before.
             const uint64_t before = (fg << step) | (open ? uint64_t{1} << phase : 0);
             uint64_t edges = (fg ^ before) & samples;
@@ -266,19 +329,31 @@ void detail::extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask, Extractio
     const bool reset_owners = mode == ExtractionMode::checked;
     int32_t runs = 0;
 
-    auto store_run = [&](int32_t x_start, int32_t x_end) {
-        ensure_segment_slot(segm, segm.nb_segs);
-        segment& seg = *segm.seg_pool[static_cast<size_t>(segm.nb_segs++)];
-        seg.x_start = x_start;
-        seg.x_end = x_end;
-        if (reset_owners) seg.owner.reset();
-        ++runs;
-    };
-
     if (segm.step_x == 1) {
-        for_each_foreground_run(row, segm.roi_xmin, segm.roi_xmax + 1, store_run);
+        // Runs as plain column pairs first, then the segment records.
+        std::vector<int32_t>& bounds = segm.work->run_bounds;
+        const size_t needed = static_cast<size_t>(segm.roi_xmax - segm.roi_xmin) + 3;
+        if (bounds.size() < needed) bounds.resize(needed);
+        runs = row_runs(row, segm.roi_xmin, segm.roi_xmax + 1, bounds.data());
+        if (runs > 0) ensure_segment_slot(segm, segm.nb_segs + runs - 1);
+        const int32_t* b = bounds.data();
+        std::shared_ptr<segment>* slots = segm.seg_pool.data() + segm.nb_segs;
+        for (int32_t i = 0; i < runs; ++i) {
+            segment& seg = *slots[i];
+            seg.x_start = b[2 * i];
+            seg.x_end = b[2 * i + 1];
+            if (reset_owners) seg.owner.reset();
+        }
+        segm.nb_segs += runs;
     } else {
-        for_each_sampled_run(row, segm.roi_xmin, segm.roi_xmax, segm.step_x, store_run);
+        for_each_sampled_run(row, segm.roi_xmin, segm.roi_xmax, segm.step_x, [&](int32_t x_start, int32_t x_end) {
+            ensure_segment_slot(segm, segm.nb_segs);
+            segment& seg = *segm.seg_pool[static_cast<size_t>(segm.nb_segs++)];
+            seg.x_start = x_start;
+            seg.x_end = x_end;
+            if (reset_owners) seg.owner.reset();
+            ++runs;
+        });
     }
     line.nb_segs = runs;
 }

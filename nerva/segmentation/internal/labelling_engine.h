@@ -28,6 +28,30 @@
 //   handle first(), last(), next(r)          walks that chain
 //   handle absorber(r) / set_absorber(r, s)
 //   handle hole(r) / set_hole(r, other)
+//   static constexpr bool union_find       see below
+//
+// With `union_find` false a merge relabels, there and then, every run of the
+// two rows that the sweep may still read (replace): the literal rule, and
+// what a host stepping through img2regs_* observes. With it true, the
+// absorber links are a union-find forest instead: a merge writes one link,
+// the owner of a run under a cursor is found by following the links (with
+// path halving), and a previous-row run's owner is resolved once, as the
+// cursor leaves it. The two give the same final state, since
+//   - every owner the literal sweep reads under a cursor is a root, which is
+//     what the search returns, and the union keeps the same survivor (the
+//     lower ident); absorbed regions keep the statistics they were frozen
+//     with;
+//   - the owner the literal sweep reads just left of the previous-row cursor
+//     (for a hole) is the root as it stood when the cursor left that run,
+//     which is what is written there as it leaves;
+//   - pass 2 points every run and every absorbed region at the root of its
+//     chain, and the roots are the same whatever the shape of the chains.
+// The first non-empty row paired with itself keeps the literal rule: there
+// the current row's relabelling also reaches runs left of the previous-row
+// cursor. Merges there are impossible for well-formed runs anyway, so this
+// costs nothing. Time is then linear in the number of runs, where replace
+// rescans the rest of both rows on every merge (a row of stripes closed by a
+// bar below costs the square of the number of stripes).
 #include <cstdint>
 #include <memory>
 
@@ -117,6 +141,7 @@ public:
     void initstep()
     {
         load_row(y);
+        self_pair_ = prev_runs == cur_runs && prev_count == cur_count;
         if (prev_count == 0 && cur_count > 0) open_regions_for_row();
         cur_idx = -1;
         prev_idx = -1;
@@ -175,8 +200,8 @@ public:
     //       first run).
     void fusion()
     {
-        const handle rc = store.owner(cur_slot);
-        const handle rp = store.owner(prev_slot);
+        const handle rc = find(store.owner(cur_slot));
+        const handle rp = find(store.owner(prev_slot));
         if (!Owners::exists(rc)) {
             region_add_run(store.stats(rp), cur->x_start, cur->x_end, y);
             store.set_owner(cur_slot, rp);
@@ -186,7 +211,7 @@ public:
             const handle absorbed = current_survives ? rp : rc;
             region_merge_stats(store.stats(survivor), store.stats(absorbed));
             store.set_absorber(absorbed, survivor);
-            replace(absorbed, survivor);
+            if (!Owners::union_find || self_pair_) replace(absorbed, survivor);
         } else if (prev_idx != 0) {
             const handle left = store.owner(prev_runs + prev_idx - 1);
             if (Owners::exists(left)) {
@@ -230,6 +255,13 @@ public:
     // under the cursor once the row is used up).
     void avanp()
     {
+        if (Owners::union_find && prev_idx >= 0 && prev_idx < prev_count) {
+            const handle reg = store.owner(prev_slot);
+            if (Owners::exists(reg)) {
+                const handle survivor = find(reg);
+                if (survivor != reg) store.set_owner(prev_slot, survivor);
+            }
+        }
         ++prev_idx;
         if (prev_idx < prev_count) {
             prev_slot = &prev_runs[prev_idx];
@@ -298,6 +330,21 @@ private:
         for (int32_t k = 0; k < cur_count; ++k) new_region(cur_runs[k]->x_start, &cur_runs[k]);
     }
 
+    // The survivor a run labelled `reg` belongs to now, halving the path on
+    // the way (union-find only; the literal sweep keeps owners current).
+    handle find(handle reg)
+    {
+        if (!Owners::union_find || !Owners::exists(reg)) return reg;
+        for (;;) {
+            const handle up = store.absorber(reg);
+            if (!Owners::exists(up)) return reg;
+            const handle upper = store.absorber(up);
+            if (!Owners::exists(upper)) return up;
+            store.set_absorber(reg, upper);
+            reg = upper;
+        }
+    }
+
     handle root(handle reg)
     {
         for (handle up = store.absorber(reg); Owners::exists(up); up = store.absorber(reg)) reg = up;
@@ -314,6 +361,7 @@ private:
     RunSlot* prev_runs;
     int32_t cur_count, prev_count;
     int32_t cur_idx, prev_idx;
+    bool self_pair_ = false;  // the first non-empty row, paired with itself
     // The runs under the cursors, and the slots their shared pointers live in
     // (the record's own cur_seg and prev_seg until the cursor moves).
     segment* cur;

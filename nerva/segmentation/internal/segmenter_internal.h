@@ -36,6 +36,9 @@ struct LabelScratch {
 struct SegmenterWork {
     RegionLineArena region_lines;
     LabelScratch labels;
+    // One row's run boundaries, (first, last) column pairs, as extraction
+    // finds them.
+    std::vector<int32_t> run_bounds;
     // Blob records released by pool trimming, kept for the next pool growth,
     // so that no frame allocates a blob once the largest frame was seen.
     std::vector<std::shared_ptr<RLEblob>> spare_blobs;
@@ -94,6 +97,15 @@ void report_reused_blobs(MV_RLEsegm& segm, int32_t count);
 void extract_frame(MV_RLEsegm& segm, const cv::Mat& mask, ExtractionMode mode);
 // Extracts the runs of row y into line y (MV_RLEsegm::RLEsegm_build_RLElineKAP).
 void extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask, ExtractionMode mode);
+
+// Finds the maximal runs of non-zero bytes of row[x, end) and stores them as
+// (first, last) column pairs in `bounds` (end - x + 2 entries at least);
+// returns how many.
+using RowRunsKernel = int32_t (*)(const uint8_t* row, int x, int end, int32_t* bounds);
+
+// The run kernels this CPU can run, widest instruction set first (the first
+// is the one extraction uses; the others are there to be compared with it).
+std::vector<RowRunsKernel> row_runs_kernels();
 
 // Labels the runs of the current frame exactly as img2regs_init,
 // img2regs_exec over the rows of interest and img2regs_pass2 would, leaving

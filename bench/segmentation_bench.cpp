@@ -42,17 +42,15 @@ std::vector<Contender> contenders()
             auto s = std::make_shared<nerva::MV_RLEsegm>();
             nerva::RLEsegm_init_privateKAP(s, 0, size.width - 1, 0, size.height - 1, size.width, size.height);
             nerva::RLEsegm_set_steps(s, sx, sy);
-            return std::function<void(const cv::Mat&)>([s](const cv::Mat& m) {
-                benchmark::DoNotOptimize(nerva::RLEsegm_segmentKAP(m, s).get());
-            });
+            return std::function<void(const cv::Mat&)>(
+                [s](const cv::Mat& m) { benchmark::DoNotOptimize(nerva::RLEsegm_segmentKAP(m, s).get()); });
         };
     };
     c.push_back({"nerva 1,1", nerva_with_steps(1, 1)});
     c.push_back({"nerva 4,2", nerva_with_steps(4, 2)});
-    const std::pair<const char*, int> algorithms[] = {{"SAUF", cv::CCL_SAUF},       {"BBDT", cv::CCL_BBDT},
-                                                      {"Spaghetti", cv::CCL_SPAGHETTI}, {"WU", cv::CCL_WU},
-                                                      {"GRANA", cv::CCL_GRANA},     {"BOLELLI", cv::CCL_BOLELLI},
-                                                      {"DEFAULT", cv::CCL_DEFAULT}};
+    const std::pair<const char*, int> algorithms[] = {
+        {"SAUF", cv::CCL_SAUF},   {"BBDT", cv::CCL_BBDT},       {"Spaghetti", cv::CCL_SPAGHETTI}, {"WU", cv::CCL_WU},
+        {"GRANA", cv::CCL_GRANA}, {"BOLELLI", cv::CCL_BOLELLI}, {"DEFAULT", cv::CCL_DEFAULT}};
     auto opencv = [](int connectivity, int algorithm) {
         return [connectivity, algorithm](cv::Size) {
             auto buffers = std::make_shared<std::vector<cv::Mat>>(3);
@@ -152,9 +150,10 @@ void print_tables()
         std::printf("### %s", input.c_str());
         if (repetitions > 1) std::printf(" (median of %zu repetitions)", repetitions);
         std::printf("\n\n");
-        std::printf("| contender | time/frame (us) | fastest cv4 (%s) / this | cv8 / this | this / countNonZero | "
-                    "allocs/frame |\n|---|---:|---:|---:|---:|---:|\n",
-                    best4.c_str());
+        std::printf(
+            "| contender | time/frame (us) | fastest cv4 (%s) / this | cv8 / this | this / countNonZero | "
+            "allocs/frame |\n|---|---:|---:|---:|---:|---:|\n",
+            best4.c_str());
         for (auto& [name, t] : time)
             std::printf("| %s | %.1f | %.2f | %.2f | %.2f | %.2f |\n", name.c_str(), t / 1e3, cv4 / t, cv8 / t,
                         t / read, g_results[input][name].allocs_per_frame);
@@ -196,10 +195,10 @@ int main(int argc, char** argv)
         register_input({"tree MOG2", mog2_masks(data + "tree.avi", 1, 0)});
         register_input({"Megamind MOG2", mog2_masks(data + "Megamind.avi", 1, 0)});
     }
-    register_input({"textures 1920x1080",
-                    texture_masks({data + "building.jpg", data + "baboon.jpg", data + "fruits.jpg",
-                                   data + "starry_night.jpg", data + "board.jpg", data + "home.jpg"},
-                                  {1920, 1080})});
+    register_input(
+        {"textures 1920x1080", texture_masks({data + "building.jpg", data + "baboon.jpg", data + "fruits.jpg",
+                                              data + "starry_night.jpg", data + "board.jpg", data + "home.jpg"},
+                                             {1920, 1080})});
     // The worst shapes: combs, whose merges once rescanned the rest of the row.
     register_input({"comb 1920x1080", {comb_mask({1920, 1080}, 3), comb_mask({1920, 1080}, 1)}});
     register_input({"comb 16384x60", {comb_mask({16384, 60}, 3), comb_mask({16384, 60}, 1)}});
@@ -209,8 +208,8 @@ int main(int argc, char** argv)
         if (quick && size.width > 640) break;
         const std::string dims = std::to_string(size.width) + "x" + std::to_string(size.height);
         for (double f : {0.01, 0.05, 0.20, 0.50})
-            register_input({"blobby " + std::to_string(static_cast<int>(f * 100)) + "% " + dims,
-                            blobby_masks(size, f, synth, 1)});
+            register_input(
+                {"blobby " + std::to_string(static_cast<int>(f * 100)) + "% " + dims, blobby_masks(size, f, synth, 1)});
         register_input({"salt 1% " + dims, salt_masks(size, 0.01, synth, 2)});
     }
 

@@ -20,12 +20,12 @@ namespace {
 
 // The detailed form's flags, in the order it lists them.
 const std::pair<uint32_t, const char*> kTokens[] = {
-    {0x1, "CAM_BOT"},        {0x2, "CAM_TOP"},        {0x4, "CAM_LEF"},        {0x8, "CAM_RIG"},
-    {0x2000000, "AOI_OUT"},  {0x4000000, "AOI_REI"},  {0x10, "OBJ_BOT"},       {0x20, "OBJ_TOP"},
-    {0x8000000, "OBJ_ONT"},  {0x10000000, "OBJ_INS"}, {0x20000000, "OBJ_SIT"}, {0x40000000, "AOI_VEH"},
-    {0x80, "OBJ_RIG"},       {0x40, "OBJ_LEF"},       {0x100, "DYN_BOT"},      {0x200, "DYN_TOP"},
-    {0x400, "DYN_LEF"},      {0x800, "DYN_RIG"},      {0x10000, "TOT_OCC"},    {0x20000, "OBJ_LOS"},
-    {0x40000, "PAR_DET"},    {0x80000, "PAR_BIG"},    {0x80000000u, "TOP_VIE"},
+    {0x1, "CAM_BOT"},       {0x2, "CAM_TOP"},        {0x4, "CAM_LEF"},         {0x8, "CAM_RIG"},
+    {0x2000000, "AOI_OUT"}, {0x4000000, "AOI_REI"},  {0x10, "OBJ_BOT"},        {0x20, "OBJ_TOP"},
+    {0x8000000, "OBJ_ONT"}, {0x10000000, "OBJ_INS"}, {0x20000000, "OBJ_SIT"},  {0x40000000, "AOI_VEH"},
+    {0x80, "OBJ_RIG"},      {0x40, "OBJ_LEF"},       {0x100, "DYN_BOT"},       {0x200, "DYN_TOP"},
+    {0x400, "DYN_LEF"},     {0x800, "DYN_RIG"},      {0x10000, "TOT_OCC"},     {0x20000, "OBJ_LOS"},
+    {0x40000, "PAR_DET"},   {0x80000, "PAR_BIG"},    {0x80000000u, "TOP_VIE"},
 };
 
 void check_detailed(uint32_t code)

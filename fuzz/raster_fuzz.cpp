@@ -117,9 +117,7 @@ rectangle any_rectangle(FuzzedDataProvider& in)
         r.height = in.ConsumeIntegralInRange(-2, 20);
         break;
     case 1: r.width = r.height = in.PickValueInArray({100000, INT32_MAX}); break;
-    default:
-        r.width = in.ConsumeIntegralInRange(-3, 20);
-        r.height = in.ConsumeIntegralInRange(-3, 20);
+    default: r.width = in.ConsumeIntegralInRange(-3, 20); r.height = in.ConsumeIntegralInRange(-3, 20);
     }
     return r;
 }
@@ -146,8 +144,7 @@ struct buffer_before {
 
     explicit buffer_before(image* i)
         : img(i), data(i ? i->data : nullptr), owned(i && (i->capacity != 0 || i->type > 0))
-    {
-    }
+    {}
     void free_if_forgotten() const
     {
         if (img && data && owned && !img->data && img->width == 0 && img->height == 0) std::free(data);
@@ -251,9 +248,7 @@ struct any_rle {
             rle->height = huge.second;
             break;
         }
-        default:
-            rle->width = in.ConsumeIntegralInRange(0, 40);
-            rle->height = in.ConsumeIntegralInRange(0, 10);
+        default: rle->width = in.ConsumeIntegralInRange(0, 40); rle->height = in.ConsumeIntegralInRange(0, 10);
         }
         const int lines = in.ConsumeIntegralInRange(0, 10);
         rle->lines.resize(static_cast<size_t>(lines));
@@ -334,8 +329,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     image* a = any_image(in);
     image* b = any_image(in);
     image* c = any_image(in);
-    if (in.ConsumeIntegralInRange(0, 3) == 0)
-        rle_operation(in, in.ConsumeBool() ? a : nullptr);
+    if (in.ConsumeIntegralInRange(0, 3) == 0) rle_operation(in, in.ConsumeBool() ? a : nullptr);
     else if (a) {
         const buffer_before kept[] = {buffer_before(b), buffer_before(c)};
         image_operation(in, a, b, c);

@@ -23,10 +23,7 @@ namespace {
 
 std::string temp_path;
 
-image_type any_kind(FuzzedDataProvider& in)
-{
-    return static_cast<image_type>(in.ConsumeIntegralInRange(-8, 6));
-}
+image_type any_kind(FuzzedDataProvider& in) { return static_cast<image_type>(in.ConsumeIntegralInRange(-8, 6)); }
 
 // destroy_image leaves unowned buffers (generic kinds, capacity 0) to the
 // caller; a negative kind with capacity 0 holds no pixels and nothing to free.
@@ -110,17 +107,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         const int r = save_image(img, temp_path.c_str());
         CHECK(r == 0 || r == -1);
         if (r == 0) {
-            const std::string header = std::string("P") +
-                                       (img->type == COLOR_IMG_3BYTES || img->type == COLOR_IMG_4BYTES ? '6'
-                                        : img->type == GREY_IMG || img->type == FLOAT_IMG || img->type == INT_IMG
-                                            ? '5'
-                                            : '0') +
-                                       "\n" + std::to_string(img->width) + " " + std::to_string(img->height) +
-                                       " 255\n";
+            const std::string header =
+                std::string("P") +
+                (img->type == COLOR_IMG_3BYTES || img->type == COLOR_IMG_4BYTES            ? '6'
+                 : img->type == GREY_IMG || img->type == FLOAT_IMG || img->type == INT_IMG ? '5'
+                                                                                           : '0') +
+                "\n" + std::to_string(img->width) + " " + std::to_string(img->height) + " 255\n";
             const long pixels = static_cast<long>(img->width) * img->height;
             const long body = img->type == COLOR_IMG_3BYTES || img->type == COLOR_IMG_4BYTES ? 3 * pixels
-                              : img->type == GREY_IMG || img->type == FLOAT_IMG                ? pixels
-                                                                                               : 0;
+                              : img->type == GREY_IMG || img->type == FLOAT_IMG              ? pixels
+                                                                                             : 0;
             CHECK(file_size(temp_path) == static_cast<long>(header.size()) + body);
         }
         break;
@@ -130,8 +126,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         // The pieces, each with any kind of image.
         FILE* sink = std::fopen("/dev/null", "wb");
         CHECK(sink);
-        const int r = in.PickValueInArray({_write_header, _write_color_data, _write_grey_data, _write_float_data})(
-            img, sink);
+        const int r =
+            in.PickValueInArray({_write_header, _write_color_data, _write_grey_data, _write_float_data})(img, sink);
         CHECK(r == 0 || r == -1);
         std::fclose(sink);
     }

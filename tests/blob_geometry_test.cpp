@@ -22,7 +22,7 @@ TEST(BlobGeometry, OverlapRatiosContainmentAndSplits)
 {
     blob_ptr small = box_blob(2, 2, 10, 10), large = box_blob(0, 0, 100, 100);
     EXPECT_DOUBLE_EQ(compute_overlap_ratio_blob(large, small), 1.0);
-    EXPECT_DOUBLE_EQ(is_blob1_overlap_blob2(small, large), 0.01);  // over b's area
+    EXPECT_DOUBLE_EQ(is_blob1_overlap_blob2(small, large), 0.01);              // over b's area
     EXPECT_DOUBLE_EQ(compute_overlap_ratio_blob_strict(small, large), 100.0);  // integer branch
     EXPECT_DOUBLE_EQ(compute_overlap_ratio_blob(box_blob(0, 0, 4, 4), box_blob(2, 0, 4, 4)), 0.5);
     EXPECT_TRUE(isPixBelongsToBlob(small, 2, 11));

@@ -63,7 +63,7 @@ TEST(BlobCopy, CopiesDropDuplicateOrFreeOwnedData)
     EXPECT_FALSE(copy->prd_list);
     EXPECT_FALSE(copy->prd_list_2);
     EXPECT_EQ(copy->aux, b.get());  // only copy_blob(src, dst) clears aux
-    EXPECT_EQ(copy->next, c);  // same neighbours, list unchanged
+    EXPECT_EQ(copy->next, c);       // same neighbours, list unchanged
     EXPECT_EQ(copy->prev, a);
     EXPECT_EQ(a->next, b);
     blob_ptr deep = copy_blob_with_lists(b);
@@ -107,7 +107,7 @@ TEST(BlobCopy, DataCopyBetweenListsKeepsPlaceAndIdentity)
     EXPECT_NE(a1->prd_list->sublist, b2->prd_list->sublist);
     EXPECT_EQ(idents_checked(a1), (std::vector<int>{1, 2}));
     EXPECT_EQ(idents_checked(b1), (std::vector<int>{11, 12}));
-    free_blob_list(b1);  // the copies outlive the source's lists
+    free_blob_list(b1);      // the copies outlive the source's lists
     copy_blob_data(a1, a1);  // onto itself: the lists survive
     EXPECT_EQ(a1->prd_list->sublist->type, FACE);
     free_blob_list(a1);
@@ -152,7 +152,7 @@ TEST(BlobList, SameFatherAndCleanup)
     a->fathers[0] = b->fathers[0] = 3;
     b->nb_fathers = 1;
     EXPECT_EQ(blob_same_father(a, b), 0);  // a has no valid fathers
-    a->fathers[1] = b->fathers[1] = 7;  // beyond b's count: not seen
+    a->fathers[1] = b->fathers[1] = 7;     // beyond b's count: not seen
     a->fathers[0] = 5;
     a->nb_fathers = 2;
     EXPECT_EQ(blob_same_father(a, b), 0);

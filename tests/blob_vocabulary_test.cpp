@@ -30,9 +30,13 @@ blob_occl_type occl(uint32_t v) { return static_cast<blob_occl_type>(v); }
 
 TEST(BlobVocabulary, TypeAndSubtypeTablesInBothDirections)
 {
-    const std::pair<uint32_t, const char*> read_only[] = {
-        {5, "CONTEXT_OBJECT"}, {22, "LEFT_FOOD_CUPBOARD_DOOR"}, {23, "RIGHT_FOOD_CUPBOARD_DOOR"},
-        {24, "LEFT_DISH_CUPBOARD_DOOR"}, {25, "RIGHT_DISH_CUPBOARD_DOOR"}, {28, "MICROWAVE_DOOR"}, {29, "LUGGAGE"}};
+    const std::pair<uint32_t, const char*> read_only[] = {{5, "CONTEXT_OBJECT"},
+                                                          {22, "LEFT_FOOD_CUPBOARD_DOOR"},
+                                                          {23, "RIGHT_FOOD_CUPBOARD_DOOR"},
+                                                          {24, "LEFT_DISH_CUPBOARD_DOOR"},
+                                                          {25, "RIGHT_DISH_CUPBOARD_DOOR"},
+                                                          {28, "MICROWAVE_DOOR"},
+                                                          {29, "LUGGAGE"}};
     uint32_t v;
     for (auto [value, name] : read_only) {
         EXPECT_EQ(printed_by(get_type_from_name, name, &v), "") << name;
@@ -54,10 +58,14 @@ TEST(BlobVocabulary, TypeAndSubtypeTablesInBothDirections)
 
 TEST(BlobVocabulary, OcclusionNamesWithWriteOnlyObjectCorners)
 {
-    const std::pair<uint32_t, const char*> pinned[] = {
-        {0x0, "MM_OCCL_NONE"}, {0x6, "MM_CAM_OCCL_TOP_LEFT"}, {0x50, "MM_OBJECT_BOTTOM_LEFT"},
-        {0x90, "MM_OBJECT_BOTTOM_RIGHT"}, {0x60, "MM_OBJECT_TOP_LEFT"}, {0xA0, "MM_OBJECT_TOP_RIGHT"},
-        {0x40000000, "MM_BLOB_ON_VEHICLE_AOI"}, {0x80000000u, "MM_CAM_TOP_VIEW"}};
+    const std::pair<uint32_t, const char*> pinned[] = {{0x0, "MM_OCCL_NONE"},
+                                                       {0x6, "MM_CAM_OCCL_TOP_LEFT"},
+                                                       {0x50, "MM_OBJECT_BOTTOM_LEFT"},
+                                                       {0x90, "MM_OBJECT_BOTTOM_RIGHT"},
+                                                       {0x60, "MM_OBJECT_TOP_LEFT"},
+                                                       {0xA0, "MM_OBJECT_TOP_RIGHT"},
+                                                       {0x40000000, "MM_BLOB_ON_VEHICLE_AOI"},
+                                                       {0x80000000u, "MM_CAM_TOP_VIEW"}};
     for (auto [value, name] : pinned) EXPECT_EQ(get_occl_name_from_type(occl(value)), name) << value;
 
     // Single flags and corners read back silently, except the object corners.
@@ -106,13 +114,21 @@ TEST(BlobVocabulary, FallbacksForUnknownNamesAndCodes)
 TEST(BlobVocabulary, DetailedOcclusionForm)
 {
     const std::pair<uint32_t, const char*> rows[] = {
-        {0x0, "OCC:NONE"}, {0x3, "OCC:CAM_BOT-CAM_TOP"}, {0x80000000u, "OCC:TOP_VIE"}, {0x1000, "OCC:OTHER"},
+        {0x0, "OCC:NONE"},
+        {0x3, "OCC:CAM_BOT-CAM_TOP"},
+        {0x80000000u, "OCC:TOP_VIE"},
+        {0x1000, "OCC:OTHER"},
         {0x1001, "OCC:CAM_BOT-OTHER"},
         // Object-top leading the list reads as camera-top; later it does not.
-        {0x20, "OCC:CAM_TOP"}, {0x30, "OCC:OBJ_BOT-OBJ_TOP"}, {0x22, "OCC:CAM_TOP-OBJ_TOP"},
+        {0x20, "OCC:CAM_TOP"},
+        {0x30, "OCC:OBJ_BOT-OBJ_TOP"},
+        {0x22, "OCC:CAM_TOP-OBJ_TOP"},
         // Fixed order, not the order of the values.
-        {0x2000010, "OCC:AOI_OUT-OBJ_BOT"}, {0xC0, "OCC:OBJ_RIG-OBJ_LEF"}, {0x40000080, "OCC:AOI_VEH-OBJ_RIG"},
+        {0x2000010, "OCC:AOI_OUT-OBJ_BOT"},
+        {0xC0, "OCC:OBJ_RIG-OBJ_LEF"},
+        {0x40000080, "OCC:AOI_VEH-OBJ_RIG"},
         {0xF0F00, "OCC:DYN_BOT-DYN_TOP-DYN_LEF-DYN_RIG-TOT_OCC-OBJ_LOS-PAR_DET-PAR_BIG"},
-        {0x3C000008, "OCC:CAM_RIG-AOI_REI-OBJ_ONT-OBJ_INS-OBJ_SIT"}, {0x80000004u, "OCC:CAM_LEF-TOP_VIE"}};
+        {0x3C000008, "OCC:CAM_RIG-AOI_REI-OBJ_ONT-OBJ_INS-OBJ_SIT"},
+        {0x80000004u, "OCC:CAM_LEF-TOP_VIE"}};
     for (auto [value, text] : rows) EXPECT_EQ(get_occl_name_from_type_detailed(occl(value)), text) << value;
 }

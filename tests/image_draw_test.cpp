@@ -53,7 +53,7 @@ TEST(DrawLines, StraightAndDiagonal)
     ASSERT_EQ(bb_draw_color_line(1, 3, 2, VERTICAL_LINE, img, 9, 8, 7), 0);
     EXPECT_EQ(bytes_t(pixel(img, 2, 3), pixel(img, 2, 3) + 3), (bytes_t{7, 8, 9}));
     EXPECT_EQ(nonzero_bytes(img), 9);
-    ASSERT_EQ(bb_draw_color_line(3, 1, 0, HORIZONTAL_LINE, img, 1, 1, 1), 0);    // from > to: nothing
+    ASSERT_EQ(bb_draw_color_line(3, 1, 0, HORIZONTAL_LINE, img, 1, 1, 1), 0);     // from > to: nothing
     ASSERT_EQ(bb_draw_color_line(-10, 10, 4, HORIZONTAL_LINE, img, 1, 1, 1), 0);  // clipped to the row
     ASSERT_EQ(bb_draw_color_line(0, 1, 99, VERTICAL_LINE, img, 1, 1, 1), 0);      // off the image
     EXPECT_EQ(nonzero_bytes(img), 9 + 15);
@@ -62,7 +62,7 @@ TEST(DrawLines, StraightAndDiagonal)
     clear_image(img);
     ASSERT_EQ(bb_draw_color_line_diag(0, 0, 4, 4, img, 0, 255, 0), 0);
     ASSERT_EQ(bb_draw_color_line_diag(-100, 2, 100, 2, img, 0, 0, 1), 0);  // samples off the image skipped
-    EXPECT_EQ(nonzero_bytes(img), 9);  // whole pixels: (2, 2) loses its green
+    EXPECT_EQ(nonzero_bytes(img), 9);                                      // whole pixels: (2, 2) loses its green
 
     // t is i * 0.005 rounded once to float: over 205 columns sample 40 falls
     // on column 41 (0.2f * 205 would give 40.99...).
@@ -76,8 +76,8 @@ TEST(MergeBinaryImages, DoorFamiliesAndPicture)
     owned keep;
     image* mask = keep.make(GREY_IMG, 4, 2, {255, 100, 0, 125, 50, 150, 200, 77});
     // Door pixels (blue, green, red): red, empty, red, not pure red, empty, red, grey, empty.
-    image* door = keep.make(COLOR_IMG_3BYTES, 4, 2, {0, 0, 255, 9, 9, 0, 0, 0, 255, 1, 0, 255,
-                                                     0, 0, 0, 0, 0, 255, 5, 5, 5, 0, 0, 0});
+    image* door = keep.make(COLOR_IMG_3BYTES, 4, 2,
+                            {0, 0, 255, 9, 9, 0, 0, 0, 255, 1, 0, 255, 0, 0, 0, 0, 0, 255, 5, 5, 5, 0, 0, 0});
     merge_binary_images(mask, door);
     EXPECT_EQ(bytes(mask, 8), (bytes_t{50, 150, 0, 255, 125, 200, 100, 77}));
     merge_binary_images(mask, keep.make(GREY_IMG, 4, 2));  // grey door: only 125 -> 255
@@ -86,8 +86,8 @@ TEST(MergeBinaryImages, DoorFamiliesAndPicture)
     mask->data[6] = 0;
     image* picture = keep(merge_binary_images_color(mask, door));
     // 50: red; else door red byte 255: (r, g, b) = (0, 100, 100); else 0: black; else white
-    EXPECT_EQ(bytes(picture, 24), (bytes_t{0, 0, 255, 255, 255, 255, 100, 100, 0, 100, 100, 0,
-                                           255, 255, 255, 100, 100, 0, 0, 0, 0, 255, 255, 255}));
+    EXPECT_EQ(bytes(picture, 24), (bytes_t{0,   0,   255, 255, 255, 255, 100, 100, 0, 100, 100, 0,
+                                           255, 255, 255, 100, 100, 0,   0,   0,   0, 255, 255, 255}));
 }
 
 TEST(MergeBinaryImagesDeathTest, MissingOrMismatchedMasksExitWithStatusOne)

@@ -30,8 +30,8 @@ bytes_t decoded(const std::string& path, int type, int w, int h)
 TEST(SaveImage, ColourGreyAndFloatsRoundTripThroughImread)
 {
     owned keep;
-    image* img = keep.make(COLOR_IMG_3BYTES, 3, 2, {10, 20, 30, 40, 50, 60, 70, 80, 90,
-                                                    100, 110, 120, 130, 140, 150, 160, 170, 180});
+    image* img = keep.make(COLOR_IMG_3BYTES, 3, 2,
+                           {10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110, 120, 130, 140, 150, 160, 170, 180});
     const std::string ppm = temp_path("colour.ppm"), pgm = temp_path("grey.pgm");
     ASSERT_EQ(save_image(img, ppm.c_str()), 0);
     EXPECT_EQ(file_bytes(ppm).substr(0, 14), std::string("P6\n3 2 255\n\x1e\x14\x0a", 14));  // red first on disk

@@ -98,8 +98,8 @@ TEST(ImageConvert, GreyStepsOneBytePerPixelAndKeepsLowBytes)
     rectangle row1 = box(1, 1, 2, 1), all = box(0, 0, 2, 1);
     image* grey = keep(convert_to_grey(src, &row1));
     // Row 1 starts at byte (1 * 3 + 1) * 3 = 12, then advances one byte.
-    EXPECT_EQ(bytes(grey, 6), (bytes_t{0, 0, 0, 0, (299 * 6 + 587 * 5 + 114 * 4) / 1000,
-                                       (299 * 7 + 587 * 6 + 114 * 5) / 1000}));
+    EXPECT_EQ(bytes(grey, 6),
+              (bytes_t{0, 0, 0, 0, (299 * 6 + 587 * 5 + 114 * 4) / 1000, (299 * 7 + 587 * 6 + 114 * 5) / 1000}));
     EXPECT_EQ(convert_to_grey(grey, &row1), grey);  // no copy
 
     image* packed = keep.make(SIGNED_COLOR_IMG, 2, 1);

@@ -9,8 +9,14 @@ using namespace nerva::math;
 TEST(NumericHelpers, RoundingClampEqualityGaussianMinMax)
 {
     // Halves go toward zero; NaN and out-of-range values are defined.
-    const std::pair<double, int> cases[] = {{2.5, 2},  {2.6, 3},    {-2.5, -2},        {-2.6, -3},
-                                            {-0.5, 0}, {1.4999, 1}, {std::nan(""), 0}, {1e300, 2147483647},
+    const std::pair<double, int> cases[] = {{2.5, 2},
+                                            {2.6, 3},
+                                            {-2.5, -2},
+                                            {-2.6, -3},
+                                            {-0.5, 0},
+                                            {1.4999, 1},
+                                            {std::nan(""), 0},
+                                            {1e300, 2147483647},
                                             {-1e300, -2147483647 - 1}};
     for (auto [in, out] : cases) EXPECT_EQ(roundInt(in), out) << in;
     for (auto [in, out] : {std::pair{1.0, 1.0}, {1.5, 1.0}, {-0.1, 0.0}, {0.3, 0.3}}) EXPECT_EQ(ceilOrFloor(in), out);

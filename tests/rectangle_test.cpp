@@ -84,7 +84,7 @@ TEST(Rectangle, Distances)
     EXPECT_EQ(rectangle_distance(a.get(), c.get()), 5);  // dx 3, dy 4
     EXPECT_EQ(rectangle_distance(a.get(), nullptr), -1);
     EXPECT_EQ(rectangle_distance(a.get(), box(33005, 33005, 33010, 33010).get()), 46669);  // sum in double
-    EXPECT_EQ(rectangle_distance(box(0, 0, 0, 5).get(), box(4, 0, 4, 5).get()), 0);  // one pixel wide: no x gap
+    EXPECT_EQ(rectangle_distance(box(0, 0, 0, 5).get(), box(4, 0, 4, 5).get()), 0);        // one pixel wide: no x gap
 
     EXPECT_FLOAT_EQ(rectangle_exact_distance(a.get(), c.get()), std::sqrt(7.5f * 7.5f + 8.5f * 8.5f));
     EXPECT_EQ(rect_distance(a.get(), box(0, 9, 5, 12).get()), 4.0);   // dx 0: dy

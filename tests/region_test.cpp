@@ -12,8 +12,8 @@ namespace {
 using S = std::vector<double>;
 S stats(const std::shared_ptr<region>& r)
 {
-    return {double(r->npix), double(r->x_min),  double(r->x_max),  double(r->y_min), double(r->y_max),
-            double(r->seed_x), double(r->nholes), r->sum_x, r->sum_y};
+    return {double(r->npix),   double(r->x_min),  double(r->x_max), double(r->y_min), double(r->y_max),
+            double(r->seed_x), double(r->nholes), r->sum_x,         r->sum_y};
 }
 
 }  // namespace

@@ -123,7 +123,9 @@ TEST(SegmentationDifferential, RandomMasksOfManySizesAndDensities)
         auto s = make_segmenter(w, h);  // reused over several frames
         for (int frame = 0; frame < 40; ++frame) {
             const double d = densities[rng() % 7];
-            cv::Mat mask = (frame % 5 == 4) ? combs(rng, w, h) : (frame % 2) ? blocky(rng, w, h, d) : speckled(rng, w, h, d);
+            cv::Mat mask = (frame % 5 == 4) ? combs(rng, w, h)
+                           : (frame % 2)    ? blocky(rng, w, h, d)
+                                            : speckled(rng, w, h, d);
             ASSERT_EQ(differs(mask, s), "") << w << "x" << h << " frame " << frame << " density " << d;
         }
     }
@@ -173,7 +175,9 @@ TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
             const auto [sx, sy] = steps_tried[(trial / 20) % 5];
             for (auto s : {driver, steps}) RLEsegm_set_steps(s, sx, sy);
         }
-        cv::Mat mask = (trial % 3 == 2) ? combs(rng, w, h) : (trial % 2) ? blocky(rng, w, h, 0.4) : speckled(rng, w, h, 0.3);
+        cv::Mat mask = (trial % 3 == 2) ? combs(rng, w, h)
+                       : (trial % 2)    ? blocky(rng, w, h, 0.4)
+                                        : speckled(rng, w, h, 0.3);
         const int x0 = static_cast<int>(rng() % w), y0 = static_cast<int>(rng() % h);
         const int x1 = x0 + static_cast<int>(rng() % (w - x0)), y1 = y0 + static_cast<int>(rng() % (h - y0));
         for (auto s : {driver, steps})
@@ -244,7 +248,8 @@ TEST(SegmentationDifferential, EveryRunKernelThisCpuRunsFindsTheSameRuns)
         std::vector<int32_t> expected;
         for (int x = x0; x < width; ++x)
             if (row[static_cast<size_t>(x)] && (x == x0 || !row[static_cast<size_t>(x) - 1])) expected.push_back(x);
-            else if (!row[static_cast<size_t>(x)] && x > x0 && row[static_cast<size_t>(x) - 1]) expected.push_back(x - 1);
+            else if (!row[static_cast<size_t>(x)] && x > x0 && row[static_cast<size_t>(x) - 1])
+                expected.push_back(x - 1);
         if (expected.size() % 2) expected.push_back(width - 1);
         for (size_t k = 0; k < kernels.size(); ++k) {
             std::vector<int32_t> bounds(static_cast<size_t>(width - x0) + 2, -7);

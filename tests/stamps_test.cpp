@@ -17,7 +17,8 @@ TEST(Stamps, InitialiserAndBooleanTextByPrefix)
     for (int64_t v : h.time.values) EXPECT_EQ(static_cast<uint64_t>(v), UINT64_MAX);  // unset
 
     for (const char* s : {"false", "FALSE", "falsehood", "0", "0.5", "000"}) EXPECT_FALSE(atob(s)) << s;
-    for (const char* s : {"", "1", "fals", "fAlse", "no", " false", "-0", "10"}) EXPECT_TRUE(atob(s)) << '"' << s << '"';
+    for (const char* s : {"", "1", "fals", "fAlse", "no", " false", "-0", "10"})
+        EXPECT_TRUE(atob(s)) << '"' << s << '"';
     EXPECT_FALSE(atob(std::string("0\0x", 3)));
     EXPECT_TRUE(atob(std::string("\0", 1)));
 }

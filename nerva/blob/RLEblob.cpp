@@ -83,10 +83,8 @@ blob_ptr copy_blob_list(blob_ptr head)
         blob_ptr copy = duplicate_record(*b);
         copy->next = nullptr;
         copy->prev = new_tail;
-        if (new_tail)
-            new_tail->next = copy;
-        else
-            new_head = copy;
+        if (new_tail) new_tail->next = copy;
+        else new_head = copy;
         new_tail = copy;
     }
     return new_head;

@@ -26,17 +26,17 @@ struct RLEblob {
     int32_t ident;  // index in the segmenter's blob pool for segmentation blobs
     blob_occl_type occlusion;
     blob_subtype_t subtype;
-    rectangle bbox;             // inclusive bounds
-    int32_t spare_int;          // not used by the blob functions
-    char info[BLOB_INFO_BYTES];  // exchanged whole with prob_rel_data::info
-    double info3D[6];           // exchanged whole with prob_rel_data::info3D
-    void* buffer;               // owned by the blob; forgotten, not freed, by blob_free
+    rectangle bbox;                     // inclusive bounds
+    int32_t spare_int;                  // not used by the blob functions
+    char info[BLOB_INFO_BYTES];         // exchanged whole with prob_rel_data::info
+    double info3D[6];                   // exchanged whole with prob_rel_data::info3D
+    void* buffer;                       // owned by the blob; forgotten, not freed, by blob_free
     double measures[BLOB_NB_MEASURES];  // exchanged with prob_rel_data m0..m16
     blob_type_t type;
     int32_t xc;  // sumx / npix truncated toward zero
     int32_t yc;  // sumy / npix truncated toward zero
     int32_t npix;
-    double prd_extra[3];  // written from prob_rel_data m3..m5 by copy_prd_to_blob only
+    double prd_extra[3];                // written from prob_rel_data m3..m5 by copy_prd_to_blob only
     int32_t fathers[BLOB_MAX_FATHERS];  // identifiers of the regions that formed the blob
     int32_t nb_fathers;
     double npix_real;

@@ -12,10 +12,7 @@ namespace {
 int box_area(const rectangle& r) { return wrap_mul(r.width, r.height); }
 
 // Integer difference taken in 64 bits so extreme bounds cannot overflow.
-bool within_half(int32_t a, int32_t b)
-{
-    return std::fabs(static_cast<double>(static_cast<int64_t>(a) - b)) <= 0.5;
-}
+bool within_half(int32_t a, int32_t b) { return std::fabs(static_cast<double>(static_cast<int64_t>(a) - b)) <= 0.5; }
 
 }  // namespace
 
@@ -68,10 +65,8 @@ bool isBlobOcculted(blob_ptr b)
     case MM_OBJECT_TOP:
     case MM_OBJECT_LEFT:
     case MM_OBJECT_RIGHT:
-    case MM_OBJECT_SIT:
-        return true;
-    default:
-        return false;
+    case MM_OBJECT_SIT: return true;
+    default: return false;
     }
 }
 
@@ -83,8 +78,7 @@ bool isBlobTopOcculted(blob_ptr b)
     case MM_CAM_OCCL_TOP_RIGHT:
     case MM_OBJECT_BOTTOM:  // crossed over: see the header
         return true;
-    default:
-        return false;
+    default: return false;
     }
 }
 
@@ -95,10 +89,8 @@ bool isBlobBottomOcculted(blob_ptr b)
     case MM_CAM_OCCL_BOTTOM_LEFT:
     case MM_CAM_OCCL_BOTTOM_RIGHT:
     case MM_OBJECT_TOP:  // crossed over, as object-sit
-    case MM_OBJECT_SIT:
-        return true;
-    default:
-        return false;
+    case MM_OBJECT_SIT: return true;
+    default: return false;
     }
 }
 
@@ -110,10 +102,8 @@ bool isBlobHuman(blob_ptr b)
     case A_GROUP:
     case PERSON:
     case FACE:
-    case PERSON_BENDING:
-        return true;
-    default:
-        return false;
+    case PERSON_BENDING: return true;
+    default: return false;
     }
 }
 
@@ -123,10 +113,8 @@ bool isBlobAVehicle(blob_ptr b)
     case VEHICLE:
     case CAR:
     case TRUCK:
-    case MOTORCYCLE:
-        return true;
-    default:
-        return false;
+    case MOTORCYCLE: return true;
+    default: return false;
     }
 }
 

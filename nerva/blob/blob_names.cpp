@@ -151,12 +151,12 @@ const named_code<blob_occl_type> occl_names_written[] = {
 // The detailed form lists the flags in this order, which is not the order
 // of their values: hosts compare these strings.
 const named_code<uint32_t> occl_tokens[] = {
-    {0x1, "CAM_BOT"},        {0x2, "CAM_TOP"},        {0x4, "CAM_LEF"},        {0x8, "CAM_RIG"},
-    {0x2000000, "AOI_OUT"},  {0x4000000, "AOI_REI"},  {0x10, "OBJ_BOT"},       {0x20, "OBJ_TOP"},
-    {0x8000000, "OBJ_ONT"},  {0x10000000, "OBJ_INS"}, {0x20000000, "OBJ_SIT"}, {0x40000000, "AOI_VEH"},
-    {0x80, "OBJ_RIG"},       {0x40, "OBJ_LEF"},       {0x100, "DYN_BOT"},      {0x200, "DYN_TOP"},
-    {0x400, "DYN_LEF"},      {0x800, "DYN_RIG"},      {0x10000, "TOT_OCC"},    {0x20000, "OBJ_LOS"},
-    {0x40000, "PAR_DET"},    {0x80000, "PAR_BIG"},    {0x80000000u, "TOP_VIE"},
+    {0x1, "CAM_BOT"},       {0x2, "CAM_TOP"},        {0x4, "CAM_LEF"},         {0x8, "CAM_RIG"},
+    {0x2000000, "AOI_OUT"}, {0x4000000, "AOI_REI"},  {0x10, "OBJ_BOT"},        {0x20, "OBJ_TOP"},
+    {0x8000000, "OBJ_ONT"}, {0x10000000, "OBJ_INS"}, {0x20000000, "OBJ_SIT"},  {0x40000000, "AOI_VEH"},
+    {0x80, "OBJ_RIG"},      {0x40, "OBJ_LEF"},       {0x100, "DYN_BOT"},       {0x200, "DYN_TOP"},
+    {0x400, "DYN_LEF"},     {0x800, "DYN_RIG"},      {0x10000, "TOT_OCC"},     {0x20000, "OBJ_LOS"},
+    {0x40000, "PAR_DET"},   {0x80000, "PAR_BIG"},    {0x80000000u, "TOP_VIE"},
 };
 
 template <typename Code, size_t N>
@@ -196,8 +196,8 @@ blob_subtype_t get_subtype_from_name(const char* name)
     blob_subtype_t code;
     if (find_code(subtype_names_read, name, &code)) return code;
     detail::report(MESSAGES_STDOUT,
-        "Warning: undefined expected object subtype in context file. It must be defined in blob.h and in "
-        "functions get_subtype_from_name and get_name_from_subtype\n");
+                   "Warning: undefined expected object subtype in context file. It must be defined in blob.h and in "
+                   "functions get_subtype_from_name and get_name_from_subtype\n");
     return SUBTYPE_UNDEFINED;
 }
 

@@ -77,10 +77,8 @@ prob_rel_data* copy_prdata_list(const prob_rel_data* head)
         copy->sublist = nullptr;
         copy->next = nullptr;
         copy->prev = new_tail;
-        if (new_tail)
-            new_tail->next = copy;
-        else
-            new_head = copy;
+        if (new_tail) new_tail->next = copy;
+        else new_head = copy;
         new_tail = copy;
         if (p->sublist) {
             copy->sublist = copy_prdata_list(p->sublist);

@@ -38,10 +38,7 @@ int extreme_edge(const parallelepiped& p, bool along_x, bool smallest)
 
 }  // namespace
 
-parallelepiped* new_parallelepiped()
-{
-    return static_cast<parallelepiped*>(std::calloc(1, sizeof(parallelepiped)));
-}
+parallelepiped* new_parallelepiped() { return static_cast<parallelepiped*>(std::calloc(1, sizeof(parallelepiped))); }
 
 void free_parallelepiped(parallelepiped* p) { std::free(p); }
 

@@ -99,8 +99,7 @@ rectangle* rectangle_intersection(const rectangle* a, const rectangle* b)
     const int xmin = max(a->xmin, b->xmin), xmax = min(a->xmax, b->xmax);
     const int ymin = max(a->ymin, b->ymin), ymax = min(a->ymax, b->ymax);
     if (ymin > ymax || xmin > xmax) return nullptr;
-    return make_rectangle(xmin, ymin, wrap_add(wrap_sub(xmax, xmin), 1),
-                          wrap_add(wrap_sub(ymax, ymin), 1));
+    return make_rectangle(xmin, ymin, wrap_add(wrap_sub(xmax, xmin), 1), wrap_add(wrap_sub(ymax, ymin), 1));
 }
 
 rectangle* rectangle_union(const rectangle* a, const rectangle* b)
@@ -108,8 +107,7 @@ rectangle* rectangle_union(const rectangle* a, const rectangle* b)
     const int xmin = min(a->xmin, b->xmin), xmax = max(a->xmax, b->xmax);
     const int ymin = min(a->ymin, b->ymin), ymax = max(a->ymax, b->ymax);
     if (ymin > ymax || xmin > xmax) return nullptr;
-    return make_rectangle(xmin, ymin, wrap_add(wrap_sub(xmax, xmin), 1),
-                          wrap_add(wrap_sub(ymax, ymin), 1));
+    return make_rectangle(xmin, ymin, wrap_add(wrap_sub(xmax, xmin), 1), wrap_add(wrap_sub(ymax, ymin), 1));
 }
 
 double rectangle_intersect_ratio(const rectangle* a, const rectangle* b)

@@ -62,8 +62,7 @@ int initialize_image(image* img, image_type type, unsigned width, unsigned heigh
     // recorded size included. Hosts re-initialise every frame and rely on it.
     if (type == img->type && img->data && uint64_t{img->capacity} >= uint64_t{width} * height) return 0;
 
-    if (type != img->type && img->type != 0 && img->data && reuse_for_other_kind(img, type, width, height))
-        return 0;
+    if (type != img->type && img->type != 0 && img->data && reuse_for_other_kind(img, type, width, height)) return 0;
 
     img->type = type;
     img->width = width;
@@ -89,7 +88,8 @@ int initialize_image(image* img, image_type type, unsigned width, unsigned heigh
     }
     // A generic kind's buffer is handed over unowned (capacity 0), so the
     // host frees it: it gets a real allocation even for no pixels.
-    img->data = static_cast<unsigned char*>(std::calloc(pixels ? static_cast<size_t>(pixels) : 1, static_cast<size_t>(pixel)));
+    img->data =
+        static_cast<unsigned char*>(std::calloc(pixels ? static_cast<size_t>(pixels) : 1, static_cast<size_t>(pixel)));
     if (!img->data) return -1;
     if (type < 0) img->capacity = static_cast<uint32_t>(pixels);
     return 1;
@@ -110,8 +110,7 @@ int destroy_image(image* img)
 {
     if (!img) return -1;
     const bool known_kind = img->type > 0 || (img->type >= COLOR_IMG_4BYTES && img->type <= COLOR_IMG_3BYTES);
-    if (known_kind && img->capacity != 0)
-        release_buffer(img);
+    if (known_kind && img->capacity != 0) release_buffer(img);
     img->data = nullptr;
     img->capacity = 0;
     std::free(img->name);
@@ -140,9 +139,7 @@ image* copy_whole_image(image* src)
     case COLOR_IMG_3BYTES: bytes = 3 * pixels; break;
     case COLOR_IMG_4BYTES:
     case FLOAT_IMG: bytes = 4 * pixels; break;
-    default:
-        detail::report_errno("This type of image is not handled by copy_whole_image\n");
-        detail::fatal_exit(0);
+    default: detail::report_errno("This type of image is not handled by copy_whole_image\n"); detail::fatal_exit(0);
     }
     if (src->type == COLOR_IMG_4BYTES && copy->capacity) {
         // make_image set the copy up with 3-byte pixels; it must still hold
@@ -218,8 +215,8 @@ image* image_data_encapsulate(unsigned char* data, int rows, int columns, image*
     case COLOR_IMG_4BYTES: pixel = 4; break;
     default:
         detail::report(MESSAGES_STDERR,
-                     "image : image_data_encapsulate : ERROR!\nThis function doesn't support yet a type of image "
-                     "different from GREY_IMG and COLOR_IMG_3BYTES. Sorry...\n");
+                       "image : image_data_encapsulate : ERROR!\nThis function doesn't support yet a type of image "
+                       "different from GREY_IMG and COLOR_IMG_3BYTES. Sorry...\n");
         return nullptr;
     }
     const uint64_t pixels = uint64_t(rows) * uint64_t(columns);

@@ -38,7 +38,8 @@ int copy_to_bg(image* from_img, image* to_bg, rectangle* rect)
         return -1;
     }
     if (!is_color_kind(from_img->type) && to_bg->type != BG_IMG) {
-        detail::report(MESSAGES_STDOUT, "copy_to_bg ERROR : from_img is not a COLOR IMAGE or to_bg is not a BG IMAGE.\n");
+        detail::report(MESSAGES_STDOUT,
+                       "copy_to_bg ERROR : from_img is not a COLOR IMAGE or to_bg is not a BG IMAGE.\n");
         return -2;
     }
     if (static_cast<uint32_t>(rect->xmax) < static_cast<uint32_t>(rect->xmin) ||
@@ -75,7 +76,8 @@ int copy_from_bg(image* from_bg, image* to_img, rectangle* rect)
         return -1;
     }
     if (from_bg->type != BG_IMG && !is_color_kind(to_img->type)) {
-        detail::report(MESSAGES_STDOUT, "copy_from_bg ERROR : from_bg is not a BG IMAGE or to_img  is not a COLOR IMAGE.\n");
+        detail::report(MESSAGES_STDOUT,
+                       "copy_from_bg ERROR : from_bg is not a BG IMAGE or to_img  is not a COLOR IMAGE.\n");
         return -2;
     }
     if (rect->xmax < rect->xmin || rect->ymax < rect->ymin) {

@@ -60,7 +60,8 @@ image* convert_to_grey(image* src, rectangle* rect)
                 o = static_cast<unsigned char>((299 * p[2] + 587 * p[1] + 114 * p[0]) / 1000);
             } else if (src->type == SIGNED_COLOR_IMG) {
                 const uint32_t w = load<uint32_t>(p);
-                const int32_t g = (299 * signed_field10(w, 0) + 587 * signed_field10(w, 10) + 114 * signed_field10(w, 20)) / 1000;
+                const int32_t g =
+                    (299 * signed_field10(w, 0) + 587 * signed_field10(w, 10) + 114 * signed_field10(w, 20)) / 1000;
                 o = static_cast<unsigned char>(g & 0xFF);
             } else if (src->type == FLOAT_IMG) {
                 o = low_byte_of(load<float>(p));

@@ -11,10 +11,7 @@ using namespace detail;
 
 namespace {
 
-bool difference_kind(image_type t)
-{
-    return is_color_kind(t) || t == GREY_IMG || t == INT_IMG || t == FLOAT_IMG;
-}
+bool difference_kind(image_type t) { return is_color_kind(t) || t == GREY_IMG || t == INT_IMG || t == FLOAT_IMG; }
 
 // The checks both differences share, in this order: arguments, kinds and
 // sizes, capacities, then out is initialised to out_kind, and only then is a
@@ -50,7 +47,8 @@ int abs_difference(image* a, image* b, rectangle* rect, image* out)
             const unsigned char *pa = wa.at(i), *pb = wb.at(i);
             unsigned char* po = wo.at(i);
             if (colour) {
-                for (int channel : {2, 1, 0}) po[channel] = static_cast<unsigned char>(std::abs(pa[channel] - pb[channel]));
+                for (int channel : {2, 1, 0})
+                    po[channel] = static_cast<unsigned char>(std::abs(pa[channel] - pb[channel]));
             } else if (a->type == GREY_IMG) {
                 po[0] = static_cast<unsigned char>(std::abs(pa[0] - pb[0]));
             } else if (a->type == INT_IMG) {

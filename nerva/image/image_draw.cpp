@@ -92,10 +92,8 @@ int bb_draw_color_line(int from, int to, int at, line_type direction, image* img
 {
     if (!line_target_ok(img)) return -1;
     const pen p = color_pen(img, red, green, blue);
-    if (direction != HORIZONTAL_LINE)
-        p.column(at, from, to);
-    else
-        p.row(at, from, to);
+    if (direction != HORIZONTAL_LINE) p.column(at, from, to);
+    else p.row(at, from, to);
     return 0;
 }
 
@@ -154,7 +152,8 @@ void check_RGB_channels_extension(image* img, int* maximum, int* minimum, int ch
     *maximum = *minimum = -1;
     if (!img || img->capacity == 0) return;
     if (!is_color_kind(img->type)) {
-        detail::report(MESSAGES_STDOUT, "image : RGB_channels_extension ERROR : this function handles color image only! Sorry...");
+        detail::report(MESSAGES_STDOUT,
+                       "image : RGB_channels_extension ERROR : this function handles color image only! Sorry...");
         return;
     }
     const int byte = channel == 0 ? 2 : channel == 1 ? 1 : 0;

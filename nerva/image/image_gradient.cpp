@@ -51,7 +51,8 @@ int save_gradient(image* gx, image* gy, const char* base)
         // Rows follow gx, columns gy. Both are read as floats whatever their
         // kind; a pixel either image does not hold is left 0.
         // (A column beyond either buffer's pixel count names no pixel of it.)
-        const int64_t held = static_cast<int64_t>(buffer_bytes(gx) < buffer_bytes(gy) ? buffer_bytes(gx) : buffer_bytes(gy)) / 4;
+        const int64_t held =
+            static_cast<int64_t>(buffer_bytes(gx) < buffer_bytes(gy) ? buffer_bytes(gx) : buffer_bytes(gy)) / 4;
         const int64_t rows = gx->width ? gx->height : 0, columns = min64(gy->width, held + 1);
         for (int64_t y = 1; y <= rows - 2; ++y) {
             for (int64_t x = 1; x <= columns - 2; ++x) {

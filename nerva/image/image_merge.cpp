@@ -63,8 +63,7 @@ void merge_binary_images(image* io_img1, image* i_img2)
             unsigned char& m = io_img1->data[pixel_index(io_img1, x + io_img1->x_origin, y + io_img1->y_origin)];
             if (i_img2->type == COLOR_IMG_3BYTES)
                 m = merged_code(m, i_img2->data + pixel_index(i_img2, x + i_img2->x_origin, y + i_img2->y_origin) * 3);
-            else if (i_img2->type == GREY_IMG && m == 125)
-                m = 255;  // the door pixel's value is not consulted
+            else if (i_img2->type == GREY_IMG && m == 125) m = 255;  // the door pixel's value is not consulted
         }
     }
 }
@@ -74,7 +73,8 @@ image* merge_binary_images_color(image* io_img1, image* io_img2)
     if (!io_img1) refuse_merge(mask_missing);
     if (!io_img2) refuse_merge(door_missing);
     if (io_img1->type != GREY_IMG) refuse_merge("io_img1 is not a GREY_IMG : no merge color is applied \n");
-    if (io_img2->type != COLOR_IMG_3BYTES) refuse_merge("io_img2 is not a COLOR_IMG_3BYTES : no merge color is applied \n");
+    if (io_img2->type != COLOR_IMG_3BYTES)
+        refuse_merge("io_img2 is not a COLOR_IMG_3BYTES : no merge color is applied \n");
     check_same_size(io_img1, io_img2);
 
     image* out = make_image(COLOR_IMG_3BYTES, io_img1->width, io_img1->height);
@@ -82,17 +82,14 @@ image* merge_binary_images_color(image* io_img1, image* io_img2)
     for (int64_t y = 0; y < io_img1->height; ++y) {
         for (int64_t x = 0; x < io_img1->width; ++x) {
             const unsigned char m = io_img1->data[pixel_index(io_img1, x + io_img1->x_origin, y + io_img1->y_origin)];
-            const unsigned char r = io_img2->data[pixel_index(io_img2, x + io_img2->x_origin, y + io_img2->y_origin) * 3 + 2];
+            const unsigned char r =
+                io_img2->data[pixel_index(io_img2, x + io_img2->x_origin, y + io_img2->y_origin) * 3 + 2];
             unsigned char* o = out->data + pixel_index(out, x, y) * 3;
             unsigned char red, green, blue;
-            if (m == 50)
-                red = 255, green = 0, blue = 0;
-            else if (r == 255)
-                red = 0, green = 100, blue = 100;
-            else if (m == 0)
-                red = green = blue = 0;
-            else
-                red = green = blue = 255;
+            if (m == 50) red = 255, green = 0, blue = 0;
+            else if (r == 255) red = 0, green = 100, blue = 100;
+            else if (m == 0) red = green = blue = 0;
+            else red = green = blue = 255;
             o[0] = blue, o[1] = green, o[2] = red;
         }
     }

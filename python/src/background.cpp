@@ -68,7 +68,8 @@ public:
             first_ = false;
         }
         check(nerva::abs_difference(current_, background_, &rect_, difference_), "abs_difference");
-        check(nerva::grey_thresholding(difference_, static_cast<unsigned>(threshold_), &rect_, mask_), "grey_thresholding");
+        check(nerva::grey_thresholding(difference_, static_cast<unsigned>(threshold_), &rect_, mask_),
+              "grey_thresholding");
         // Learned after the comparison, so a frame is judged against the past only.
         check(nerva::update(background_, current_, rate_, &rect_), "update");
         std::memcpy(out, mask_->data, bytes);
@@ -97,13 +98,14 @@ private:
 
 void bind_background(py::module_& m)
 {
-    py::class_<AverageBackground>(m, "AverageBackground", R"doc(Running-average change detection (nerva-blobs' --background average).
+    py::class_<AverageBackground>(m, "AverageBackground",
+                                  R"doc(Running-average change detection (nerva-blobs' --background average).
 
 The first frame becomes the background; each frame's foreground is where its
 grey level differs from the background by at least `threshold`, inside the
 region of interest; the frame is then learned with weight `learning_rate`.)doc")
-        .def(py::init<int, int, Roi, float, int>(), py::arg("width"), py::arg("height"), py::kw_only(),
-             py::arg("roi"), py::arg("learning_rate") = 0.01f, py::arg("threshold") = 25)
+        .def(py::init<int, int, Roi, float, int>(), py::arg("width"), py::arg("height"), py::kw_only(), py::arg("roi"),
+             py::arg("learning_rate") = 0.01f, py::arg("threshold") = 25)
         .def("apply", &AverageBackground::apply, py::arg("grey"),
              "Takes a (height, width) uint8 grey frame and returns its mask: 255 foreground, 0 background.");
 }

@@ -77,8 +77,16 @@ Blob blob_at(const Blobs& b, py::ssize_t i)
     if (i < 0 || i >= n) throw py::index_error("blob index out of range (" + std::to_string(n) + " blobs)");
     const size_t k = static_cast<size_t>(i);
     const int32_t* box = &b.bbox[4 * k];
-    return Blob{b.ident[k], box[0], box[1], box[2], box[3], b.npix[k],
-                b.center[2 * k], b.center[2 * k + 1], b.centroid[2 * k], b.centroid[2 * k + 1]};
+    return Blob{b.ident[k],
+                box[0],
+                box[1],
+                box[2],
+                box[3],
+                b.npix[k],
+                b.center[2 * k],
+                b.center[2 * k + 1],
+                b.centroid[2 * k],
+                b.centroid[2 * k + 1]};
 }
 
 }  // namespace
@@ -96,10 +104,12 @@ void bind_blobs(py::module_& m)
         .def_readonly("npix", &Blob::npix, "Number of foreground pixels.")
         .def_readonly("xc", &Blob::xc, "Mean pixel column, truncated toward zero (as nerva-blobs writes it).")
         .def_readonly("yc", &Blob::yc, "Mean pixel row, truncated toward zero.")
-        .def_property_readonly("bbox", [](const Blob& b) { return py::make_tuple(b.xmin, b.ymin, b.xmax, b.ymax); },
-                               "(xmin, ymin, xmax, ymax), bounds included.")
-        .def_property_readonly("centroid", [](const Blob& b) { return py::make_tuple(b.cx, b.cy); },
-                               "(x, y) mean of the pixel coordinates; NaN for a sampled blob without pixels.")
+        .def_property_readonly(
+            "bbox", [](const Blob& b) { return py::make_tuple(b.xmin, b.ymin, b.xmax, b.ymax); },
+            "(xmin, ymin, xmax, ymax), bounds included.")
+        .def_property_readonly(
+            "centroid", [](const Blob& b) { return py::make_tuple(b.cx, b.cy); },
+            "(x, y) mean of the pixel coordinates; NaN for a sampled blob without pixels.")
         .def("__repr__", [](const Blob& b) {
             return "Blob(ident=" + std::to_string(b.ident) + ", bbox=(" + std::to_string(b.xmin) + ", " +
                    std::to_string(b.ymin) + ", " + std::to_string(b.xmax) + ", " + std::to_string(b.ymax) +
@@ -112,42 +122,45 @@ Owned copies: they stay valid after the next frame. Columns are read-only
 numpy arrays; len(), indexing and iteration give Blob records.)doc")
         .def("__len__", &Blobs::size)
         .def("__getitem__", &blob_at, py::arg("index"))
-        .def("__iter__", [](py::object self) {
-            const Blobs& b = self.cast<const Blobs&>();
-            py::list items;
-            for (size_t i = 0; i < b.size(); ++i) items.append(blob_at(b, static_cast<py::ssize_t>(i)));
-            return py::iter(items);
-        })
+        .def("__iter__",
+             [](py::object self) {
+                 const Blobs& b = self.cast<const Blobs&>();
+                 py::list items;
+                 for (size_t i = 0; i < b.size(); ++i) items.append(blob_at(b, static_cast<py::ssize_t>(i)));
+                 return py::iter(items);
+             })
         .def("__repr__", [](const Blobs& b) { return "<nerva.Blobs: " + std::to_string(b.size()) + " blobs>"; })
         .def_property_readonly("bbox", column_of(&Blobs::bbox, 4),
                                "N x 4 int32: xmin, ymin, xmax, ymax, bounds included.")
-        .def_property_readonly("npix", column_of(&Blobs::npix, 1),
-                               "N int32: foreground pixels per blob.")
+        .def_property_readonly("npix", column_of(&Blobs::npix, 1), "N int32: foreground pixels per blob.")
         .def_property_readonly("centroid", column_of(&Blobs::centroid, 2),
                                "N x 2 float64: mean pixel column and row (NaN for a sampled blob without pixels).")
         .def_property_readonly("center", column_of(&Blobs::center, 2),
                                "N x 2 int32: the centroid truncated toward zero, as nerva-blobs writes xc, yc.")
         .def_property_readonly("ident", column_of(&Blobs::ident, 1),
                                "N int32: each blob's index in the segmenter's pool for that frame.")
-        .def("as_cv2_stats", [](const Blobs& b) {
-            const size_t n = b.size();
-            py::array_t<int32_t> stats({static_cast<py::ssize_t>(n), py::ssize_t{5}});
-            py::array_t<double> centroids({static_cast<py::ssize_t>(n), py::ssize_t{2}});
-            auto s = stats.mutable_unchecked<2>();
-            auto c = centroids.mutable_unchecked<2>();
-            for (size_t i = 0; i < n; ++i) {
-                const int32_t* box = &b.bbox[4 * i];
-                const py::ssize_t r = static_cast<py::ssize_t>(i);
-                s(r, 0) = box[0];
-                s(r, 1) = box[1];
-                s(r, 2) = box[2] - box[0] + 1;
-                s(r, 3) = box[3] - box[1] + 1;
-                s(r, 4) = b.npix[i];
-                c(r, 0) = b.centroid[2 * i];
-                c(r, 1) = b.centroid[2 * i + 1];
-            }
-            return py::make_tuple(stats, centroids);
-        }, R"doc(The blobs as cv2.connectedComponentsWithStats lays them out, without the background row.
+        .def(
+            "as_cv2_stats",
+            [](const Blobs& b) {
+                const size_t n = b.size();
+                py::array_t<int32_t> stats({static_cast<py::ssize_t>(n), py::ssize_t{5}});
+                py::array_t<double> centroids({static_cast<py::ssize_t>(n), py::ssize_t{2}});
+                auto s = stats.mutable_unchecked<2>();
+                auto c = centroids.mutable_unchecked<2>();
+                for (size_t i = 0; i < n; ++i) {
+                    const int32_t* box = &b.bbox[4 * i];
+                    const py::ssize_t r = static_cast<py::ssize_t>(i);
+                    s(r, 0) = box[0];
+                    s(r, 1) = box[1];
+                    s(r, 2) = box[2] - box[0] + 1;
+                    s(r, 3) = box[3] - box[1] + 1;
+                    s(r, 4) = b.npix[i];
+                    c(r, 0) = b.centroid[2 * i];
+                    c(r, 1) = b.centroid[2 * i + 1];
+                }
+                return py::make_tuple(stats, centroids);
+            },
+            R"doc(The blobs as cv2.connectedComponentsWithStats lays them out, without the background row.
 
 Returns (stats, centroids): stats N x 5 int32 with the columns
 cv2.CC_STAT_LEFT, TOP, WIDTH, HEIGHT, AREA; centroids N x 2 float64.)doc");

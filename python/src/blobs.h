@@ -12,10 +12,10 @@ namespace nerva_python {
 
 struct Blobs {
     std::vector<int32_t> ident;
-    std::vector<int32_t> bbox;      // xmin, ymin, xmax, ymax per blob, inclusive
+    std::vector<int32_t> bbox;  // xmin, ymin, xmax, ymax per blob, inclusive
     std::vector<int32_t> npix;
-    std::vector<int32_t> center;    // xc, yc: the truncated means the C++ record holds
-    std::vector<double> centroid;   // exact means of the pixel columns and rows
+    std::vector<int32_t> center;   // xc, yc: the truncated means the C++ record holds
+    std::vector<double> centroid;  // exact means of the pixel columns and rows
 
     size_t size() const { return ident.size(); }
     void reserve(size_t n);

@@ -8,7 +8,8 @@ cv::Mat wrap_mask(const py::handle& object, int width, int height, const char* w
 {
     const std::string name(what);
     if (!py::isinstance<py::array>(object))
-        throw py::type_error(name + " must be a numpy array, not " + std::string(py::str(object.get_type().attr("__name__"))));
+        throw py::type_error(name + " must be a numpy array, not " +
+                             std::string(py::str(object.get_type().attr("__name__"))));
     const py::array a = py::reinterpret_borrow<py::array>(object);
     const char kind = a.dtype().kind();
     if (a.itemsize() != 1 || (kind != 'u' && kind != 'b'))

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include <opencv2/core.hpp>
 #include <pybind11/numpy.h>
+#include <opencv2/core.hpp>
 
 // Wraps a 2-D numpy array of uint8 or bool as a cv::Mat header over the same
 // memory (rows may be strided, columns must be adjacent bytes), or throws

@@ -63,9 +63,7 @@ public:
     {
         std::lock_guard<std::mutex> lock(mutex_);
         std::vector<int32_t> rows;
-        for_each_run([&](int y, const nerva::segment& run) {
-            rows.insert(rows.end(), {y, run.x_start, run.x_end});
-        });
+        for_each_run([&](int y, const nerva::segment& run) { rows.insert(rows.end(), {y, run.x_start, run.x_end}); });
         py::array_t<int32_t> out({static_cast<py::ssize_t>(rows.size() / 3), py::ssize_t{3}});
         std::copy(rows.begin(), rows.end(), out.mutable_data());
         return out;
@@ -119,7 +117,8 @@ public:
     {
         const auto [sx, sy] = steps;
         if (sx < 1 || sy < 1)
-            throw py::value_error("steps must be at least 1, not (" + std::to_string(sx) + ", " + std::to_string(sy) + ")");
+            throw py::value_error("steps must be at least 1, not (" + std::to_string(sx) + ", " + std::to_string(sy) +
+                                  ")");
         std::lock_guard<std::mutex> lock(mutex_);
         steps_ = steps;
     }

@@ -8,8 +8,8 @@
 #include <opencv2/imgproc.hpp>
 
 #include "errors.h"
-#include "output.h"
 #include "nerva/image/image_draw.h"
+#include "output.h"
 
 namespace nerva_blobs {
 
@@ -25,18 +25,20 @@ Annotator::~Annotator() { nerva::destroy_image(canvas_); }
 
 const cv::Mat& Annotator::draw(const cv::Mat& picture, const std::vector<Blob>& blobs, long frame)
 {
-    if (picture.channels() == 1)
-        cv::cvtColor(picture, view_, cv::COLOR_GRAY2BGR);
-    else
-        picture.copyTo(view_);
+    if (picture.channels() == 1) cv::cvtColor(picture, view_, cv::COLOR_GRAY2BGR);
+    else picture.copyTo(view_);
     CV_Assert(view_.data == canvas_->data);
 
     const int last_x = view_.cols - 1, last_y = view_.rows - 1;
     for (const Blob& b : blobs) {
         // Two nested outlines: one pixel is lost once the frame is scaled down.
         nerva::rectangle inner{b.xmin, b.ymin, b.xmax, b.ymax, b.width, b.height};
-        nerva::rectangle outer{std::max(b.xmin - 1, 0), std::max(b.ymin - 1, 0), std::min(b.xmax + 1, last_x),
-                               std::min(b.ymax + 1, last_y), 0, 0};
+        nerva::rectangle outer{std::max(b.xmin - 1, 0),
+                               std::max(b.ymin - 1, 0),
+                               std::min(b.xmax + 1, last_x),
+                               std::min(b.ymax + 1, last_y),
+                               0,
+                               0};
         outer.width = outer.xmax - outer.xmin + 1;
         outer.height = outer.ymax - outer.ymin + 1;
         nerva::draw_color_rectangle(&inner, canvas_, 0, 255, 0);
@@ -73,7 +75,8 @@ VideoFile::VideoFile(const std::string& path, cv::Size size, double fps) : path_
 {
     const std::string ext = std::filesystem::path(path).extension().string();
     // Codecs every FFmpeg build can encode.
-    const int fourcc = ext == ".mp4" ? cv::VideoWriter::fourcc('m', 'p', '4', 'v') : cv::VideoWriter::fourcc('M', 'J', 'P', 'G');
+    const int fourcc =
+        ext == ".mp4" ? cv::VideoWriter::fourcc('m', 'p', '4', 'v') : cv::VideoWriter::fourcc('M', 'J', 'P', 'G');
     if (!writer_.open(path, cv::CAP_FFMPEG, fourcc, fps, size, true))
         throw RuntimeError("cannot write video '" + path + "'");
 }

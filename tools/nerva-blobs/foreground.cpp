@@ -74,10 +74,8 @@ public:
     {
         // OpenCV's weighted grey: the library's own colour-to-grey walks a
         // row one byte per pixel, which suits its hosts but not camera frames.
-        if (frame.channels() == 1)
-            frame.copyTo(current_view_);
-        else
-            cv::cvtColor(frame, current_view_, cv::COLOR_BGR2GRAY);
+        if (frame.channels() == 1) frame.copyTo(current_view_);
+        else cv::cvtColor(frame, current_view_, cv::COLOR_BGR2GRAY);
         CV_Assert(current_view_.data == current_->data);  // written in place, never reallocated
 
         if (first_) {
@@ -114,8 +112,7 @@ public:
     explicit Mog2(const Options& o)
         : rate_(o.learning_rate_given ? o.learning_rate : -1.0), clean_(o.open, o.close),
           subtractor_(cv::createBackgroundSubtractorMOG2(500, 16.0, true))
-    {
-    }
+    {}
 
     const cv::Mat& apply(const cv::Mat& frame) override
     {

@@ -79,7 +79,7 @@ public:
 private:
     std::string path_;
     cv::VideoCapture capture_;
-    cv::Mat pending_;  // the first frame, decoded up front to detect bad files
+    cv::Mat pending_;    // the first frame, decoded up front to detect bad files
     double pending_ms_;  // its time, until the next read
     long total_ = -1;
     double fps_ = 25.0;
@@ -165,8 +165,7 @@ struct Pattern {
     std::string name(long i) const
     {
         std::string digits = std::to_string(i);
-        if (static_cast<int>(digits.size()) < width)
-            digits.insert(0, width - digits.size(), zero_pad ? '0' : ' ');
+        if (static_cast<int>(digits.size()) < width) digits.insert(0, width - digits.size(), zero_pad ? '0' : ' ');
         return before + digits + after;
     }
 };
@@ -180,7 +179,8 @@ Pattern parse_pattern(const std::string& text)
     static const std::regex field("%(0?)([0-9]*)d");
     std::smatch m;
     if (!std::regex_search(text, m, field) || std::count(text.begin(), text.end(), '%') != 1)
-        throw UsageError("'" + text + "' does not exist, and as a pattern it must hold exactly one integer field "
+        throw UsageError("'" + text +
+                         "' does not exist, and as a pattern it must hold exactly one integer field "
                          "such as %d or %04d");
     Pattern p;
     p.before = m.prefix();
@@ -201,7 +201,8 @@ std::vector<std::string> files_of_pattern(const std::string& text)
     long i = fs::exists(p.name(0)) ? 0 : 1;
     std::vector<std::string> files;
     for (; fs::exists(p.name(i)); ++i) files.push_back(p.name(i));
-    if (files.empty()) throw RuntimeError("no file matches '" + text + "' (tried " + p.name(0) + " and " + p.name(1) + ")");
+    if (files.empty())
+        throw RuntimeError("no file matches '" + text + "' (tried " + p.name(0) + " and " + p.name(1) + ")");
     return files;
 }
 

@@ -21,8 +21,7 @@ public:
     bool connect() override
     {
         capture_.release();
-        if (kind_ == LiveKind::device)
-            capture_.open(address_, cv::CAP_V4L2);
+        if (kind_ == LiveKind::device) capture_.open(address_, cv::CAP_V4L2);
         else
             capture_.open(address_, cv::CAP_FFMPEG,
                           std::vector<int>{cv::CAP_PROP_OPEN_TIMEOUT_MSEC, kOpenTimeoutMs,

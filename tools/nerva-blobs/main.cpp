@@ -98,8 +98,7 @@ int run(const Options& o)
     if (overview) overview->write();
     if (!o.quiet) {
         summary.print(stderr);
-        if (reader.drops_frames())
-            summary.print_live(stderr, reader.counts());
+        if (reader.drops_frames()) summary.print_live(stderr, reader.counts());
     }
     // Containers may announce more frames than they hold (a cut download).
     if (!stop_requested() && reader.total() > done)

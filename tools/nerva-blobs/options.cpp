@@ -64,7 +64,8 @@ std::optional<Options> parse_options(int argc, char** argv)
     std::string background = "average";
 
     CLI::App app{
-        "Segments the moving things of a video, image sequence, network stream or camera into blobs, one JSON line per frame.\n"
+        "Segments the moving things of a video, image sequence, network stream or camera into blobs, one JSON line per "
+        "frame.\n"
         "Foreground comes from a running-average background (default), OpenCV's MOG2, or ready-made masks.",
         "nerva-blobs"};
     app.set_version_flag("--version", std::string("nerva-blobs ") + NERVA_VERSION_STRING);
@@ -93,7 +94,8 @@ std::optional<Options> parse_options(int argc, char** argv)
     app.add_option("--learning-rate", o.learning_rate, "weight of the new frame in the background (0..1)")
         ->default_str("0.01, MOG2: automatic")
         ->group(fg);
-    app.add_option("--threshold", o.threshold, "grey difference from the background (at least) that counts as foreground")
+    app.add_option("--threshold", o.threshold,
+                   "grey difference from the background (at least) that counts as foreground")
         ->default_val(o.threshold)
         ->group(fg);
     app.add_option("--open", o.open, "morphological opening with an N x N ellipse: removes specks (0 = off)")
@@ -109,7 +111,8 @@ std::optional<Options> parse_options(int argc, char** argv)
         ->delimiter(',')
         ->expected(4)
         ->group(sg);
-    app.add_option("--steps", steps, "column and row sampling steps sx,sy; 1,1 is exact. A row step sy reads empty\n"
+    app.add_option("--steps", steps,
+                   "column and row sampling steps sx,sy; 1,1 is exact. A row step sy reads empty\n"
                    "stretches every sy rows: blobs it finds are exact, but things lying wholly between\n"
                    "two read rows are missed. A column step above 1 leaves runs ending inside the region empty")
         ->type_name("SX,SY")
@@ -125,8 +128,12 @@ std::optional<Options> parse_options(int argc, char** argv)
         ->group(sg);
 
     auto* out = "Output";
-    app.add_option("-o,--output", o.output, "JSON Lines file (default: standard output)")->type_name("FILE")->group(out);
-    app.add_option("--annotate", o.annotate_dir, "write annotated frames as PNG into DIR")->type_name("DIR")->group(out);
+    app.add_option("-o,--output", o.output, "JSON Lines file (default: standard output)")
+        ->type_name("FILE")
+        ->group(out);
+    app.add_option("--annotate", o.annotate_dir, "write annotated frames as PNG into DIR")
+        ->type_name("DIR")
+        ->group(out);
     app.add_option("--every", o.every, "annotate every Nth frame")->default_val(o.every)->group(out);
     app.add_option("--video-out", o.video_out, "write every frame, annotated, to a video (.avi, .mp4, .mkv)")
         ->type_name("FILE")

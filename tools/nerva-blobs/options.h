@@ -13,7 +13,7 @@ struct Roi {
 
 struct Options {
     std::string input;
-    bool masks = false;  // input already holds foreground masks
+    bool masks = false;     // input already holds foreground masks
     bool realtime = false;  // pace a file at its frame rate, dropping frames as a camera would
     int reconnect = -1;     // reopening attempts per outage of a live source; -1: unbounded
 

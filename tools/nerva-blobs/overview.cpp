@@ -65,10 +65,8 @@ void Overview::add(long frame, const cv::Mat& annotated)
 
 void Overview::count(int blobs)
 {
-    if (frames_++ % frames_per_count_ == 0)
-        counts_.push_back(blobs);
-    else
-        counts_.back() = std::max(counts_.back(), blobs);
+    if (frames_++ % frames_per_count_ == 0) counts_.push_back(blobs);
+    else counts_.back() = std::max(counts_.back(), blobs);
     if (counts_.size() < max_counts) return;
     // Pairs merge into their larger count: the plot shows maxima anyway.
     for (size_t i = 0; i < counts_.size() / 2; ++i) counts_[i] = std::max(counts_[2 * i], counts_[2 * i + 1]);
@@ -92,10 +90,11 @@ void Overview::write() const
                   cv::Scalar(32, 32, 32));
     for (size_t i = 0; i < chosen.size(); ++i) {
         const int col = static_cast<int>(i) % columns, row = static_cast<int>(i) / columns;
-        chosen[i]->second.copyTo(sheet(cv::Rect(col * (thumb_.width + gap), row * (thumb_.height + gap), thumb_.width,
-                                                thumb_.height)));
+        chosen[i]->second.copyTo(
+            sheet(cv::Rect(col * (thumb_.width + gap), row * (thumb_.height + gap), thumb_.width, thumb_.height)));
     }
-    plot(counts_, frames_, sheet.cols, plot_height).copyTo(sheet(cv::Rect(0, sheet.rows - plot_height, sheet.cols, plot_height)));
+    plot(counts_, frames_, sheet.cols, plot_height)
+        .copyTo(sheet(cv::Rect(0, sheet.rows - plot_height, sheet.cols, plot_height)));
     write_image_file(path_, sheet);
 }
 

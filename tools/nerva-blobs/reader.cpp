@@ -63,7 +63,7 @@ struct FrameReader::Shared {
     bool pause(double seconds)
     {
         const auto until = steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(
-                                                      std::chrono::duration<double>(std::max(seconds, 0.0)));
+                                                     std::chrono::duration<double>(std::max(seconds, 0.0)));
         std::unique_lock<std::mutex> lock(mutex);
         while (!stopping()) {
             const auto now = steady_clock::now();

@@ -22,14 +22,14 @@ using steady_clock = std::chrono::steady_clock;
 
 struct Frame {
     cv::Mat image;
-    long number = 0;    // position in the input, dropped frames included
-    double time = 0.0;  // seconds: stream time where the source has one, else since the start
-    long dropped = 0;   // frames dropped between the previous frame handed out and this one
+    long number = 0;        // position in the input, dropped frames included
+    double time = 0.0;      // seconds: stream time where the source has one, else since the start
+    long dropped = 0;       // frames dropped between the previous frame handed out and this one
     double outage_s = 0.0;  // > 0 on the first frame after the source came back
     int outage_attempts = 0;
     steady_clock::time_point arrival;  // when it was decoded
     double decode_ms = 0.0;
-    std::string where;                 // file it came from, for messages
+    std::string where;  // file it came from, for messages
 };
 
 struct ReaderOptions {

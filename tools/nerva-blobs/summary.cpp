@@ -46,8 +46,9 @@ void Summary::print(std::FILE* to) const
 
 void Summary::print_live(std::FILE* to, const LiveCounts& c) const
 {
-    std::fprintf(to, "nerva-blobs: %ld frames dropped; from arrival to JSON line: median %.2f ms, 99th percentile %.2f ms\n",
-                 c.dropped, latency_.quantile(0.5), latency_.quantile(0.99));
+    std::fprintf(
+        to, "nerva-blobs: %ld frames dropped; from arrival to JSON line: median %.2f ms, 99th percentile %.2f ms\n",
+        c.dropped, latency_.quantile(0.5), latency_.quantile(0.99));
     if (c.outages > 0)
         std::fprintf(to, "nerva-blobs: %d outage%s, %.1f s in all, longest %.1f s\n", c.outages,
                      c.outages == 1 ? "" : "s", c.outage_seconds, c.longest_outage);

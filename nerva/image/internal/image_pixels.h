@@ -113,7 +113,10 @@ inline uint64_t truncate_wrapped(double v)
 }
 
 // Low byte of a value truncated toward zero: values wrap, they are not clamped.
-inline unsigned char low_byte_of(double v) { return static_cast<unsigned char>(static_cast<uint64_t>(truncate_to_int64(v)) & 0xFF); }
+inline unsigned char low_byte_of(double v)
+{
+    return static_cast<unsigned char>(static_cast<uint64_t>(truncate_to_int64(v)) & 0xFF);
+}
 
 // Signed 10-bit field of a packed word (bits shift .. shift + 9).
 inline int32_t signed_field10(uint32_t word, int shift)

@@ -2,8 +2,8 @@
 // over HTTP on the loopback address, and the program reads it as it would a
 // camera. Clips are short and every wait has a generous deadline, so that a
 // loaded machine slows the tests without failing them.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
@@ -72,12 +72,9 @@ public:
         const auto until = steady::now() + timeout;
         while (status_ < 0) {
             int raw = 0;
-            if (waitpid(pid_, &raw, WNOHANG) == pid_)
-                status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
-            else if (steady::now() > until)
-                break;
-            else
-                std::this_thread::sleep_for(20ms);
+            if (waitpid(pid_, &raw, WNOHANG) == pid_) status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+            else if (steady::now() > until) break;
+            else std::this_thread::sleep_for(20ms);
         }
         return status_;
     }
@@ -135,8 +132,9 @@ protected:
         // A moving test pattern, and noise: every pixel changes, so every
         // frame has thousands of blobs and a JSON line of a few hundred KB.
         run_ffmpeg("-f lavfi -i testsrc=size=160x120:rate=25 -t 3 -c:v mpeg2video -g 5 -f mpegts pattern.ts");
-        run_ffmpeg("-f lavfi -i 'nullsrc=size=192x144:rate=25,geq=random(1)*255:128:128' -t 2 -c:v mpeg2video -q:v 3 "
-                   "-g 5 -f mpegts noise.ts");
+        run_ffmpeg(
+            "-f lavfi -i 'nullsrc=size=192x144:rate=25,geq=random(1)*255:128:128' -t 2 -c:v mpeg2video -q:v 3 "
+            "-g 5 -f mpegts noise.ts");
     }
     static void TearDownTestSuite()
     {
@@ -162,9 +160,9 @@ protected:
     // take the one connection before the listening socket is seen).
     std::unique_ptr<Child> serve(const std::string& clip, bool first = true) const
     {
-        auto server = std::make_unique<Child>("ffmpeg -nostdin -loglevel quiet -re -stream_loop -1 -i " + clip +
-                                                  " -c copy -f mpegts -listen 1 " + url(),
-                                              dir_);
+        auto server = std::make_unique<Child>(
+            "ffmpeg -nostdin -loglevel quiet -re -stream_loop -1 -i " + clip + " -c copy -f mpegts -listen 1 " + url(),
+            dir_);
         if (first) {
             EXPECT_TRUE(wait_until([&] { return listening(port_); }, 20s)) << "ffmpeg does not listen";
         }
@@ -235,7 +233,8 @@ TEST_F(LiveSource, ReconnectsWhenTheServerComesBackAndNumbersGoOn)
     server->wait(10s);
     // A real outage: longer than the second of stream the client holds buffered.
     std::this_thread::sleep_for(2s);
-    server = serve("pattern.ts", false);  // same address; the program tries again 1 s after the loss, then 2 s later ...
+    server =
+        serve("pattern.ts", false);  // same address; the program tries again 1 s after the loss, then 2 s later ...
     // Frames already buffered still come first; then the loss, then the new connection.
     const auto back_for_a_while = [&] {
         const auto lines = json_lines(slurp(dir_ / "live.jsonl"));
@@ -266,7 +265,7 @@ TEST_F(LiveSource, ReconnectsWhenTheServerComesBackAndNumbersGoOn)
     const auto nobody = nerva_blobs(nowhere + " --reconnect 1", -1, "nobody.txt");
     EXPECT_EQ(nobody->wait(30s), 1);
     EXPECT_EQ(slurp(dir_ / "nobody.txt"), "nerva-blobs: cannot open '" + nowhere +
-                                           "': no answer, or not a stream that can be decoded (2 attempts)\n");
+                                              "': no answer, or not a stream that can be decoded (2 attempts)\n");
 }
 
 // The program's standard output goes into a pipe nobody reads for a while:

@@ -172,8 +172,9 @@ TEST_F(NervaBlobs, MasksFromADirectoryOrAPatternAreSegmentedExactly)
 
 TEST_F(NervaBlobs, WritesAnnotatedFramesVideoAndOverview)
 {
-    const Result r = run("square.avi -o blobs.jsonl --annotate frames --every 10 --video-out annotated.avi "
-                         "--overview overview.png --progress");
+    const Result r =
+        run("square.avi -o blobs.jsonl --annotate frames --every 10 --video-out annotated.avi "
+            "--overview overview.png --progress");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(r.out.empty()) << "JSON goes to --output only";
     const std::string jsonl = slurp(dir_ / "blobs.jsonl");
@@ -252,7 +253,8 @@ TEST_F(NervaBlobs, BadInputGivesOneLineAndTheRightStatus)
     // A reader that has gone: an error, not a crash. The program starts after
     // the reader has exited, so its first write meets a closed pipe; the shell
     // hands the program's own status through a file.
-    const std::string cmd = "cd '" + dir_.string() + "' && { sleep 1; '" NERVA_BLOBS_EXE
+    const std::string cmd = "cd '" + dir_.string() +
+                            "' && { sleep 1; '" NERVA_BLOBS_EXE
                             "' square.avi -q 2>pipe_err.txt; echo $? >pipe_status.txt; } | true";
     ASSERT_EQ(std::system(cmd.c_str()), 0);
     EXPECT_EQ(slurp(dir_ / "pipe_status.txt"), "1\n");
@@ -279,8 +281,8 @@ TEST_F(NervaBlobs, FrameOfAnotherSizeStopsTheRunAndKeepsWhatWasWritten)
 TEST_F(NervaBlobs, FullDiskAndCutInputAreReportedAndLeaveNoCutLine)
 {
     const auto limited = [&](const std::string& args) {
-        const std::string cmd = "cd '" + dir_.string() + "' && (ulimit -f 4; exec '" NERVA_BLOBS_EXE "' " + args +
-                                ") >out.txt 2>err.txt";
+        const std::string cmd =
+            "cd '" + dir_.string() + "' && (ulimit -f 4; exec '" NERVA_BLOBS_EXE "' " + args + ") >out.txt 2>err.txt";
         const int raw = std::system(cmd.c_str());
         return Result{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(dir_ / "out.txt"), slurp(dir_ / "err.txt")};
     };
@@ -293,9 +295,9 @@ TEST_F(NervaBlobs, FullDiskAndCutInputAreReportedAndLeaveNoCutLine)
     std::istringstream in(text);
     for (std::string line; std::getline(in, line);) EXPECT_NO_THROW(json::parse(line));
 
-    for (const char* args : {"square.avi -q -o /dev/null --video-out limited.avi",
-                             "square.avi -q -o /dev/null --video-out limited.mkv",
-                             "square.avi -q -o /dev/null --annotate limited", "square.avi -q -o /dev/null --overview limited.png"}) {
+    for (const char* args :
+         {"square.avi -q -o /dev/null --video-out limited.avi", "square.avi -q -o /dev/null --video-out limited.mkv",
+          "square.avi -q -o /dev/null --annotate limited", "square.avi -q -o /dev/null --overview limited.png"}) {
         const Result r = limited(args);
         EXPECT_EQ(r.status, 1) << args;
         EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
@@ -310,9 +312,9 @@ TEST_F(NervaBlobs, FullDiskAndCutInputAreReportedAndLeaveNoCutLine)
     const long decoded = static_cast<long>(cut.lines().size());
     EXPECT_GT(decoded, 0);
     EXPECT_LT(decoded, kFrames);
-    EXPECT_NE(cut.err.find("warning: 'cut.avi' announced 40 frames, only " + std::to_string(decoded) +
-                           " could be decoded"),
-              std::string::npos)
+    EXPECT_NE(
+        cut.err.find("warning: 'cut.avi' announced 40 frames, only " + std::to_string(decoded) + " could be decoded"),
+        std::string::npos)
         << cut.err;
     EXPECT_EQ(run("square.avi -q").err, "") << "no warning for a whole file";
 }

@@ -98,7 +98,8 @@ constexpr size_t kKeptRegionLines = 1 << 16;  // lines over all chunks
 // than a quarter of it: a stream whose regions change height from frame to
 // frame keeps what its tallest frames need instead of reallocating it.
 constexpr int kFramesBeforeTrim = 8;
-// Blob records kept as spares after the pool is trimmed (20 KB each).
+// Spare blob records (20 KB each) kept when the row indexes are trimmed, so
+// that a burst of crowded frames does not stay resident either.
 constexpr size_t kKeptSpareBlobs = 128;
 
 // Releases what a tall or crowded burst left behind, once the stream has
@@ -107,7 +108,7 @@ constexpr size_t kKeptSpareBlobs = 128;
 // last frame's keep at most kKeptRowIndex entries, and region-line chunks
 // beyond twice the last frame's need go. Until then every row index is only
 // emptied, so the steady state allocates nothing.
-void trim_row_indexes(MV_RLEsegm& segm)
+bool trim_row_indexes(MV_RLEsegm& segm)
 {
     detail::SegmenterWork& work = *segm.work;
     const size_t used = std::min(static_cast<size_t>(std::max(segm.nb_regs, 0)), segm.reg_pool.size());
@@ -147,6 +148,7 @@ void trim_row_indexes(MV_RLEsegm& segm)
     }
     arena.chunk = 0;  // set_segs_in_regsKAP starts from the first chunk anyway
     arena.used = 0;
+    return trim;
 }
 
 // Bytes the pools, the scratch arrays and the region lines hold for a frame
@@ -331,7 +333,7 @@ void RLEsegm_reset(segm_ptr segmenter)
 {
     if (detail::refuses_null(segmenter.get(), "RLEsegm_reset()")) return;
     segmenter->nb_segs = 0;
-    trim_row_indexes(*segmenter);  // empties the used regions' row indexes
+    const bool trimmed = trim_row_indexes(*segmenter);  // empties the used regions' row indexes
     segmenter->nb_regs = 0;
 
     // Trim the blob pool only when it is clearly oversized. The slot
@@ -355,14 +357,13 @@ void RLEsegm_reset(segm_ptr segmenter)
             detail::release_blob_data(*slot, detail::BlobBuffer::forget);
             // Nobody else should hold a pool blob past the frame; if the host
             // does, the record is left to it rather than recycled.
-            // Spares are capped so that a burst of crowded frames does not
-            // stay resident.
-            if (slot.use_count() == 1 && segmenter->work->spare_blobs.size() < kKeptSpareBlobs)
-                segmenter->work->spare_blobs.push_back(std::move(slot));
+            if (slot.use_count() == 1) segmenter->work->spare_blobs.push_back(std::move(slot));
             slot.reset();
         }
         segmenter->nb_pool_blobs = segmenter->last_blob;
     }
+    if (trimmed && segmenter->work->spare_blobs.size() > kKeptSpareBlobs)
+        segmenter->work->spare_blobs.resize(kKeptSpareBlobs);
     segmenter->nb_blobs = 0;
     segmenter->last_blob = -1;
     segmenter->blob_head.reset();

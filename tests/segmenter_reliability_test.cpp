@@ -25,6 +25,7 @@ extern "C" size_t __sanitizer_get_current_allocated_bytes();
 
 #include "nerva/messages.h"
 #include "nerva/nerva.h"
+#include "nerva/segmentation/internal/segmenter_internal.h"
 
 using namespace nerva;
 
@@ -364,4 +365,25 @@ TEST(SegmenterSoak, ResidentMemoryReturnsAfterABurstOfTallAndManyRegions)
     RLEsegm_segmentKAP(m, s);
     for (int i = 0; i < s->nb_regs; ++i)
         EXPECT_EQ(places[static_cast<size_t>(i)], s->reg_pool[static_cast<size_t>(i)]->reg_lines.data());
+}
+
+// A stream alternating a crowded frame of tall blobs with a lighter one of
+// short blobs: the blob records trimmed after the light frame come back as
+// spares, and no region's row index moves, so no frame allocates.
+TEST(SegmenterSoak, AlternatingFramesKeepRecordsAndRowIndexesInPlace)
+{
+    auto s = exact_segmenter(640, 480);
+    cv::Mat crowded(480, 640, CV_8UC1, cv::Scalar(0)), light(480, 640, CV_8UC1, cv::Scalar(0));
+    for (int i = 0; i < 40; ++i) crowded(cv::Rect(15 * i + 2, 10 + 5 * (i % 7), 4, 300)).setTo(255);
+    for (int i = 0; i < 25; ++i) light(cv::Rect(20 * i + 2, 400, 4, 20)).setTo(255);
+    for (int f = 0; f < 4; ++f) RLEsegm_segmentKAP(f % 2 ? light : crowded, s);
+    const size_t records = static_cast<size_t>(s->nb_pool_blobs) + s->work->spare_blobs.size();
+    std::vector<const void*> places;
+    for (int i = 0; i < 40; ++i) places.push_back(s->reg_pool[static_cast<size_t>(i)]->reg_lines.data());
+    for (int f = 0; f < 20; ++f) {
+        ASSERT_EQ(count_blobs(RLEsegm_segmentKAP(f % 2 ? light : crowded, s).get()), f % 2 ? 25 : 40);
+        EXPECT_EQ(static_cast<size_t>(s->nb_pool_blobs) + s->work->spare_blobs.size(), records) << "frame " << f;
+    }
+    for (int i = 0; i < 40; ++i)
+        EXPECT_EQ(places[static_cast<size_t>(i)], s->reg_pool[static_cast<size_t>(i)]->reg_lines.data()) << i;
 }

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "nerva/blob/internal/blob_internal.h"
 #include "nerva/geometry/internal/wrap_arith.h"
 #include "nerva/internal/report.h"
 #include "nerva/segmentation/internal/pool_blocks.h"
@@ -93,22 +94,41 @@ void empty_rows(RLEimage* img)
 // sizes nothing is trimmed, so ordinary frames never allocate for them.
 constexpr size_t kKeptRowIndex = 32;          // entries per region
 constexpr size_t kKeptRegionLines = 1 << 16;  // lines over all chunks
+// Storage is trimmed only after this many frames in a row each needed less
+// than a quarter of it: a stream whose regions change height from frame to
+// frame keeps what its tallest frames need instead of reallocating it.
+constexpr int kFramesBeforeTrim = 8;
+// Spare blob records (20 KB each) kept when the row indexes are trimmed, so
+// that a burst of crowded frames does not stay resident either.
+constexpr size_t kKeptSpareBlobs = 128;
 
-// Releases what a tall or crowded frame left behind: a region's row index
-// shrinks when it holds more than twice what its last frame used, regions
-// past the last frame's keep at most kKeptRowIndex entries, and region-line
-// chunks beyond twice the last frame's need go. A repeated frame finds
-// everything in place, so the steady state allocates nothing.
-void trim_row_indexes(MV_RLEsegm& segm)
+// Releases what a tall or crowded burst left behind, once the stream has
+// needed far less for kFramesBeforeTrim frames: a region's row index shrinks
+// when it holds more than twice what its last frame used, regions past the
+// last frame's keep at most kKeptRowIndex entries, and region-line chunks
+// beyond twice the last frame's need go. Until then every row index is only
+// emptied, so the steady state allocates nothing.
+bool trim_row_indexes(MV_RLEsegm& segm)
 {
     detail::SegmenterWork& work = *segm.work;
     const size_t used = std::min(static_cast<size_t>(std::max(segm.nb_regs, 0)), segm.reg_pool.size());
     const size_t held = std::min(std::max(work.regions_with_rows, used), segm.reg_pool.size());
+    detail::RegionLineArena& arena = work.region_lines;
+    size_t lines_used = arena.used;
+    for (size_t c = 0; c < arena.chunk && c < arena.chunks.size(); ++c) lines_used += arena.chunks[c].size;
+    size_t lines_held = 0, index_held = 0;
+    for (const auto& chunk : arena.chunks) lines_held += chunk.size;
+    for (size_t i = 0; i < held; ++i)
+        if (segm.reg_pool[i]) index_held += segm.reg_pool[i]->reg_lines.capacity();
+    const size_t light = std::max(4 * lines_used, kKeptRegionLines);
+    work.light_frames = (lines_held > light || index_held > light) ? work.light_frames + 1 : 0;
+    const bool trim = work.light_frames >= kFramesBeforeTrim;
+
     for (size_t i = 0; i < held; ++i) {
         if (!segm.reg_pool[i]) continue;
         auto& rows = segm.reg_pool[i]->reg_lines;
         const size_t need = i < used ? rows.size() : 0;
-        if (rows.capacity() > kKeptRowIndex && rows.capacity() > 2 * need) {
+        if (trim && rows.capacity() > kKeptRowIndex && rows.capacity() > 2 * need) {
             std::vector<std::shared_ptr<RLEregionline>> fitted;
             fitted.reserve(std::max(need + need / 4, kKeptRowIndex));
             rows.swap(fitted);
@@ -116,18 +136,19 @@ void trim_row_indexes(MV_RLEsegm& segm)
             rows.clear();
         }
     }
-    work.regions_with_rows = used;
+    work.regions_with_rows = trim ? used : held;
 
-    detail::RegionLineArena& arena = work.region_lines;
-    size_t lines_used = arena.used;
-    for (size_t c = 0; c < arena.chunk && c < arena.chunks.size(); ++c) lines_used += arena.chunks[c].size;
-    const size_t keep = std::max(2 * lines_used, kKeptRegionLines);
-    size_t kept = 0, total = 0;
-    while (kept < arena.chunks.size() && (kept <= arena.chunk || total + arena.chunks[kept].size <= keep))
-        total += arena.chunks[kept++].size;
-    arena.chunks.resize(kept);
+    if (trim) {
+        const size_t keep = std::max(2 * lines_used, kKeptRegionLines);
+        size_t kept = 0, total = 0;
+        while (kept < arena.chunks.size() && (kept <= arena.chunk || total + arena.chunks[kept].size <= keep))
+            total += arena.chunks[kept++].size;
+        arena.chunks.resize(kept);
+        work.light_frames = 0;
+    }
     arena.chunk = 0;  // set_segs_in_regsKAP starts from the first chunk anyway
     arena.used = 0;
+    return trim;
 }
 
 // Bytes the pools, the scratch arrays and the region lines hold for a frame
@@ -312,7 +333,7 @@ void RLEsegm_reset(segm_ptr segmenter)
 {
     if (detail::refuses_null(segmenter.get(), "RLEsegm_reset()")) return;
     segmenter->nb_segs = 0;
-    trim_row_indexes(*segmenter);  // empties the used regions' row indexes
+    const bool trimmed = trim_row_indexes(*segmenter);  // empties the used regions' row indexes
     segmenter->nb_regs = 0;
 
     // Trim the blob pool only when it is clearly oversized. The slot
@@ -331,8 +352,9 @@ void RLEsegm_reset(segm_ptr segmenter)
         for (int i = segmenter->last_blob; i < segmenter->nb_pool_blobs; ++i) {
             std::shared_ptr<RLEblob>& slot = segmenter->blob_pool[static_cast<size_t>(i)];
             if (!slot) continue;
-            std::shared_ptr<RLEblob> blob = slot;
-            blob_free(blob);
+            // What blob_free releases, without taking a reference that would
+            // hide whether the host still holds the record.
+            detail::release_blob_data(*slot, detail::BlobBuffer::forget);
             // Nobody else should hold a pool blob past the frame; if the host
             // does, the record is left to it rather than recycled.
             if (slot.use_count() == 1) segmenter->work->spare_blobs.push_back(std::move(slot));
@@ -340,6 +362,8 @@ void RLEsegm_reset(segm_ptr segmenter)
         }
         segmenter->nb_pool_blobs = segmenter->last_blob;
     }
+    if (trimmed && segmenter->work->spare_blobs.size() > kKeptSpareBlobs)
+        segmenter->work->spare_blobs.resize(kKeptSpareBlobs);
     segmenter->nb_blobs = 0;
     segmenter->last_blob = -1;
     segmenter->blob_head.reset();

@@ -55,6 +55,9 @@ struct SegmenterWork {
     bool pool_full_counted = false;
     int32_t reused_blobs = 0;
     size_t regions_with_rows = 0;
+    // Frames in a row that needed less than a quarter of the row indexes and
+    // region lines held; trimming waits for several (segmenter.cpp).
+    int light_frames = 0;
 };
 
 // How run extraction is called.

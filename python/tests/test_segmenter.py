@@ -45,24 +45,6 @@ def test_reads_strided_views_in_place(rng):
     assert_like_cv2(seg, every_other_row, seg.segment(every_other_row))
 
 
-def test_region_of_interest_and_row_steps_stay_exact(rng):
-    mask = blobby_mask(rng, 100, 140)
-    seg = nerva.Segmenter(140, 100, roi=(20, 10, 90, 70), steps=(1, 3))
-    blobs = seg.segment(mask)
-    inside = np.zeros_like(mask)
-    inside[10:80, 20:110] = mask[10:80, 20:110]
-    assert_like_cv2(seg, inside, blobs)
-    seg.roi = None
-    assert seg.roi == (0, 0, 140, 100)
-    assert_like_cv2(seg, mask, seg.segment(mask))
-
-
-def test_column_sampling_gives_empty_blobs_without_centroid():
-    mask = np.zeros((20, 40), np.uint8)
-    mask[5:10, 8:11] = 1  # runs ending between two column samples
-    blobs = nerva.Segmenter(40, 20, steps=(4, 1)).segment(mask)
-    assert len(blobs) > 0 and (blobs.npix == 0).all() and all(b.width == 0 for b in blobs)
-    assert np.isnan(blobs.centroid).all()
 
 
 def test_size_filter_and_label_numbering():
@@ -157,11 +139,3 @@ def test_four_threads_give_the_single_thread_results(rng):
     for k in range(4):
         for i, got in enumerate(results[k]):
             np.testing.assert_array_equal(got, expected[i % len(masks)])
-
-
-def test_one_shot_form(rng):
-    mask = blobby_mask(rng, 40, 60)
-    np.testing.assert_array_equal(nerva.blobs(mask, min_pixels=3).npix,
-                                  nerva.Segmenter(60, 40, min_pixels=3).segment(mask).npix)
-    with pytest.raises(ValueError, match="2-D"):
-        nerva.blobs(np.zeros((2, 3, 4), np.uint8))

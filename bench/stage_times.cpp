@@ -131,12 +131,13 @@ int main(int argc, char** argv)
             rows += rows_read(*s);
             if (s->nb_segs == 0) continue;
             t = Clock::now();
-            nerva::detail::label_frame(*s);
+            const bool labelled = nerva::detail::label_frame(*s);
             stages[2].ns += since(t);
             regions += s->nb_regs;
             for (int r = 0; r < s->nb_regs; ++r) region_rows += s->reg_pool[r]->y_max - s->reg_pool[r]->y_min + 1;
             t = Clock::now();
-            nerva::set_segs_in_regsKAP(s, m.rows);
+            if (labelled) nerva::detail::fill_region_lines(*s, m.rows);
+            else nerva::set_segs_in_regsKAP(s, m.rows);
             stages[3].ns += since(t);
             t = Clock::now();
             nerva::RLEsegm_regions2blobsKAP(0, 0, s);

@@ -1,12 +1,22 @@
-// The driver's labelling: the labelling engine with run owners, absorbers
-// and holes kept as plain indices. They are written into their
-// shared-pointer fields once at the end, and only where the value changes,
-// so the sweep itself makes no reference-count update (locked instructions
-// that would also stall the memory pipeline).
+// The driver's labelling: the two-row sweep of the labelling engine on the
+// run bounds extraction left in run_bounds, with every run owner, absorber,
+// hole and region statistic kept in compact arrays. The segment records,
+// the region records and the img2regs cursor are written once, at the end,
+// and only where a value changes, so the sweep touches neither the pools'
+// records nor a reference count.
+//
+// The steps are those of LabellingEngine (labelling_engine.h) with its
+// union-find flag set, walked over the same cursors in the same order; the
+// equivalence test holds the two to the same final state. The engine itself
+// still labels a frame whose pool regions no longer carry their pool
+// position as ident (a host may write them): merges compare idents, and the
+// sweep here compares positions.
 #include <algorithm>
 
+#include "nerva/geometry/internal/wrap_arith.h"
 #include "nerva/segmentation/internal/labelling_engine.h"
 #include "nerva/segmentation/internal/pool_blocks.h"
+#include "nerva/segmentation/internal/region_ops.h"
 #include "nerva/segmentation/internal/segmenter_internal.h"
 
 namespace nerva {
@@ -16,8 +26,317 @@ namespace {
 
 constexpr int32_t kNone = -1;
 
-// Regions are pool positions; runs are numbered by their position in the
-// segment pool.
+// The sweep over run numbers. A row is the run numbers [begin, begin+count)
+// of the pool; `slot` numbers stand for the engine's cursor slots (-1: the
+// img2regs record's own cur_seg / prev_seg, not moved yet).
+class CompactSweep {
+public:
+    explicit CompactSweep(MV_RLEsegm& segm)
+        : segm_(segm), labels_(segm.work->labels), bounds_(segm.work->run_bounds.data()),
+          pool_base_(segm.seg_pool.data())
+    {
+        if (labels_.run_owner.size() < segm.seg_pool.size()) labels_.run_owner.resize(segm.seg_pool.size());
+        owner_ = labels_.run_owner.data();
+        std::fill_n(owner_, segm.nb_segs, kNone);
+        regions_grew();
+        const img2regs& state = *segm.i2r;
+        y_ = state.y;
+        cur_runs_ = state.cur_runs;
+        prev_runs_ = state.prev_runs;
+        cur_count_ = state.cur_count;
+        prev_count_ = state.prev_count;
+        cur_idx_ = state.cur_idx;
+        prev_idx_ = state.prev_idx;
+    }
+
+    // img2regs_init, img2regs_exec over the rows of interest, img2regs_pass2;
+    // false when no row of interest holds a run.
+    bool run()
+    {
+        const int32_t lines = segm_.rle_img ? static_cast<int32_t>(segm_.rle_img->lines.size()) : 0;
+        const int32_t last = segm_.roi_ymax < lines - 1 ? segm_.roi_ymax : lines - 1;
+        y_ = segm_.roi_ymin < 0 ? 0 : segm_.roi_ymin;
+        while (y_ <= last && line(y_).nb_segs <= 0) ++y_;
+        if (y_ > last) {
+            cur_runs_ = nullptr;
+            cur_count_ = 0;
+            return false;
+        }
+        load_row(y_);
+        for (int32_t k = 0; k < cur_count_; ++k) new_region(cur_begin_ + k, y_);
+        cur_idx_ = cur_count_;
+
+        const int32_t nrows = segm_.roi_ymax - segm_.roi_ymin + 1;
+        if (nrows > 0)
+            for (int32_t i = 0; i < nrows && y_ <= last; ++i, ++y_) {
+                load_row(y_);
+                self_pair_ = prev_runs_ == cur_runs_ && prev_count_ == cur_count_;
+                if (prev_count_ == 0 && cur_count_ > 0)
+                    for (int32_t k = 0; k < cur_count_; ++k) new_region(cur_begin_ + k, y_);
+                // img2regs_initstep: both cursors on their row's first run.
+                cur_idx_ = 0;
+                prev_idx_ = 0;
+                if (prev_count_ > 0) prev_slot_ = prev_begin_;
+                if (cur_count_ > 0) cur_slot_ = cur_begin_;
+                if (cur_count_ != 0 && prev_count_ != 0) pair_rows();
+            }
+        pass2();
+        return true;
+    }
+
+    // False when a pool region's ident is not its position: the engine must
+    // label this frame instead.
+    bool idents_are_positions() const
+    {
+        for (int32_t r = 0; r < segm_.nb_regs; ++r)
+            if (segm_.reg_pool[static_cast<size_t>(r)]->ident != r) return false;
+        return true;
+    }
+
+    // The frame's result into the records' fields and the img2regs record.
+    void write_back()
+    {
+        const auto ref = [&](int32_t r) -> const std::shared_ptr<region>& {
+            static const std::shared_ptr<region> no_region;
+            return r == kNone ? no_region : segm_.reg_pool[static_cast<size_t>(r)];
+        };
+        // One pass over the runs, the last of pass 2 with it: each run moves
+        // to its region's survivor, and its record takes bounds and owner.
+        const int32_t runs = segm_.nb_segs;
+        int32_t* const owner = owner_;
+        const int32_t* const absorber = absorber_;
+        for (int32_t k = 0; k < runs; ++k) {
+            int32_t reg = owner[k];
+            if (reg != kNone && absorber[reg] != kNone) owner[k] = reg = absorber[reg];
+            segment& seg = *pool_base_[k];
+            seg.x_start = bounds_[2 * k];
+            seg.x_end = bounds_[2 * k + 1];
+            set_link(seg.owner, ref(reg));
+        }
+        const int32_t regions = segm_.nb_regs;
+        for (int32_t r = 0; r < regions; ++r) {
+            region& reg = *segm_.reg_pool[static_cast<size_t>(r)];
+            const RegionStats& st = stats_[r];
+            reg.seed_x = st.seed_x;
+            reg.y_min = st.y_min;
+            reg.npix = st.npix;
+            reg.nholes = st.nholes;
+            reg.x_min = st.x_min;
+            reg.x_max = st.x_max;
+            reg.y_max = st.y_max;
+            reg.sum_x = st.sum_x;
+            reg.sum_y = st.sum_y;
+            if (reg.link) reg.link.reset();
+            set_link(reg.next, ref(r + 1 < regions ? r + 1 : kNone));
+            set_link(reg.absorber, ref(absorber_[r]));
+            set_link(reg.hole, ref(hole_[r]));
+        }
+        img2regs& state = *segm_.i2r;
+        set_link(state.first, ref(regions > 0 ? 0 : kNone));
+        set_link(state.last, ref(regions > 0 ? regions - 1 : kNone));
+        write_cursor(state);
+    }
+
+    // The cursor alone (a frame without a run of interest).
+    void write_cursor(img2regs& state) const
+    {
+        state.y = y_;
+        state.cur_runs = cur_runs_;
+        state.prev_runs = prev_runs_;
+        state.cur_count = cur_count_;
+        state.prev_count = prev_count_;
+        state.cur_idx = cur_idx_;
+        state.prev_idx = prev_idx_;
+        if (cur_slot_ >= 0) state.cur_seg = pool_base_[cur_slot_];
+        if (prev_slot_ >= 0) state.prev_seg = pool_base_[prev_slot_];
+    }
+
+    // Writes the bounds of every run of the frame into its segment record.
+    static void write_runs(MV_RLEsegm& segm)
+    {
+        const int32_t* b = segm.work->run_bounds.data();
+        for (int32_t k = 0; k < segm.nb_segs; ++k) {
+            segment& seg = *segm.seg_pool[static_cast<size_t>(k)];
+            seg.x_start = b[2 * k];
+            seg.x_end = b[2 * k + 1];
+        }
+    }
+
+private:
+    const RLEline& line(int32_t row) const { return *segm_.rle_img->lines[static_cast<size_t>(row)]; }
+
+    void regions_grew()
+    {
+        const size_t n = segm_.reg_pool.size();
+        if (labels_.absorber.size() < n) {
+            labels_.absorber.resize(n);
+            labels_.hole.resize(n);
+            labels_.stats.resize(n);
+        }
+        absorber_ = labels_.absorber.data();
+        hole_ = labels_.hole.data();
+        stats_ = labels_.stats.data();
+    }
+
+    void load_row(int32_t row)
+    {
+        const RLEline& l = line(row);
+        prev_runs_ = cur_runs_;
+        prev_count_ = cur_count_;
+        prev_begin_ = cur_begin_;
+        cur_runs_ = l.segs;
+        cur_count_ = l.nb_segs;
+        // Only a row with runs is read through its number: an empty row's
+        // pointer may be stale.
+        if (cur_count_ > 0) cur_begin_ = static_cast<int32_t>(l.segs - pool_base_);
+    }
+
+    // img2regs_iter. The cursor lives in locals while a row pair is swept:
+    // the owner and link arrays hold int32 like the cursor's members, so the
+    // compiler would reload the members after every store into them.
+    void pair_rows()
+    {
+        const int32_t* const b = bounds_;
+        int32_t* const owner = owner_;
+        const int32_t pb = prev_begin_, cb = cur_begin_, pn = prev_count_, cn = cur_count_, y = y_;
+        int32_t pi = prev_idx_, ci = cur_idx_, pslot = prev_slot_, cslot = cur_slot_;
+        while (ci < cn) {
+            if (pi == pn) {  // every run left without a region opens one
+                for (int32_t k = cb + ci; k < cb + cn; ++k)
+                    if (owner[k] == kNone) new_region(k, y);
+                break;
+            }
+            const int32_t p = pb + pi, c = cb + ci;
+            bool leave_prev;
+            if (b[2 * p + 1] < b[2 * c]) {
+                leave_prev = true;
+            } else if (b[2 * c + 1] < b[2 * p]) {
+                leave_prev = false;
+            } else {
+                fusion(p, c, pi, ci, y);
+                leave_prev = b[2 * p + 1] < b[2 * c + 1];
+            }
+            if (leave_prev) {  // img2regs_avanp: the run left takes its survivor as owner
+                if (owner[p] != kNone) owner[p] = find(owner[p]);
+                if (++pi < pn) pslot = pb + pi;
+            } else {  // img2regs_avanc: the run left without a region starts one
+                if (owner[c] == kNone) new_region(c, y);
+                if (++ci < cn) cslot = cb + ci;
+            }
+        }
+        prev_idx_ = pi;
+        cur_idx_ = ci;
+        prev_slot_ = pslot;
+        cur_slot_ = cslot;
+    }
+
+    // img2regs_fusion: run c (index ci of the current row) shares a column
+    // with run p (index pi of the previous row).
+    void fusion(int32_t p, int32_t c, int32_t pi, int32_t ci, int32_t y)
+    {
+        const int32_t rc = find(owner_[c]);
+        const int32_t rp = find(owner_[p]);
+        if (rc == kNone) {
+            region_add_run(stats_[rp], bounds_[2 * c], bounds_[2 * c + 1], y);
+            owner_[c] = rp;
+        } else if (rc != rp) {
+            const int32_t survivor = rc < rp ? rc : rp;
+            const int32_t absorbed = rc < rp ? rp : rc;
+            region_merge_stats(stats_[survivor], stats_[absorbed]);
+            absorber_[absorbed] = survivor;
+            if (self_pair_) replace(absorbed, survivor, pi, ci);
+        } else if (pi != 0) {
+            const int32_t left = owner_[p - 1];
+            if (left != kNone) {
+                hole_[left] = rc;
+                stats_[left].nholes = wrap_add(stats_[left].nholes, 1);
+            }
+        }
+    }
+
+    // img2regs_replace (the first row paired with itself only).
+    void replace(int32_t old_reg, int32_t new_reg, int32_t pi, int32_t ci)
+    {
+        const int32_t cur_end = ci < cur_count_ - 1 ? ci : cur_count_ - 1;
+        for (int32_t k = 0; k <= cur_end; ++k)
+            if (owner_[cur_begin_ + k] == old_reg) owner_[cur_begin_ + k] = new_reg;
+        for (int32_t k = pi < 0 ? 0 : pi; k < prev_count_; ++k)
+            if (owner_[prev_begin_ + k] == old_reg) owner_[prev_begin_ + k] = new_reg;
+    }
+
+    // img2regs_new_region for run `run` on row y.
+    void new_region(int32_t run, int32_t y)
+    {
+        if (static_cast<size_t>(segm_.nb_regs) >= segm_.reg_pool.size()) {
+            grow_region_pool(segm_);
+            regions_grew();
+        }
+        const int32_t reg = segm_.nb_regs++;
+        region_init_stats(stats_[reg], bounds_[2 * run], bounds_[2 * run + 1], y);
+        absorber_[reg] = kNone;
+        hole_[reg] = kNone;
+        owner_[run] = reg;
+    }
+
+    // The survivor a region belongs to now, halving the path on the way.
+    int32_t find(int32_t reg)
+    {
+        if (reg == kNone) return reg;
+        for (;;) {
+            const int32_t up = absorber_[reg];
+            if (up == kNone) return reg;
+            const int32_t upper = absorber_[up];
+            if (upper == kNone) return up;
+            absorber_[reg] = upper;
+            reg = upper;
+        }
+    }
+
+    int32_t root(int32_t reg) const
+    {
+        for (int32_t up = absorber_[reg]; up != kNone; up = absorber_[reg]) reg = up;
+        return reg;
+    }
+
+    // img2regs_pass2, its pass over the runs left to write_back.
+    void pass2()
+    {
+        const int32_t regions = segm_.nb_regs;
+        for (int32_t r = 0; r < regions; ++r) {
+            if (absorber_[r] != kNone) absorber_[r] = root(absorber_[r]);
+            const int32_t hole = hole_[r];
+            if (hole != kNone && absorber_[hole] != kNone) {
+                const int32_t hole_root = root(absorber_[hole]);
+                absorber_[hole] = hole_root;
+                hole_[r] = hole_root;
+            }
+        }
+        // Every run moves to its region's survivor as the records are
+        // written (write_back).
+    }
+
+    MV_RLEsegm& segm_;
+    LabelScratch& labels_;
+    const int32_t* bounds_;
+    RunSlot* pool_base_;
+    int32_t* owner_ = nullptr;
+    int32_t* absorber_ = nullptr;
+    int32_t* hole_ = nullptr;
+    RegionStats* stats_ = nullptr;
+
+    // The engine's cursor, with rows also as run numbers.
+    int32_t y_ = 0;
+    RunSlot* cur_runs_ = nullptr;
+    RunSlot* prev_runs_ = nullptr;
+    int32_t cur_count_ = 0, prev_count_ = 0;
+    int32_t cur_begin_ = 0, prev_begin_ = 0;
+    int32_t cur_idx_ = -1, prev_idx_ = -1;
+    int32_t cur_slot_ = -1, prev_slot_ = -1;
+    bool self_pair_ = false;
+};
+
+// The engine on plain indices over the pool's records, for a frame whose
+// region idents are not their positions.
 struct IndexOwners {
     using handle = int32_t;
     static constexpr bool union_find = true;
@@ -93,9 +412,7 @@ struct IndexOwners {
     }
 };
 
-}  // namespace
-
-void label_frame(MV_RLEsegm& segm)
+void label_with_engine(MV_RLEsegm& segm)
 {
     img2regs& state = *segm.i2r;
     LabellingEngine<IndexOwners> engine(state, &segm, IndexOwners(segm));
@@ -110,6 +427,30 @@ void label_frame(MV_RLEsegm& segm)
     engine.pass2();
     engine.store.write_back(state);
     engine.store_cursor();
+}
+
+}  // namespace
+
+bool label_frame(MV_RLEsegm& segm)
+{
+    const int32_t regions_before = segm.nb_regs;
+    CompactSweep sweep(segm);
+    if (!sweep.run()) {
+        // No region: only the bounds, the chain's ends and the cursor change.
+        CompactSweep::write_runs(segm);
+        segm.i2r->first.reset();
+        segm.i2r->last.reset();
+        sweep.write_cursor(*segm.i2r);
+        return false;
+    }
+    if (!sweep.idents_are_positions()) {
+        segm.nb_regs = regions_before;
+        CompactSweep::write_runs(segm);
+        label_with_engine(segm);
+        return false;
+    }
+    sweep.write_back();
+    return true;
 }
 
 }  // namespace detail

@@ -79,10 +79,12 @@ void detail::report_reused_blobs(MV_RLEsegm& segm, int32_t count)
            count);
 }
 
-void set_segs_in_regsKAP(segm_ptr segm, int nrows)
+namespace {
+
+// Gives each region of the frame its lines, one per row of its box, side by
+// side in the arena; `first_line`, when given, receives each region's first.
+void lay_out_region_lines(MV_RLEsegm& segmenter, RLEregionline** first_line)
 {
-    if (detail::refuses_null(segm.get(), "set_segs_in_regsKAP()")) return;
-    MV_RLEsegm& segmenter = *segm;
     detail::RegionLineArena& arena = segmenter.work->region_lines;
     arena.chunk = 0;
     arena.used = 0;
@@ -92,6 +94,7 @@ void set_segs_in_regsKAP(segm_ptr segm, int nrows)
         const int32_t rows = reg.y_max - reg.y_min + 1;
         const size_t n = rows > 0 ? static_cast<size_t>(rows) : 0;
         RLEregionline* span = take_region_lines(arena, n);
+        if (first_line) first_line[i] = span;
         reg.reg_lines.clear();
         reg.reg_lines.reserve(n);
         for (size_t k = 0; k < n; ++k) {
@@ -99,24 +102,83 @@ void set_segs_in_regsKAP(segm_ptr segm, int nrows)
             reg.reg_lines.emplace_back(no_owner, span + k);
         }
     }
+}
 
+inline void count_run(RLEregionline& rl, const RLEline& line, int32_t k)
+{
+    if (rl.nb_segs == 0) rl.first_seg = line.seg_offset + k;
+    ++rl.nb_segs;
+}
+
+// Counts row y's runs on their owners' lines, through the segment records.
+void count_row(const RLEline& line, int y)
+{
+    for (int32_t k = 0; k < line.nb_segs; ++k) {
+        region* owner = line.segs[k]->owner.get();
+        if (!owner) continue;
+        const int64_t index = static_cast<int64_t>(y) - owner->y_min;
+        // Lines outside this frame's region of interest keep older runs;
+        // never index past a region's own rows because of them.
+        if (index < 0 || index >= static_cast<int64_t>(owner->reg_lines.size())) continue;
+        count_run(*owner->reg_lines[static_cast<size_t>(index)], line, k);
+    }
+}
+
+// The rows set_segs_in_regsKAP visits: from the first, up to nrows and the
+// image's last, stopping at a row never extracted.
+int rows_to_count(const MV_RLEsegm& segmenter, int nrows)
+{
+    const int lines = static_cast<int>(segmenter.rle_img->lines.size());
+    return nrows < lines ? nrows : lines;
+}
+
+}  // namespace
+
+void set_segs_in_regsKAP(segm_ptr segm, int nrows)
+{
+    if (detail::refuses_null(segm.get(), "set_segs_in_regsKAP()")) return;
+    MV_RLEsegm& segmenter = *segm;
+    lay_out_region_lines(segmenter, nullptr);
     if (!segmenter.rle_img) return;
-    const int last = nrows < static_cast<int>(segmenter.rle_img->lines.size())
-                         ? nrows
-                         : static_cast<int>(segmenter.rle_img->lines.size());
+    const int last = rows_to_count(segmenter, nrows);
     for (int y = 0; y < last; ++y) {
         const RLEline& line = *segmenter.rle_img->lines[static_cast<size_t>(y)];
         if (!line.segs) break;  // rows below a never-extracted row are not visited
+        count_row(line, y);
+    }
+}
+
+// The same, with the rows of interest counted from the labelling's run
+// owners and region rows, which are the records' values after label_frame:
+// no pass through the segment and region records per run. Rows outside the
+// region of interest hold older runs and are counted as above.
+void detail::fill_region_lines(MV_RLEsegm& segmenter, int nrows)
+{
+    LabelScratch& labels = segmenter.work->labels;
+    if (labels.first_line.size() < static_cast<size_t>(segmenter.nb_regs))
+        labels.first_line.resize(segmenter.reg_pool.size());
+    RLEregionline** first_line = labels.first_line.data();
+    lay_out_region_lines(segmenter, first_line);
+    if (!segmenter.rle_img) return;
+    const int32_t* owner = labels.run_owner.data();
+    const RegionStats* stats = labels.stats.data();
+    const std::shared_ptr<segment>* pool_base = segmenter.seg_pool.data();
+    const int last = rows_to_count(segmenter, nrows);
+    for (int y = 0; y < last; ++y) {
+        const RLEline& line = *segmenter.rle_img->lines[static_cast<size_t>(y)];
+        if (!line.segs) break;
+        if (y < segmenter.roi_ymin || y > segmenter.roi_ymax) {
+            count_row(line, y);
+            continue;
+        }
+        if (line.nb_segs <= 0) continue;
+        const int32_t* run_owner = owner + (line.segs - pool_base);
         for (int32_t k = 0; k < line.nb_segs; ++k) {
-            region* owner = line.segs[k]->owner.get();
-            if (!owner) continue;
-            const int64_t index = static_cast<int64_t>(y) - owner->y_min;
-            // Lines outside this frame's region of interest keep older runs;
-            // never index past a region's own rows because of them.
-            if (index < 0 || index >= static_cast<int64_t>(owner->reg_lines.size())) continue;
-            RLEregionline& rl = *owner->reg_lines[static_cast<size_t>(index)];
-            if (rl.nb_segs == 0) rl.first_seg = line.seg_offset + k;
-            ++rl.nb_segs;
+            const int32_t r = run_owner[k];
+            if (r < 0) continue;
+            const int32_t index = y - stats[r].y_min;
+            if (index < 0 || index > stats[r].y_max - stats[r].y_min) continue;
+            count_run(first_line[r][index], line, k);
         }
     }
 }

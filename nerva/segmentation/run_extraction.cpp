@@ -326,35 +326,35 @@ void detail::extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask, Extractio
         return;
     }
     const uint8_t* row = mask.data + static_cast<size_t>(y) * mask.step[0];
-    const bool reset_owners = mode == ExtractionMode::checked;
+    // The driver keeps the frame's bounds by run number and leaves the
+    // segment records to the labelling; checked extraction writes them now.
+    const bool driver = mode == ExtractionMode::driver;
+    std::vector<int32_t>& bounds = segm.work->run_bounds;
+    const size_t base = driver ? 2 * static_cast<size_t>(segm.nb_segs) : 0;
+    const size_t samples = static_cast<size_t>((int64_t{segm.roi_xmax} - segm.roi_xmin) / segm.step_x) + 1;
+    if (bounds.size() < base + samples + 3) bounds.resize(base + samples + 3);
+    int32_t* b = bounds.data() + base;
     int32_t runs = 0;
-
     if (segm.step_x == 1) {
-        // Runs as plain column pairs first, then the segment records.
-        std::vector<int32_t>& bounds = segm.work->run_bounds;
-        const size_t needed = static_cast<size_t>(segm.roi_xmax - segm.roi_xmin) + 3;
-        if (bounds.size() < needed) bounds.resize(needed);
-        runs = row_runs(row, segm.roi_xmin, segm.roi_xmax + 1, bounds.data());
-        if (runs > 0) ensure_segment_slot(segm, segm.nb_segs + runs - 1);
-        const int32_t* b = bounds.data();
+        runs = row_runs(row, segm.roi_xmin, segm.roi_xmax + 1, b);
+    } else {
+        for_each_sampled_run(row, segm.roi_xmin, segm.roi_xmax, segm.step_x, [&](int32_t x_start, int32_t x_end) {
+            b[2 * runs] = x_start;
+            b[2 * runs + 1] = x_end;
+            ++runs;
+        });
+    }
+    if (runs > 0) ensure_segment_slot(segm, segm.nb_segs + runs - 1);
+    if (!driver) {
         std::shared_ptr<segment>* slots = segm.seg_pool.data() + segm.nb_segs;
         for (int32_t i = 0; i < runs; ++i) {
             segment& seg = *slots[i];
             seg.x_start = b[2 * i];
             seg.x_end = b[2 * i + 1];
-            if (reset_owners) seg.owner.reset();
+            seg.owner.reset();
         }
-        segm.nb_segs += runs;
-    } else {
-        for_each_sampled_run(row, segm.roi_xmin, segm.roi_xmax, segm.step_x, [&](int32_t x_start, int32_t x_end) {
-            ensure_segment_slot(segm, segm.nb_segs);
-            segment& seg = *segm.seg_pool[static_cast<size_t>(segm.nb_segs++)];
-            seg.x_start = x_start;
-            seg.x_end = x_end;
-            if (reset_owners) seg.owner.reset();
-            ++runs;
-        });
     }
+    segm.nb_segs += runs;
     line.nb_segs = runs;
 }
 

@@ -161,8 +161,9 @@ size_t bytes_for_runs(const MV_RLEsegm& segm, size_t runs)
     const size_t lines = segm.rle_img ? segm.rle_img->lines.size() : 0;
     const size_t blobs =
         std::max(std::min(runs, segm.blob_pool.size()), static_cast<size_t>(std::max(segm.nb_pool_blobs, 0)));
-    return segs * (sizeof(std::shared_ptr<segment>) + sizeof(segment) + sizeof(int32_t)) +
-           regs * (sizeof(std::shared_ptr<region>) + sizeof(region) + 2 * sizeof(int32_t)) +
+    return segs * (sizeof(std::shared_ptr<segment>) + sizeof(segment) + 3 * sizeof(int32_t)) +
+           regs * (sizeof(std::shared_ptr<region>) + sizeof(region) + 2 * sizeof(int32_t) +
+                   sizeof(detail::RegionStats) + sizeof(RLEregionline*)) +
            runs * (sizeof(RLEregionline) + sizeof(std::shared_ptr<RLEregionline>)) + blobs * sizeof(RLEblob) +
            lines * (sizeof(RLEline) + 2 * sizeof(std::shared_ptr<RLEline>));
 }
@@ -422,8 +423,8 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr segmen
 
     // The sweep of img2regs_init, img2regs_exec over the rows of interest
     // and img2regs_pass2, on plain indices.
-    detail::label_frame(*segmenter);
-    set_segs_in_regsKAP(segmenter, mask.rows);
+    if (detail::label_frame(*segmenter)) detail::fill_region_lines(*segmenter, mask.rows);
+    else set_segs_in_regsKAP(segmenter, mask.rows);
     std::shared_ptr<RLEblob> head = RLEsegm_regions2blobsKAP(min_side, min_pixels, segmenter);
 
     // "Area" is the area of the boxes, not the number of foreground pixels.

@@ -1,8 +1,10 @@
 #pragma once
 
 // Region arithmetic on plain references, shared by the public region
-// operations and the labelling sweep (which must not pay for shared-pointer
-// copies on every run). Internal header.
+// operations and the labelling sweeps (which must not pay for shared-pointer
+// copies on every run). The statistics functions take any record with the
+// region's statistics fields: the pool's `region` or the driver's compact
+// copy, so both sums are the same arithmetic. Internal header.
 #include "nerva/geometry/internal/wrap_arith.h"
 #include "nerva/segmentation/RLEregion.h"
 
@@ -10,7 +12,8 @@ namespace nerva {
 namespace detail {
 
 // The statistics part of region_init: the region's links are left alone.
-inline void region_init_stats(region& reg, int x_start, int x_end, int y)
+template <class Stats>
+inline void region_init_stats(Stats& reg, int x_start, int x_end, int y)
 {
     reg.seed_x = x_start;
     reg.y_min = y;
@@ -36,7 +39,8 @@ inline void region_init(region& reg, int x_start, int x_end, int y)
 }
 
 // The statistics part of region_merge.
-inline void region_merge_stats(region& survivor, const region& absorbed)
+template <class Stats>
+inline void region_merge_stats(Stats& survivor, const Stats& absorbed)
 {
     survivor.npix = wrap_add(survivor.npix, absorbed.npix);
     survivor.nholes = wrap_add(survivor.nholes, absorbed.nholes);
@@ -47,7 +51,8 @@ inline void region_merge_stats(region& survivor, const region& absorbed)
     if (absorbed.y_max > survivor.y_max) survivor.y_max = absorbed.y_max;
 }
 
-inline void region_add_run(region& reg, int x_start, int x_end, int y)
+template <class Stats>
+inline void region_add_run(Stats& reg, int x_start, int x_end, int y)
 {
     if (x_start < reg.x_min) reg.x_min = x_start;
     if (x_end > reg.x_max) reg.x_max = x_end;

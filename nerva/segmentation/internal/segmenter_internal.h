@@ -23,12 +23,29 @@ struct RegionLineArena {
     size_t used = 0;   // lines taken from it
 };
 
-// The driver labels on plain indices: region per run, absorber and hole per
-// region; the shared-pointer fields are written once, at the end.
+// A region's statistics, as the driver's labelling keeps them: the pool
+// record's fields, side by side (copied into the record at the end).
+struct RegionStats {
+    int32_t seed_x;
+    int32_t y_min;
+    int32_t npix;
+    int32_t nholes;
+    int32_t x_min;
+    int32_t x_max;
+    int32_t y_max;
+    double sum_x;
+    double sum_y;
+};
+
+// The driver labels on plain indices: region per run, absorber, hole and
+// statistics per region; the records' fields are written once, at the end.
 struct LabelScratch {
     std::vector<int32_t> run_owner;
     std::vector<int32_t> absorber;
     std::vector<int32_t> hole;
+    std::vector<RegionStats> stats;
+    // First region line of each region this frame (driver's region lines).
+    std::vector<RLEregionline*> first_line;
 };
 
 // Everything the segmenter keeps between frames that a host neither reads nor
@@ -36,8 +53,10 @@ struct LabelScratch {
 struct SegmenterWork {
     RegionLineArena region_lines;
     LabelScratch labels;
-    // One row's run boundaries, (first, last) column pairs, as extraction
-    // finds them.
+    // Run boundaries as (first, last) column pairs. Checked extraction keeps
+    // one row's there; the driver keeps the whole frame's, by run number (the
+    // run's position in the segment pool), and writes the segment records
+    // once labelling is done.
     std::vector<int32_t> run_bounds;
     // Blob records released by pool trimming, kept for the next pool growth,
     // so that no frame allocates a blob once the largest frame was seen.
@@ -66,7 +85,8 @@ enum class ExtractionMode {
     // every run's owner is reset.
     checked,
     // By the driver, on a frame it has already checked: no second check, and
-    // runs keep their owners, which the labelling rewrites anyway.
+    // the runs' bounds are kept in run_bounds by run number; label_frame
+    // writes the segment records (bounds and owners) once it is done.
     driver,
 };
 
@@ -110,11 +130,18 @@ using RowRunsKernel = int32_t (*)(const uint8_t* row, int x, int end, int32_t* b
 // is the one extraction uses; the others are there to be compared with it).
 std::vector<RowRunsKernel> row_runs_kernels();
 
-// Labels the runs of the current frame exactly as img2regs_init,
-// img2regs_exec over the rows of interest and img2regs_pass2 would, leaving
-// the same regions, run owners and img2regs state, but keeping run owners
-// as plain indices until the end. Run owners need not have been reset.
-void label_frame(MV_RLEsegm& segm);
+// Labels the runs of the current frame, extracted in driver mode (their
+// bounds in run_bounds, the segment records not yet written), exactly as
+// img2regs_init, img2regs_exec over the rows of interest and img2regs_pass2
+// would, leaving the same segment records, regions, run owners and img2regs
+// state. Run owners need not have been reset. True when the run owners and
+// region statistics in SegmenterWork::labels are the frame's (what
+// fill_region_lines reads).
+bool label_frame(MV_RLEsegm& segm);
+
+// set_segs_in_regsKAP(segm, nrows) for a frame label_frame has just labelled
+// and returned true for, counting the rows of interest from its run owners.
+void fill_region_lines(MV_RLEsegm& segm, int nrows);
 
 // Grows the region pool by half (records of one new block, idents set).
 void grow_region_pool(MV_RLEsegm& segm);

@@ -75,8 +75,12 @@ struct SegmenterWork {
     int32_t reused_blobs = 0;
     size_t regions_with_rows = 0;
     // Frames in a row that needed less than a quarter of the row indexes and
-    // region lines held; trimming waits for several (segmenter.cpp).
+    // region lines held; trimming waits for several (segmenter.cpp). Over
+    // those frames: the most region lines one frame used, and the most rows
+    // each region slot needed.
     int light_frames = 0;
+    size_t peak_lines = 0;
+    std::vector<size_t> peak_rows;
 };
 
 // How run extraction is called.

@@ -4,13 +4,16 @@
 // rectangles with any bounds and sizes, negative and huge ones included;
 // learning rates of any float (infinities, NaN, 1e30); and run-length images
 // of negative, empty, ordinary and huge sizes with runs anywhere, rendered
-// into made or given images, raw buffers and files.
+// into made or given images, raw buffers and files; images saved whole or
+// through the writer's pieces.
 //
 // Checks: no access outside any buffer and no undefined arithmetic (ASan,
-// UBSan), results within each operation's codes, and that the renders refuse
-// exactly the sizes they cannot make.
+// UBSan), results within each operation's codes, that the renders refuse
+// exactly the sizes they cannot make, and that a saved file holds the header
+// and the pixels its kind writes.
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -151,13 +154,30 @@ struct buffer_before {
     }
 };
 
+// save_image's file: the header, then three bytes a pixel for colour kinds,
+// one for grey and float, none for the kinds without a data writer.
+void check_saved_file(const image* img)
+{
+    const std::string path = temp_base + ".pnm";
+    const int r = save_image(img, path.c_str());
+    CHECK(is_code(r, {0, -1}));
+    if (r != 0) return;
+    const bool colour = img->type == COLOR_IMG_3BYTES || img->type == COLOR_IMG_4BYTES;
+    const bool grey = img->type == GREY_IMG || img->type == FLOAT_IMG;
+    const std::string header = std::string("P") + (colour ? '6' : grey || img->type == INT_IMG ? '5' : '0') + "\n" +
+                               std::to_string(img->width) + " " + std::to_string(img->height) + " 255\n";
+    struct stat st;
+    CHECK(stat(path.c_str(), &st) == 0);
+    CHECK(st.st_size == static_cast<off_t>(header.size() + size_t{img->width} * img->height * (colour ? 3 : grey)));
+}
+
 // Runs over the toolkit's operations on up to three images.
 void image_operation(FuzzedDataProvider& in, image* a, image* b, image* c)
 {
     rectangle r = any_rectangle(in);
     const float rate = any_rate(in);
     const int t = in.ConsumeIntegral<int>();
-    switch (in.ConsumeIntegralInRange(0, 24)) {
+    switch (in.ConsumeIntegralInRange(0, 25)) {
     case 0: CHECK(is_code(clear_image_area(a, &r), {0, -1})); break;
     case 1: CHECK(is_code(clear_image(a), {0, -1})); break;
     case 2: CHECK(is_code(grey_thresholding(a, static_cast<unsigned>(t), &r, b), {0, -1})); break;
@@ -223,7 +243,15 @@ void image_operation(FuzzedDataProvider& in, image* a, image* b, image* c)
         CHECK(is_code(copy_from_bg(a, b, &r), {0, -1, -2, -3, -4}));
         break;
     case 23: CHECK(save_gradient(a, b, temp_base.c_str()) == (b ? 0 : -1)); break;
-    default: CHECK(is_code(save_image(a, (temp_base + ".pnm").c_str()), {0, -1}));
+    case 24: {
+        FILE* sink = std::fopen("/dev/null", "wb");
+        CHECK(sink);
+        const auto piece = in.PickValueInArray({_write_header, _write_color_data, _write_grey_data, _write_float_data});
+        CHECK(is_code(piece(a, sink), {0, -1}));
+        std::fclose(sink);
+        break;
+    }
+    default: check_saved_file(a);
     }
 }
 

@@ -164,8 +164,11 @@ void check_saved_file(const image* img)
     if (r != 0) return;
     const bool colour = img->type == COLOR_IMG_3BYTES || img->type == COLOR_IMG_4BYTES;
     const bool grey = img->type == GREY_IMG || img->type == FLOAT_IMG;
-    const std::string header = std::string("P") + (colour ? '6' : grey || img->type == INT_IMG ? '5' : '0') + "\n" +
-                               std::to_string(img->width) + " " + std::to_string(img->height) + " 255\n";
+    const std::string header = std::string("P") +
+                               (colour                         ? '6'
+                                : grey || img->type == INT_IMG ? '5'
+                                                               : '0') +
+                               "\n" + std::to_string(img->width) + " " + std::to_string(img->height) + " 255\n";
     struct stat st;
     CHECK(stat(path.c_str(), &st) == 0);
     CHECK(st.st_size == static_cast<off_t>(header.size() + size_t{img->width} * img->height * (colour ? 3 : grey)));

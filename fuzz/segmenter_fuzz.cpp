@@ -309,8 +309,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         if (!refused) {
             if (observer.action == MeddlingObserver::move_roi) roi = observer.roi;
             const int step_x = observer.action == MeddlingObserver::change_steps ? observer.step_x : s->step_x;
-            refused = refused_by(roi, step_x, w, h, frame_w, frame_h) ||
-                      observer.action == MeddlingObserver::free_private;
+            refused =
+                refused_by(roi, step_x, w, h, frame_w, frame_h) || observer.action == MeddlingObserver::free_private;
         }
         std::shared_ptr<RLEblob> head = RLEsegm_segmentKAP(mask, s);
         if (observer.action == MeddlingObserver::remove_itself) s->add_observer(&observer);

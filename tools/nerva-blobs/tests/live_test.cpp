@@ -238,8 +238,9 @@ TEST_F(LiveSource, ReconnectsNumbersGoOnAndSigtermStopsCleanly)
         }
     EXPECT_EQ(outages, 1);
     const std::string err = slurp(dir_ / "err.txt");
-    for (const std::string& part : {std::to_string(lines.size()) + " frames, blobs per frame", std::string("1 outage, "),
-                                   std::string("frames dropped; from arrival to JSON line: median")})
+    for (const std::string& part :
+         {std::to_string(lines.size()) + " frames, blobs per frame", std::string("1 outage, "),
+          std::string("frames dropped; from arrival to JSON line: median")})
         EXPECT_NE(err.find(part), std::string::npos) << err;
 
     cv::VideoCapture video((dir_ / "live.mkv").string(), cv::CAP_FFMPEG);

@@ -68,21 +68,14 @@ TEST(BlobVocabulary, OcclusionNamesWithWriteOnlyObjectCorners)
                                                        {0x80000000u, "MM_CAM_TOP_VIEW"}};
     for (auto [value, name] : pinned) EXPECT_EQ(get_occl_name_from_type(occl(value)), name) << value;
 
-    // Single flags and corners read back silently, except the object corners.
-    std::vector<uint32_t> codes{0x0, 0x5, 0x9, 0x6, 0xA, 0x50, 0x90, 0x60, 0xA0};
-    for (int bit = 0; bit < 32; ++bit) codes.push_back(1u << bit);
-    int named = 0;
+    // The names fuzzer holds the round trips; the object corners are only written.
     uint32_t v;
-    for (uint32_t o : codes) {
+    for (uint32_t o : {0x50u, 0x90u, 0x60u, 0xA0u}) {
         const std::string name = get_occl_name_from_type(occl(o));
-        if (name == "MM_OCCL_OTHER") continue;
-        ++named;
-        const bool write_only = o == 0x50 || o == 0x90 || o == 0x60 || o == 0xA0;
         EXPECT_EQ(printed_by(get_occl_type_from_name, name.c_str(), &v),
-                  write_only ? "Warning: unknown occultation type " + name + "\n" : "");
-        EXPECT_EQ(v, write_only ? 0u : o) << name;
+                  "Warning: unknown occultation type " + name + "\n");
+        EXPECT_EQ(v, 0u) << name;
     }
-    EXPECT_EQ(named, 24);
 }
 
 TEST(BlobVocabulary, FallbacksForUnknownNamesAndCodes)

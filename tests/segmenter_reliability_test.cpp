@@ -51,53 +51,39 @@ TEST(SegmenterObservers, WhatAnObserverChangesIsCheckedBeforeAnyRowIsRead)
 {
     const cv::Mat m = two_squares();
     auto s = segmenter_for(m);
-    CallingObserver mover, second, third;
-    s->add_observer(&mover);
-    s->add_observer(&second);
-    s->add_observer(&third);
-
-    // Moved outside the frame: refused after notification, one line.
-    mover.action = [&] { RLEsegm_set_ROI(0, 0, 500, 500, s); };
-    {
-        CapturedMessages out;
-        EXPECT_EQ(RLEsegm_segmentKAP(m, s), nullptr);
-        EXPECT_EQ(out.lines(), 1);
-        EXPECT_NE(out.text.find("RLEsegm_segmentKAP(): region of interest x 0..500"), std::string::npos) << out.text;
-    }
+    CallingObserver mover, second, third, late;
+    for (CallingObserver* o : {&mover, &second, &third}) s->add_observer(o);
 
     // Removing the next observer skips it; an observer added during
     // notification is called from the next frame on.
-    const int second_calls = second.calls;
-    CallingObserver late;
     mover.action = [&] {
         s->remove_observer(&second);
         if (!late.calls) s->add_observer(&late);
     };
-    RLEsegm_set_ROI(0, 0, m.cols - 1, m.rows - 1, s);
     RLEsegm_segmentKAP(m, s);
-    EXPECT_EQ(vals(second.calls, late.calls), vals(second_calls, 0));
+    EXPECT_EQ(vals(second.calls, late.calls), vals(0, 0));
     RLEsegm_segmentKAP(m, s);
     EXPECT_EQ(late.calls, 1);
 
+    // The blobs of a frame whose observer does `action`, and what was printed.
+    const auto frame_with = [&](std::function<void()> action) {
+        mover.action = std::move(action);
+        CapturedMessages out;
+        return std::make_pair(count_blobs(RLEsegm_segmentKAP(m, s)), out.text);
+    };
     // Segmenting again from inside notify is refused; the outer frame goes on.
     std::shared_ptr<RLEblob> inner = blob_new();
-    mover.action = [&] { inner = RLEsegm_segmentKAP(m, s); };
+    EXPECT_EQ(frame_with([&] { inner = RLEsegm_segmentKAP(m, s); }),
+              std::make_pair(2, std::string("RLEsegm_segmentKAP(): called from an observer's notify during a "
+                                            "frame; nothing segmented\n")));
+    EXPECT_EQ(inner, nullptr);
+    // Moved outside the frame, or freed: refused after notification, one line.
+    auto [blobs, text] = frame_with([&] { RLEsegm_set_ROI(0, 0, 500, 500, s); });
+    EXPECT_EQ(vals(blobs, text.rfind("RLEsegm_segmentKAP(): region of interest x 0..500", 0)), vals(0, size_t{0}));
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
     RLEsegm_set_ROI(0, 0, m.cols - 1, m.rows - 1, s);
-    {
-        CapturedMessages out;
-        EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(m, s)), 2);
-        EXPECT_EQ(inner, nullptr);
-        EXPECT_EQ(out.text,
-                  "RLEsegm_segmentKAP(): called from an observer's notify during a frame; nothing segmented\n");
-    }
-
-    // Freeing the private state from notify: the frame is refused, nothing freed is read.
-    mover.action = [&] { RLEsegm_free_private(s); };
-    {
-        CapturedMessages out;
-        EXPECT_EQ(RLEsegm_segmentKAP(m, s), nullptr);
-        EXPECT_NE(out.text.find("segmenter not initialised"), std::string::npos) << out.text;
-    }
+    std::tie(blobs, text) = frame_with([&] { RLEsegm_free_private(s); });
+    EXPECT_EQ(vals(blobs, text.find("segmenter not initialised") != std::string::npos), vals(0, true)) << text;
     mover.action = nullptr;
     RLEsegm_init_privateKAP(s, 0, m.cols - 1, 0, m.rows - 1, m.cols, m.rows);
     EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(m, s)), 2);

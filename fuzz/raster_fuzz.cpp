@@ -1,16 +1,10 @@
-// The raster toolkit and run-length rendering as a host drives them: images
-// of every kind, made, re-initialised (so a destination may keep another
-// shape) or wrapping a buffer, with origins anywhere in the 32-bit range;
-// rectangles with any bounds and sizes, negative and huge ones included;
-// learning rates of any float (infinities, NaN, 1e30); and run-length images
-// of negative, empty, ordinary and huge sizes with runs anywhere, rendered
-// into made or given images, raw buffers and files; images saved whole or
-// through the writer's pieces.
-//
-// Checks: no access outside any buffer and no undefined arithmetic (ASan,
-// UBSan), results within each operation's codes, that the renders refuse
-// exactly the sizes they cannot make, and that a saved file holds the header
-// and the pixels its kind writes.
+// The raster toolkit, run-length rendering and image files as a host drives
+// them: images of every kind (made, re-initialised to keep another shape, or
+// wrapping a buffer) with origins anywhere in 32 bits, rectangles of any
+// bounds and sizes, any float rate, run-length images of any size with runs
+// anywhere. Checks: no access outside a buffer, no undefined arithmetic,
+// results within each operation's codes, renders refused exactly for the sizes
+// they cannot make, saved files of the header and the pixels their kind writes.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <sys/stat.h>
@@ -156,7 +150,7 @@ struct buffer_before {
 
 // save_image's file: the header, then three bytes a pixel for colour kinds,
 // one for grey and float, none for the kinds without a data writer.
-void check_saved_file(const image* img)
+void check_saved_file(image* img)
 {
     const std::string path = temp_base + ".pnm";
     const int r = save_image(img, path.c_str());

@@ -99,7 +99,7 @@ check-thread: setup
 # written to $(FUZZ_DIR)/ and the target fails.
 FUZZ_DIR     ?= build-fuzz
 FUZZ_SECONDS ?= 60
-FUZZERS      ?= segmenter save_image names raster
+FUZZERS      ?= segmenter names raster
 fuzz:
 	@scripts/setup.sh sanitize
 	@cmake -S fuzz -B $(FUZZ_DIR) -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNERVA_WERROR=$(WERROR) >/dev/null

@@ -1,9 +1,8 @@
-// The blob vocabulary with arbitrary input: every NUL-terminated piece of the
-// input is read as a type, subtype and occlusion name, and arbitrary 32-bit
-// codes are named. Checks: no crash or read past the string; names produced
-// read back to their code except for the documented fallbacks and one-way
-// names; the detailed occlusion form lists each set flag once, in the fixed
-// order, with "OTHER" exactly when unnamed bits are left.
+// The blob vocabulary: any 32-bit code named, any NUL-terminated piece of the
+// input read as a name. Checks: no read past a string; names read back to
+// their code but for the fallbacks and one-way names; the detailed occlusion
+// form lists each set flag once, in the fixed order, "OTHER" last and exactly
+// when unnamed bits are left.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cstdint>

@@ -1,13 +1,12 @@
-// Segments a few frames of fuzzer-made masks through one segmenter, with
-// regions of interest inside, across and outside the frame, inverted ones,
-// steps down to negative values and size filters, wide frames (where the
-// empty-stretch skips of 256 and 64 bytes run), combs (stripes closed by a
-// bar), strided views, and an observer that moves the region of interest,
-// changes the steps, removes itself, frees the segmenter or segments again
-// from inside notify; and checks what a host relies on: the list always ends, refused frames give nothing, and in exact
-// mode (steps 1,1) boxes stay in the region of interest, pixel counts add up
-// to the runs and, over the whole frame without a filter, the blobs are
-// OpenCV's 4-connected components.
+// Segments a few fuzzer-made frames through one segmenter: regions of
+// interest inside, across, outside the frame or inverted, steps down to
+// negative values, size filters, wide frames (the 256- and 64-byte skips),
+// combs, strided views, and an observer that moves the region of interest,
+// changes the steps, removes itself, frees the segmenter or segments again.
+// Checks: the list ends, refused frames give nothing, and in exact mode boxes
+// stay in the region of interest, pixel counts add up to the runs and, over
+// the whole frame without a filter, the blobs are OpenCV's 4-connected
+// components.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <opencv2/imgproc.hpp>
@@ -32,12 +31,10 @@ constexpr int kBlobSlots = 2000;
 
 #include "fuzz_check.h"
 
-// The mask: straight from the input's bits, drawn at random with a density
-// (so that frames with thousands of tiny blobs come up), a few spans in an
-// empty row (long stretches to skip) or a comb. Sometimes a view into a
-// larger matrix whose border is all foreground, or one that takes every
-// other row of it (the rows between are foreground too): a read outside the
-// view shows up as wrong blobs, and outside the matrix as an ASan report.
+// The mask: random at a density (thousands of tiny blobs), a few spans in
+// empty rows (long skips), a comb, or the input's bits. Sometimes a view, or
+// every other row, of a larger all-foreground matrix: a read outside the view
+// shows as wrong blobs, outside the matrix as an ASan report.
 cv::Mat make_mask(FuzzedDataProvider& in, int width, int height, cv::Mat& storage)
 {
     const bool padded = in.ConsumeBool();
@@ -101,14 +98,6 @@ Roi make_roi(FuzzedDataProvider& in, int width, int height)
         return {in.ConsumeIntegral<int32_t>(), in.ConsumeIntegral<int32_t>(), in.ConsumeIntegral<int32_t>(),
                 in.ConsumeIntegral<int32_t>()};
     }
-}
-
-bool roi_fits(const Roi& r, int cols, int rows)
-{
-    if (r.ymin > r.ymax) return true;  // no row to read
-    const bool rows_ok = r.ymin >= 0 && r.ymax < rows;
-    const bool cols_ok = r.xmin > r.xmax || (r.xmin >= 0 && r.xmax < cols);
-    return rows_ok && cols_ok;
 }
 
 using Record = std::tuple<int, int, int, int, int>;  // npix, xmin, ymin, width, height
@@ -240,10 +229,8 @@ struct MeddlingObserver : Observer<CSegmentMessage> {
     }
 };
 
-// Initialisation as RLEsegm_init_privateKAP does it, through the public
-// pieces but with small pools: 150000 pool records per input would make the
-// fuzzer crawl, and frames outgrow small pools, so pool growth in the middle
-// of a frame is fuzzed too.
+// RLEsegm_init_privateKAP's work with small pools: the default 150000
+// records would make the fuzzer crawl, and small pools grow mid-frame.
 void initialise(FuzzedDataProvider& in, const segm_ptr& s, int frame_w, int frame_h)
 {
     RLEsegm_reg_pool_init(in.ConsumeIntegralInRange(0, 64), s);
@@ -253,9 +240,14 @@ void initialise(FuzzedDataProvider& in, const segm_ptr& s, int frame_w, int fram
     s->rle_img = RLEimage_initialize(s->rle_img, frame_w, frame_h);
 }
 
-bool steps_and_roi_refused(const Roi& roi, int step_x, int w, int h, int frame_w, int frame_h)
+// An inverted row range reads nothing; otherwise rows and (unless inverted)
+// columns must lie in both the mask and the frame.
+bool refused_by(const Roi& r, int step_x, int w, int h, int frame_w, int frame_h)
 {
-    return step_x < 1 || !roi_fits(roi, std::min(w, frame_w), std::min(h, frame_h));
+    if (step_x < 1) return true;
+    if (r.ymin > r.ymax) return false;
+    const int cols = std::min(w, frame_w), rows = std::min(h, frame_h);
+    return r.ymin < 0 || r.ymax >= rows || (r.xmin <= r.xmax && (r.xmin < 0 || r.xmax >= cols));
 }
 
 }  // namespace
@@ -313,12 +305,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         // Refused before the observers when the frame is bad as given; after
         // them when what they changed makes it so.
         const bool bad_mask = mask.type() != CV_8UC1 && mask.type() != CV_8SC1;
-        bool refused = bad_mask || steps_and_roi_refused(roi, s->step_x, w, h, frame_w, frame_h);
+        bool refused = bad_mask || refused_by(roi, s->step_x, w, h, frame_w, frame_h);
         if (!refused) {
             if (observer.action == MeddlingObserver::move_roi) roi = observer.roi;
             const int step_x = observer.action == MeddlingObserver::change_steps ? observer.step_x : s->step_x;
-            refused = steps_and_roi_refused(roi, step_x, w, h, frame_w, frame_h) ||
-                      observer.action == MeddlingObserver::free_private;
+            refused =
+                refused_by(roi, step_x, w, h, frame_w, frame_h) || observer.action == MeddlingObserver::free_private;
         }
         std::shared_ptr<RLEblob> head = RLEsegm_segmentKAP(mask, s);
         if (observer.action == MeddlingObserver::remove_itself) s->add_observer(&observer);

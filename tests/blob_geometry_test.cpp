@@ -25,10 +25,8 @@ TEST(BlobGeometry, OverlapRatiosContainmentAndSplits)
     EXPECT_DOUBLE_EQ(is_blob1_overlap_blob2(small, large), 0.01);              // over b's area
     EXPECT_DOUBLE_EQ(compute_overlap_ratio_blob_strict(small, large), 100.0);  // integer branch
     EXPECT_DOUBLE_EQ(compute_overlap_ratio_blob(box_blob(0, 0, 4, 4), box_blob(2, 0, 4, 4)), 0.5);
-    EXPECT_TRUE(isPixBelongsToBlob(small, 2, 11));
-    EXPECT_FALSE(isPixBelongsToBlob(small, 12, 11));
-    EXPECT_TRUE(is_blob1_inside_blob2(small, small));
-    EXPECT_TRUE(is_blob1_inside_blob2(small, large));
+    EXPECT_TRUE(isPixBelongsToBlob(small, 2, 11) && !isPixBelongsToBlob(small, 12, 11));
+    EXPECT_TRUE(is_blob1_inside_blob2(small, small) && is_blob1_inside_blob2(small, large));
     EXPECT_FALSE(is_blob1_inside_blob2(large, small));
     blob_ptr same = box_blob(2, 2, 99, 10);
     same->bbox.xmax = small->bbox.xmax;  // sizes are not compared
@@ -46,22 +44,17 @@ TEST(BlobGeometry, OverlapRatiosContainmentAndSplits)
     for (int x : {0, 9, -3}) EXPECT_FALSE(vertical_split_blob(b, x)) << x;
     blob_ptr right = vertical_split_blob(b, 4);
     ASSERT_TRUE(right);
-    EXPECT_EQ(b->bbox.xmax, 4);
-    EXPECT_EQ(right->bbox.xmin, 5);
-    EXPECT_EQ(right->bbox.xmax, 9);
-    EXPECT_EQ(right->bbox.width, 10);
-    EXPECT_EQ(right->npix, 42);
-    EXPECT_FALSE(right->prd_list);
-    EXPECT_EQ(right->next, neighbour);  // the copy keeps the source's links
-    EXPECT_EQ(b->next, neighbour);
-    EXPECT_FALSE(neighbour->prev);
-    EXPECT_FALSE(horizontal_split_blob(b, 5));
+    const auto box = [](const blob_ptr& x) {
+        return std::vector<int>{x->bbox.xmin, x->bbox.ymin, x->bbox.xmax, x->bbox.ymax, x->bbox.width, x->bbox.height};
+    };
+    EXPECT_EQ(box(b), (std::vector<int>{0, 0, 4, 5, 10, 6}));
+    EXPECT_EQ(box(right), (std::vector<int>{5, 0, 9, 5, 10, 6}));
+    EXPECT_TRUE(right->npix == 42 && !right->prd_list && right->next == neighbour && b->next == neighbour);
+    EXPECT_FALSE(neighbour->prev || horizontal_split_blob(b, 5));
     blob_ptr lower = horizontal_split_blob(b, 2);
     ASSERT_TRUE(lower);
-    EXPECT_EQ(b->bbox.ymax, 2);
-    EXPECT_EQ(lower->bbox.ymin, 3);
-    EXPECT_EQ(lower->bbox.ymax, 5);
-    EXPECT_EQ(lower->bbox.height, 6);
+    EXPECT_EQ(box(b), (std::vector<int>{0, 0, 4, 2, 10, 6}));
+    EXPECT_EQ(box(lower), (std::vector<int>{0, 3, 4, 5, 10, 6}));
     blob_free(copy_blob(b));  // takes a blob pointer by value
     blob_free(b);
 }

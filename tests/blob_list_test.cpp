@@ -58,18 +58,13 @@ TEST(BlobCopy, CopiesDropDuplicateOrFreeOwnedData)
     b->aux = b.get();
     b->fathers[BLOB_MAX_FATHERS - 1] = 42;
 
+    // Same neighbours (the list unchanged), no lists, aux kept: only copy_blob(src, dst) clears it.
     blob_ptr copy = copy_blob(b);
-    EXPECT_EQ(copy->fathers[BLOB_MAX_FATHERS - 1], 42);
-    EXPECT_FALSE(copy->prd_list);
-    EXPECT_FALSE(copy->prd_list_2);
-    EXPECT_EQ(copy->aux, b.get());  // only copy_blob(src, dst) clears aux
-    EXPECT_EQ(copy->next, c);       // same neighbours, list unchanged
-    EXPECT_EQ(copy->prev, a);
-    EXPECT_EQ(a->next, b);
+    EXPECT_TRUE(copy->fathers[BLOB_MAX_FATHERS - 1] == 42 && !copy->prd_list && !copy->prd_list_2);
+    EXPECT_TRUE(copy->aux == b.get() && copy->next == c && copy->prev == a && a->next == b);
     blob_ptr deep = copy_blob_with_lists(b);
     ASSERT_NE(deep->prd_list, nullptr);
-    EXPECT_NE(deep->prd_list, b->prd_list);
-    EXPECT_EQ(deep->prd_list_2->type, CAR);
+    EXPECT_TRUE(deep->prd_list != b->prd_list && deep->prd_list_2->type == CAR);
     blob_free(deep);  // frees the copies only
 
     // Overwriting frees the destination's lists and buffer; the whole record comes over, ident included.
@@ -78,13 +73,8 @@ TEST(BlobCopy, CopiesDropDuplicateOrFreeOwnedData)
     copy->buffer = std::malloc(16);
     copy->ident = 9;
     EXPECT_EQ(copy_blob(b, copy), copy.get());
-    EXPECT_EQ(copy->ident, 2);
-    EXPECT_EQ(copy->bbox.ymax, 3);
-    EXPECT_EQ(copy->next, c);
-    EXPECT_FALSE(copy->prd_list);
-    EXPECT_FALSE(copy->prd_list_2);
-    EXPECT_FALSE(copy->buffer);
-    EXPECT_FALSE(copy->aux);
+    EXPECT_TRUE(copy->ident == 2 && copy->bbox.ymax == 3 && copy->next == c);
+    EXPECT_TRUE(!copy->prd_list && !copy->prd_list_2 && !copy->buffer && !copy->aux);
     EXPECT_EQ(b->prd_list->type, PERSON);
     copy->next = copy->prev = nullptr;
     free_blob_list(a);
@@ -101,9 +91,7 @@ TEST(BlobCopy, DataCopyBetweenListsKeepsPlaceAndIdentity)
     a1->buffer = std::malloc(4);
 
     copy_blob_data(b2, a1);
-    EXPECT_EQ(a1->ident, 1);
-    EXPECT_EQ(a1->bbox.width, 9);
-    EXPECT_FALSE(a1->buffer);
+    EXPECT_TRUE(a1->ident == 1 && a1->bbox.width == 9 && !a1->buffer);
     EXPECT_NE(a1->prd_list->sublist, b2->prd_list->sublist);
     EXPECT_EQ(idents_checked(a1), (std::vector<int>{1, 2}));
     EXPECT_EQ(idents_checked(b1), (std::vector<int>{11, 12}));
@@ -115,9 +103,7 @@ TEST(BlobCopy, DataCopyBetweenListsKeepsPlaceAndIdentity)
 
 TEST(BlobList, CopyCountFreeAndBiggest)
 {
-    EXPECT_FALSE(copy_blob_list(blob_ptr()));
-    EXPECT_EQ(blob_list_number(blob_ptr()), 0);
-    EXPECT_FALSE(blob_get_biggest2D(blob_ptr()));
+    EXPECT_FALSE(copy_blob_list(blob_ptr()) || blob_list_number(blob_ptr()) || blob_get_biggest2D(blob_ptr()));
 
     blob_ptr head = link({make_blob(0, 2, 3), make_blob(1, 3, 2), make_blob(2, 1, 5)});
     head->next->prd_list = prd(PERSON);
@@ -140,10 +126,8 @@ TEST(BlobList, CopyCountFreeAndBiggest)
     free_blob_list(copy);
     head.reset();
     copy.reset();
-    EXPECT_TRUE(tail.expired());
-    EXPECT_TRUE(copy_tail.expired());
-    EXPECT_FALSE(held->next);
-    EXPECT_FALSE(held->prev);
+    EXPECT_TRUE(tail.expired() && copy_tail.expired());
+    EXPECT_FALSE(held->next || held->prev);
 }
 
 TEST(BlobList, SameFatherAndCleanup)
@@ -164,13 +148,10 @@ TEST(BlobList, SameFatherAndCleanup)
     b->prd_list->next = prd(CAR);
     b->prd_list_2 = prd(TRUCK);
     blob_clean(b);
-    EXPECT_FALSE(b->buffer);
-    EXPECT_FALSE(b->prd_list);
-    EXPECT_FALSE(b->prd_list_2);
+    EXPECT_FALSE(b->buffer || b->prd_list || b->prd_list_2);
     b->prd_list = prd(PERSON);
     b->buffer = &local;
     blob_free(b);  // the caller's pointer is a copy: it stays set
     ASSERT_TRUE(b);
-    EXPECT_FALSE(b->prd_list);
-    EXPECT_FALSE(b->buffer);
+    EXPECT_FALSE(b->prd_list || b->buffer);
 }

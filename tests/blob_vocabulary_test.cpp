@@ -68,21 +68,14 @@ TEST(BlobVocabulary, OcclusionNamesWithWriteOnlyObjectCorners)
                                                        {0x80000000u, "MM_CAM_TOP_VIEW"}};
     for (auto [value, name] : pinned) EXPECT_EQ(get_occl_name_from_type(occl(value)), name) << value;
 
-    // Single flags and corners read back silently, except the object corners.
-    std::vector<uint32_t> codes{0x0, 0x5, 0x9, 0x6, 0xA, 0x50, 0x90, 0x60, 0xA0};
-    for (int bit = 0; bit < 32; ++bit) codes.push_back(1u << bit);
-    int named = 0;
+    // The names fuzzer holds the round trips; the object corners are only written.
     uint32_t v;
-    for (uint32_t o : codes) {
+    for (uint32_t o : {0x50u, 0x90u, 0x60u, 0xA0u}) {
         const std::string name = get_occl_name_from_type(occl(o));
-        if (name == "MM_OCCL_OTHER") continue;
-        ++named;
-        const bool write_only = o == 0x50 || o == 0x90 || o == 0x60 || o == 0xA0;
         EXPECT_EQ(printed_by(get_occl_type_from_name, name.c_str(), &v),
-                  write_only ? "Warning: unknown occultation type " + name + "\n" : "");
-        EXPECT_EQ(v, write_only ? 0u : o) << name;
+                  "Warning: unknown occultation type " + name + "\n");
+        EXPECT_EQ(v, 0u) << name;
     }
-    EXPECT_EQ(named, 24);
 }
 
 TEST(BlobVocabulary, FallbacksForUnknownNamesAndCodes)
@@ -113,22 +106,13 @@ TEST(BlobVocabulary, FallbacksForUnknownNamesAndCodes)
 
 TEST(BlobVocabulary, DetailedOcclusionForm)
 {
-    const std::pair<uint32_t, const char*> rows[] = {
-        {0x0, "OCC:NONE"},
-        {0x3, "OCC:CAM_BOT-CAM_TOP"},
-        {0x80000000u, "OCC:TOP_VIE"},
-        {0x1000, "OCC:OTHER"},
-        {0x1001, "OCC:CAM_BOT-OTHER"},
-        // Object-top leading the list reads as camera-top; later it does not.
-        {0x20, "OCC:CAM_TOP"},
-        {0x30, "OCC:OBJ_BOT-OBJ_TOP"},
-        {0x22, "OCC:CAM_TOP-OBJ_TOP"},
-        // Fixed order, not the order of the values.
-        {0x2000010, "OCC:AOI_OUT-OBJ_BOT"},
-        {0xC0, "OCC:OBJ_RIG-OBJ_LEF"},
-        {0x40000080, "OCC:AOI_VEH-OBJ_RIG"},
-        {0xF0F00, "OCC:DYN_BOT-DYN_TOP-DYN_LEF-DYN_RIG-TOT_OCC-OBJ_LOS-PAR_DET-PAR_BIG"},
-        {0x3C000008, "OCC:CAM_RIG-AOI_REI-OBJ_ONT-OBJ_INS-OBJ_SIT"},
-        {0x80000004u, "OCC:CAM_LEF-TOP_VIE"}};
+    // Every code's form is held by the names fuzzer; these are the quirks:
+    // object-top leading the list reads as camera-top (later it does not),
+    // the fixed order is not the order of the values, "OTHER" comes last.
+    const std::pair<uint32_t, const char*> rows[] = {{0x0, "OCC:NONE"},
+                                                     {0x20, "OCC:CAM_TOP"},
+                                                     {0x22, "OCC:CAM_TOP-OBJ_TOP"},
+                                                     {0xC0, "OCC:OBJ_RIG-OBJ_LEF"},
+                                                     {0x1001, "OCC:CAM_BOT-OTHER"}};
     for (auto [value, text] : rows) EXPECT_EQ(get_occl_name_from_type_detailed(occl(value)), text) << value;
 }

@@ -50,10 +50,10 @@ TEST(SaveImage, HeaderOnlyKindsAndFailures)
 {
     owned keep;
     const std::string path = temp_path("header.ppm");
-    ASSERT_EQ(save_image(keep.make(BG_IMG, 3, 2), path.c_str()), 0);
-    EXPECT_EQ(file_bytes(path), "P0\n3 2 255\n");
-    ASSERT_EQ(save_image(keep.make(INT_IMG, 2, 2), path.c_str()), 0);
-    EXPECT_EQ(file_bytes(path), "P5\n2 2 255\n");
+    for (auto [kind, header] : {std::pair{BG_IMG, "P0\n3 2 255\n"}, {INT_IMG, "P5\n3 2 255\n"}}) {
+        ASSERT_EQ(save_image(keep.make(kind, 3, 2), path.c_str()), 0);
+        EXPECT_EQ(file_bytes(path), header);
+    }
     image* huge = keep.make(BG_IMG, 0, 0);  // a record sized by hand, without pixels
     huge->width = 3000000000u;
     huge->height = 1;

@@ -35,13 +35,10 @@ TEST(MessageSink, TakesEveryMessageWithItsStreamAndGivesThemBack)
     const std::string out = testing::internal::GetCapturedStdout();
     const std::string err = testing::internal::GetCapturedStderr();
 
-    ASSERT_EQ(got.size(), 2u);
-    EXPECT_EQ(got[0].first, MESSAGES_STDERR);
-    EXPECT_EQ(got[0].second,
-              "RLEsegm_segmentKAP(): segmenter not initialised (call RLEsegm_init_privateKAP first); nothing "
-              "segmented\n");
-    EXPECT_EQ(got[1].first, MESSAGES_STDOUT);
-    EXPECT_EQ(got[1].second, "Warning: unknown occultation type NOT-A-NAME\n");
+    EXPECT_EQ(got, (Messages{{MESSAGES_STDERR,
+                              "RLEsegm_segmentKAP(): segmenter not initialised (call RLEsegm_init_privateKAP "
+                              "first); nothing segmented\n"},
+                             {MESSAGES_STDOUT, "Warning: unknown occultation type NOT-A-NAME\n"}}));
     EXPECT_EQ(out, "Warning: unknown expected object in context file\n");  // the default is back
     EXPECT_EQ(err, "");
 }

@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <tuple>
 #include <vector>
 
 #include "nerva/nerva.h"
@@ -9,6 +11,12 @@
 using namespace nerva;
 
 namespace {
+
+template <class... T>
+std::tuple<T...> vals(T... v)
+{
+    return std::make_tuple(v...);
+}
 
 prob_rel_data* prd(blob_type_t t)
 {
@@ -54,22 +62,15 @@ TEST(ProbRelData, DeepCopiesAreLinkedAndIndependent)
     }
     EXPECT_EQ(types, (std::vector<blob_type_t>{PERSON, CAR, TRUCK}));
     prob_rel_data* sub = copy->next->sublist;
-    EXPECT_FALSE(copy->sublist);
-    EXPECT_NE(sub, mid->sublist);
-    EXPECT_EQ(sub->next->type, CHILD);
-    EXPECT_EQ(sub->next->prev, sub);
+    EXPECT_TRUE(!copy->sublist && sub != mid->sublist && sub->next->type == CHILD && sub->next->prev == sub);
 
     // Single copies keep the neighbours as they are and deep-copy the sublist.
     prob_rel_data* one = copy_prdata(mid);
-    EXPECT_EQ(one->next, mid->next);
-    EXPECT_EQ(one->prev, head);
-    EXPECT_NE(one->sublist, mid->sublist);
+    EXPECT_TRUE(one->next == mid->next && one->prev == head && one->sublist != mid->sublist);
     prob_rel_data* dst = prd(NOISE);
     dst->sublist = prd(CHAIR);  // freed by the copy
     copy_prdata(mid, dst);
-    EXPECT_EQ(dst->type, CAR);
-    EXPECT_NE(dst->sublist, mid->sublist);
-    EXPECT_EQ(dst->sublist->next->type, CHILD);
+    EXPECT_TRUE(dst->type == CAR && dst->sublist != mid->sublist && dst->sublist->next->type == CHILD);
     copy_prdata(dst, dst);  // onto itself: an equal nested list
     EXPECT_EQ(dst->sublist->next->type, CHILD);
 
@@ -77,8 +78,7 @@ TEST(ProbRelData, DeepCopiesAreLinkedAndIndependent)
     prdata_free(head);  // one record with its nested list, not its neighbours
     EXPECT_EQ(mid->type, CAR);
     free_prd_list(mid);  // the copies survive their source
-    EXPECT_EQ(copy->next->sublist->next->type, CHILD);
-    EXPECT_EQ(one->sublist->type, FACE);
+    EXPECT_EQ(vals(copy->next->sublist->next->type, one->sublist->type), vals(CHILD, FACE));
     one->next = one->prev = dst->next = dst->prev = nullptr;
     prdata_free(one);
     prdata_free(dst);
@@ -95,21 +95,15 @@ TEST(ProbRelData, ArgumentOrderOfShallowCopies)
     // Destination first: b's head takes the data but stays in its own list.
     prob_rel_data* own_next = b->next;
     EXPECT_EQ(copy_prdata_only_info(b, a->next), b);
-    EXPECT_EQ(b->type, CAR);
-    EXPECT_EQ(b->occlusion, MM_OBJECT_SIT);
-    EXPECT_EQ(b->next, own_next);
-    EXPECT_FALSE(b->prev);
-    EXPECT_FALSE(b->sublist);
-    EXPECT_FALSE(copy_prdata_only_info(nullptr, a));
-    EXPECT_FALSE(copy_prdata_only_info(b, nullptr));
+    EXPECT_EQ(vals(b->type, b->occlusion, b->next, b->prev, b->sublist),
+              vals(CAR, MM_OBJECT_SIT, own_next, (prob_rel_data*)nullptr, (prob_rel_data*)nullptr));
+    EXPECT_FALSE(copy_prdata_only_info(nullptr, a) || copy_prdata_only_info(b, nullptr));
 
     // Source first: dst shares src's neighbours and nested list.
     prob_rel_data* loose = prdata_new();
     EXPECT_EQ(copy_prdata_no_lists(a->next, loose), loose);
-    EXPECT_EQ(loose->type, CAR);
-    EXPECT_EQ(loose->next, a->next->next);
-    EXPECT_EQ(loose->prev, a);
-    EXPECT_EQ(loose->sublist, a->next->sublist);
+    EXPECT_EQ(vals(loose->type, loose->next, loose->prev, loose->sublist),
+              vals(CAR, a->next->next, a, a->next->sublist));
     std::free(loose);  // owns nothing it points to
     free_prd_list(a);
     free_prd_list(b);
@@ -131,17 +125,10 @@ TEST(ProbRelData, ExchangeWithBlobCrossesMeasures)
     b->measures[4] = -1;
     copy_prd_to_blob(p, b);
     // The occlusion is not copied into the blob; entries 4..6 are not exchanged.
-    EXPECT_EQ(b->type, VEHICLE);
-    EXPECT_EQ(b->subtype, STANDING);
-    EXPECT_EQ(b->bbox.ymax, 5);
-    EXPECT_EQ(b->occlusion, MM_OBJECT_TOP);
-    EXPECT_EQ(b->info3D[5], 9.5);
-    EXPECT_STREQ(b->info, "hyp");
-    EXPECT_EQ(b->prd_extra[0], 103);
-    EXPECT_EQ(b->prd_extra[1], 104);
-    EXPECT_EQ(b->prd_extra[2], 105);
-    EXPECT_EQ(b->measures[4], -1);
-    EXPECT_EQ(b->measures[6], 0);
+    EXPECT_EQ(vals(b->type, b->subtype, b->bbox.ymax, b->occlusion, b->info3D[5], std::string(b->info)),
+              vals(VEHICLE, STANDING, 5, MM_OBJECT_TOP, 9.5, std::string("hyp")));
+    EXPECT_EQ(vals(b->prd_extra[0], b->prd_extra[1], b->prd_extra[2], b->measures[4], b->measures[6]),
+              vals(103.0, 104.0, 105.0, -1.0, 0.0));
 
     // Back into a record: m3..m5, occlusion and links are left alone.
     prob_rel_data* q = chain({UNKNOWN, UNKNOWN});
@@ -153,14 +140,9 @@ TEST(ProbRelData, ExchangeWithBlobCrossesMeasures)
             EXPECT_EQ(b->measures[kBlobSlot[i]], 100 + i) << "m" << i;
             EXPECT_EQ(q->*kMeasure[i], 100 + i) << "m" << i;
         }
-    EXPECT_EQ(q->m3, 0);
-    EXPECT_EQ(q->m4, 7);
-    EXPECT_EQ(q->occlusion, MM_AOI_OUTSIDE);
-    EXPECT_EQ(q->next->prev, q);
-    EXPECT_EQ(q->type, VEHICLE);
-    EXPECT_EQ(q->bbox.xmax, 3);
-    EXPECT_EQ(q->info3D[5], 9.5);
-    EXPECT_FALSE(std::strcmp(q->info, "hyp"));
+    EXPECT_EQ(vals(q->m3, q->m4, q->occlusion, q->next->prev, q->type, q->bbox.xmax, q->info3D[5]),
+              vals(0.0, 7.0, MM_AOI_OUTSIDE, q, VEHICLE, 3, 9.5));
+    EXPECT_STREQ(q->info, "hyp");
     prdata_free(p);
     free_prd_list(q);
 }
@@ -176,13 +158,7 @@ TEST(ProbRelData, SetNullKeepsWhatEachFormPromises)
     blob_ptr b = blob_new();
     init_rectangle(&b->bbox, 5, 6, 7, 8);
     set_null_3D_prd(b, p);
-    EXPECT_EQ(p->type, PERSON);
-    EXPECT_EQ(p->subtype, LYING);
-    EXPECT_EQ(p->bbox.xmax, 11);
-    EXPECT_EQ(p->occlusion, MM_OCCL_NONE);
-    EXPECT_EQ(p->m9, 0);
-    EXPECT_EQ(p->info[0], 0);
-    EXPECT_EQ(p->sublist->type, FACE);
-    EXPECT_EQ(p->next->type, CAR);
+    EXPECT_EQ(vals(p->type, p->subtype, p->bbox.xmax, p->occlusion, p->m9, p->info[0], p->sublist->type, p->next->type),
+              vals(PERSON, LYING, 11, MM_OCCL_NONE, 0.0, '\0', FACE, CAR));
     free_prd_list(p);
 }

@@ -100,15 +100,9 @@ TEST(RLERender, SavedPictureShowsRunsAndBlueBoxes)
     EXPECT_EQ(RLEimage_save_binaire(h.rle, path.c_str(), first), -1);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "RLEimage_save_binaire(): drawing rectangles on image failed.\n");
 
-    // A negative size is refused, not read as four billion columns; a size
-    // past the image record's 2^32 - 1 pixels cannot be made.
-    std::shared_ptr<RLEimage> negative = RLEimage_initialize(nullptr, -1, 2), huge = RLEimage_new();
-    huge->width = huge->height = 100000;
-    EXPECT_EQ(RLEimage_to_binaire(negative, nullptr), nullptr);
-    EXPECT_EQ(RLEimage_to_binaire(huge, nullptr), nullptr);
+    // Which sizes cannot be rendered the raster fuzzer holds; here the line that says so.
     testing::internal::CaptureStderr();
-    EXPECT_EQ(RLEimage_save_binaire(negative, path.c_str(), nullptr), -1);
-    EXPECT_EQ(RLEimage_save_binaire(huge, path.c_str(), nullptr), -1);
+    EXPECT_EQ(RLEimage_save_binaire(RLEimage_initialize(nullptr, -1, 2), path.c_str(), nullptr), -1);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "RLEimage_save_binaire(): run-length image of size -1x2 cannot be rendered\n");
 }

@@ -9,20 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "nerva/nerva.h"
 #include "nerva/segmentation/internal/segmenter_internal.h"
+#include "segmenter_test_support.h"
 
-using namespace nerva;
+using namespace segmenter_test;
 
 namespace {
-
-segm_ptr make_segmenter(int width, int height)
-{
-    auto s = std::make_shared<MV_RLEsegm>();
-    RLEsegm_init_privateKAP(s, 0, width - 1, 0, height - 1, width, height);
-    RLEsegm_set_steps(s, 1, 1);
-    return s;
-}
 
 // Segments `full` (within `roi` if given) and compares with OpenCV's
 // components of the region of interest; returns "" or the first disagreement.
@@ -30,9 +22,11 @@ std::string differs(const cv::Mat& full, segm_ptr s, cv::Rect roi = {})
 {
     if (roi.empty()) roi = cv::Rect(0, 0, full.cols, full.rows);
     else RLEsegm_set_ROI(roi.x, roi.y, roi.x + roi.width - 1, roi.y + roi.height - 1, s);
-    testing::internal::CaptureStderr();  // past 2000 components the pool-full message prints per extra blob
-    auto head = RLEsegm_segmentKAP(full, s);
-    testing::internal::GetCapturedStderr();
+    std::shared_ptr<RLEblob> head;
+    {
+        CapturedMessages quiet;  // past 2000 components the pool-full message comes per extra blob
+        head = RLEsegm_segmentKAP(full, s);
+    }
     const int ox = roi.x, oy = roi.y;
     cv::Mat labels, stats, centroids;
     const int n = cv::connectedComponentsWithStats(full(roi), labels, stats, centroids, 4, CV_32S);
@@ -120,7 +114,7 @@ TEST(SegmentationDifferential, RandomMasksOfManySizesAndDensities)
     const double densities[] = {0.001, 0.01, 0.05, 0.2, 0.4, 0.55, 0.7};
     for (int size_case = 0; size_case < 60; ++size_case) {
         const int w = 1 + static_cast<int>(rng() % 64), h = 1 + static_cast<int>(rng() % 48);
-        auto s = make_segmenter(w, h);  // reused over several frames
+        auto s = segmenter_for(w, h);  // reused over several frames
         for (int frame = 0; frame < 40; ++frame) {
             const double d = densities[rng() % 7];
             cv::Mat mask = (frame % 5 == 4) ? combs(rng, w, h)
@@ -135,7 +129,7 @@ TEST(SegmentationDifferential, RegionOfInterestStrictlyInside)
 {
     std::mt19937 rng(99);
     const int w = 300, h = 200;
-    auto s = make_segmenter(w, h);
+    auto s = segmenter_for(w, h);
     for (int frame = 0; frame < 30; ++frame) {
         cv::Mat mask = blocky(rng, w, h, 0.3);
         const int x0 = static_cast<int>(rng() % 100), y0 = static_cast<int>(rng() % 80);
@@ -148,7 +142,7 @@ TEST(SegmentationDifferential, RegionOfInterestStrictlyInside)
 TEST(SegmentationDifferential, PoolsGrowForAFullHdCheckerboardAndServeLaterFrames)
 {
     const int w = 1920, h = 1080;
-    auto s = make_segmenter(w, h);
+    auto s = segmenter_for(w, h);
     ASSERT_EQ(differs(checkerboard(w, h, 1), s), "");  // a million regions; the blob list ends at 2000
     EXPECT_EQ(s->nb_segs, w * h / 2);                  // every run kept: the pools grew
     std::mt19937 rng(5);
@@ -170,8 +164,8 @@ TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
         if (trial % 20 == 0) {  // a new frame size every 20 frames; state carries over frames
             w = 1 + static_cast<int>(rng() % 150);
             h = 1 + static_cast<int>(rng() % 30);
-            driver = make_segmenter(w, h);
-            steps = make_segmenter(w, h);
+            driver = segmenter_for(w, h);
+            steps = segmenter_for(w, h);
             const auto [sx, sy] = steps_tried[(trial / 20) % 5];
             for (auto s : {driver, steps}) RLEsegm_set_steps(s, sx, sy);
         }
@@ -215,17 +209,9 @@ TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
         auto state = [&](segm_ptr s) {
             const img2regs& a = *s->i2r;
             auto at = [&](const std::shared_ptr<segment>& p) { return p ? p.get() - s->seg_pool[0].get() : -1; };
-            return std::vector<long>{id(a.first),
-                                     id(a.last),
-                                     a.y,
-                                     a.cur_count,
-                                     a.prev_count,
-                                     a.cur_idx,
-                                     a.prev_idx,
-                                     a.cur_runs - s->seg_pool.data(),
-                                     a.prev_runs - s->seg_pool.data(),
-                                     at(a.cur_seg),
-                                     at(a.prev_seg)};
+            return vals(id(a.first), id(a.last), a.y, a.cur_count, a.prev_count, a.cur_idx, a.prev_idx,
+                        a.cur_runs - s->seg_pool.data(), a.prev_runs - s->seg_pool.data(), at(a.cur_seg),
+                        at(a.prev_seg));
         };
         EXPECT_EQ(state(steps), state(driver)) << "trial " << trial;
     }

@@ -6,23 +6,13 @@
 #include <tuple>
 #include <vector>
 
-#include "nerva/nerva.h"
+#include "segmenter_test_support.h"
 
-using namespace nerva;
+using namespace segmenter_test;
 
 namespace {
-
 constexpr int kWidth = 64, kHeight = 48;
-
-segm_ptr make_segmenter()
-{
-    auto s = std::make_shared<MV_RLEsegm>();
-    RLEsegm_init_privateKAP(s, 0, kWidth - 1, 0, kHeight - 1, kWidth, kHeight);
-    RLEsegm_set_steps(s, 1, 1);
-    return s;
 }
-
-}  // namespace
 
 // make check-thread runs this under ThreadSanitizer.
 TEST(SegmenterConcurrency, FourSegmentersOnFourThreadsMatchOneThread)
@@ -37,7 +27,7 @@ TEST(SegmenterConcurrency, FourSegmentersOnFourThreadsMatchOneThread)
     }
     const int steps[][2] = {{1, 1}, {4, 2}, {2, 3}, {1, 4}};  // exact and sampled alike
     auto run = [&](std::vector<std::vector<Record>>& out) {
-        auto s = make_segmenter();
+        auto s = segmenter_for(kWidth, kHeight);
         for (size_t i = 0; i < masks.size(); ++i) {
             RLEsegm_set_steps(s, steps[i % 4][0], steps[i % 4][1]);
             std::vector<Record> frame;

@@ -13,50 +13,19 @@ extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #define NERVA_TEST_UNDER_ASAN 1
 #endif
 
-#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <random>
-#include <string>
-#include <tuple>
 #include <vector>
 
 #include <opencv2/imgproc.hpp>
 
-#include "nerva/messages.h"
-#include "nerva/nerva.h"
 #include "nerva/segmentation/internal/segmenter_internal.h"
+#include "segmenter_test_support.h"
 
-using namespace nerva;
+using namespace segmenter_test;
 
 namespace {
-
-template <class... T>
-std::tuple<T...> vals(T... v)
-{
-    return std::make_tuple(v...);
-}
-
-// Takes the library's messages for the life of the object.
-struct CapturedMessages {
-    std::string text;
-    CapturedMessages()
-    {
-        set_message_sink([](message_stream_t, const char* t, size_t n,
-                            void* self) { static_cast<CapturedMessages*>(self)->text.append(t, n); },
-                         this);
-    }
-    ~CapturedMessages() { set_message_sink(nullptr); }
-    long lines() const { return std::count(text.begin(), text.end(), '\n'); }
-};
-
-segm_ptr exact_segmenter(int width, int height)
-{
-    auto s = std::make_shared<MV_RLEsegm>();
-    RLEsegm_init_privateKAP(s, 0, width - 1, 0, height - 1, width, height);
-    RLEsegm_set_steps(s, 1, 1);
-    return s;
-}
 
 cv::Mat two_squares()
 {
@@ -64,13 +33,6 @@ cv::Mat two_squares()
     m(cv::Rect(2, 2, 10, 10)).setTo(255);
     m(cv::Rect(40, 20, 15, 15)).setTo(255);
     return m;
-}
-
-int count_blobs(const RLEblob* b)
-{
-    int n = 0;
-    for (; b; b = b->next.get()) ++n;
-    return n;
 }
 
 struct CallingObserver : Observer<CSegmentMessage> {
@@ -88,62 +50,43 @@ struct CallingObserver : Observer<CSegmentMessage> {
 TEST(SegmenterObservers, WhatAnObserverChangesIsCheckedBeforeAnyRowIsRead)
 {
     const cv::Mat m = two_squares();
-    auto s = exact_segmenter(m.cols, m.rows);
-    CallingObserver mover, second, third;
-    s->add_observer(&mover);
-    s->add_observer(&second);
-    s->add_observer(&third);
-
-    // Moved outside the frame: refused after notification, one line.
-    mover.action = [&] { RLEsegm_set_ROI(0, 0, 500, 500, s); };
-    {
-        CapturedMessages out;
-        EXPECT_EQ(RLEsegm_segmentKAP(m, s), nullptr);
-        EXPECT_EQ(out.lines(), 1);
-        EXPECT_NE(out.text.find("RLEsegm_segmentKAP(): region of interest x 0..500"), std::string::npos) << out.text;
-    }
-    // Moved inside: the new region of interest is the one read.
-    RLEsegm_set_ROI(0, 0, m.cols - 1, m.rows - 1, s);
-    mover.action = [&] { RLEsegm_set_ROI(30, 0, 59, 39, s); };
-    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(m, s).get()), 1);
+    auto s = segmenter_for(m);
+    CallingObserver mover, second, third, late;
+    for (CallingObserver* o : {&mover, &second, &third}) s->add_observer(o);
 
     // Removing the next observer skips it; an observer added during
     // notification is called from the next frame on.
-    const int second_calls = second.calls;
-    CallingObserver late;
     mover.action = [&] {
         s->remove_observer(&second);
         if (!late.calls) s->add_observer(&late);
     };
-    RLEsegm_set_ROI(0, 0, m.cols - 1, m.rows - 1, s);
     RLEsegm_segmentKAP(m, s);
-    EXPECT_EQ(second.calls, second_calls);
-    EXPECT_EQ(late.calls, 0);
+    EXPECT_EQ(vals(second.calls, late.calls), vals(0, 0));
     RLEsegm_segmentKAP(m, s);
     EXPECT_EQ(late.calls, 1);
 
+    // The blobs of a frame whose observer does `action`, and what was printed.
+    const auto frame_with = [&](std::function<void()> action) {
+        mover.action = std::move(action);
+        CapturedMessages out;
+        return std::make_pair(count_blobs(RLEsegm_segmentKAP(m, s)), out.text);
+    };
     // Segmenting again from inside notify is refused; the outer frame goes on.
     std::shared_ptr<RLEblob> inner = blob_new();
-    mover.action = [&] { inner = RLEsegm_segmentKAP(m, s); };
+    EXPECT_EQ(frame_with([&] { inner = RLEsegm_segmentKAP(m, s); }),
+              std::make_pair(2, std::string("RLEsegm_segmentKAP(): called from an observer's notify during a "
+                                            "frame; nothing segmented\n")));
+    EXPECT_EQ(inner, nullptr);
+    // Moved outside the frame, or freed: refused after notification, one line.
+    auto [blobs, text] = frame_with([&] { RLEsegm_set_ROI(0, 0, 500, 500, s); });
+    EXPECT_EQ(vals(blobs, text.rfind("RLEsegm_segmentKAP(): region of interest x 0..500", 0)), vals(0, size_t{0}));
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
     RLEsegm_set_ROI(0, 0, m.cols - 1, m.rows - 1, s);
-    {
-        CapturedMessages out;
-        EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(m, s).get()), 2);
-        EXPECT_EQ(inner, nullptr);
-        EXPECT_EQ(out.text,
-                  "RLEsegm_segmentKAP(): called from an observer's notify during a frame; nothing segmented\n");
-    }
-
-    // Freeing the private state from notify: the frame is refused, nothing freed is read.
-    mover.action = [&] { RLEsegm_free_private(s); };
-    {
-        CapturedMessages out;
-        EXPECT_EQ(RLEsegm_segmentKAP(m, s), nullptr);
-        EXPECT_NE(out.text.find("segmenter not initialised"), std::string::npos) << out.text;
-    }
+    std::tie(blobs, text) = frame_with([&] { RLEsegm_free_private(s); });
+    EXPECT_EQ(vals(blobs, text.find("segmenter not initialised") != std::string::npos), vals(0, true)) << text;
     mover.action = nullptr;
     RLEsegm_init_privateKAP(s, 0, m.cols - 1, 0, m.rows - 1, m.cols, m.rows);
-    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(m, s).get()), 2);
+    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(m, s)), 2);
 }
 
 TEST(RunLengthImageLifetime, AHeldImageNeverPointsIntoReleasedRuns)
@@ -152,7 +95,7 @@ TEST(RunLengthImageLifetime, AHeldImageNeverPointsIntoReleasedRuns)
     std::shared_ptr<RLEimage> held;
     std::shared_ptr<RLEline> held_line;
     {
-        auto s = exact_segmenter(m.cols, m.rows);
+        auto s = segmenter_for(m);
         RLEsegm_segmentKAP(m, s);
         held = RLEsegm_get_rle_img(s);
         held_line = RLEimage_get_line(held, 5);
@@ -161,8 +104,8 @@ TEST(RunLengthImageLifetime, AHeldImageNeverPointsIntoReleasedRuns)
         // Freeing keeps the emptied record (its size too) and re-initialising reuses it.
         RLEsegm_free_private(s);
         EXPECT_EQ(RLEsegm_get_rle_img(s), held);
-        EXPECT_EQ(vals(held->width, held->height, held->lines.size(), held_line->nb_segs), vals(60, 40, 0u, 0));
-        EXPECT_EQ(held_line->segs, nullptr);
+        EXPECT_EQ(vals(held->width, held->height, held->lines.size(), held_line->nb_segs, held_line->segs),
+                  vals(60, 40, 0u, 0, (std::shared_ptr<segment>*)nullptr));
         RLEsegm_init_privateKAP(s, 0, m.cols - 1, 0, m.rows - 1, m.cols, m.rows);
         EXPECT_EQ(RLEsegm_get_rle_img(s), held);
         RLEsegm_segmentKAP(m, s);
@@ -179,12 +122,12 @@ TEST(RunLengthImageLifetime, PoolsReinitialisedUnderTheImageAndRowsOutsideIt)
     // Many runs, then a smaller segment pool, then a smaller region of interest.
     cv::Mat stripes(200, 400, CV_8UC1, cv::Scalar(0));
     for (int x = 0; x < stripes.cols; x += 2) stripes.col(x).setTo(255);
-    auto s = exact_segmenter(stripes.cols, stripes.rows);
+    auto s = segmenter_for(stripes);
     RLEsegm_segmentKAP(stripes, s);
     RLEsegm_seg_pool_init(1000, s);
     for (const auto& line : s->rle_img->lines) EXPECT_EQ(line->nb_segs, 0);
     RLEsegm_set_ROI(0, 0, 9, 9, s);
-    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(stripes, s).get()), 5);
+    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(stripes, s)), 5);
 
     CapturedMessages out;
     s->RLEsegm_build_RLElineKAP(50, two_squares());  // 40 rows in the mask
@@ -234,13 +177,13 @@ TEST(SegmenterLimits, MemoryCeilingRefusesTheFrameAndKeepsThePools)
     cv::Mat board(512, 512, CV_8UC1);
     for (int y = 0; y < board.rows; ++y)
         for (int x = 0; x < board.cols; ++x) board.at<uint8_t>(y, x) = (x + y) % 2 ? 255 : 0;
-    auto s = exact_segmenter(board.cols, board.rows);
+    auto s = segmenter_for(board);
     RLEsegm_set_memory_ceiling(s, 64u << 20);
     EXPECT_EQ(RLEsegm_get_memory_ceiling(s), 64u << 20);
     const cv::Mat small = two_squares();
     cv::Mat ordinary(board.size(), CV_8UC1, cv::Scalar(0));
     small.copyTo(ordinary(cv::Rect(0, 0, small.cols, small.rows)));
-    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(ordinary, s).get()), 2);
+    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(ordinary, s)), 2);
     const size_t segs = s->seg_pool.size(), regs = s->reg_pool.size();
     {
         CapturedMessages out;
@@ -250,13 +193,13 @@ TEST(SegmenterLimits, MemoryCeilingRefusesTheFrameAndKeepsThePools)
             << out.text;
     }
     EXPECT_EQ(vals(s->seg_pool.size(), s->reg_pool.size()), vals(segs, regs));
-    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(ordinary, s).get()), 2);  // nothing lost
+    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(ordinary, s)), 2);  // nothing lost
 
     // Without a ceiling the frame is segmented; the pool-full notice can be one counted line.
     RLEsegm_set_memory_ceiling(s, 0);
     RLEsegm_count_reused_blobs(s, true);
     CapturedMessages out;
-    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(board, s).get()), 2000);
+    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(board, s)), 2000);
     EXPECT_EQ(RLEsegm_get_reused_blobs(s), 131072 - 2000);
     EXPECT_EQ(out.text, "RLEsegm_get_new_blob(): too many blobs !Last blob reused. (129072 times in this frame)\n");
     RLEsegm_segmentKAP(ordinary, s);
@@ -268,16 +211,16 @@ TEST(SegmenterInput, SignedEightBitMasksAreReadAsBytes)
     const cv::Mat m = two_squares();
     cv::Mat as_signed(m.size(), CV_8SC1, cv::Scalar(0));
     as_signed.setTo(-5, m);  // negative bytes are foreground like any non-zero byte
-    auto s = exact_segmenter(m.cols, m.rows);
+    auto s = segmenter_for(m);
     const std::shared_ptr<RLEblob> head = RLEsegm_segmentKAP(as_signed, s);
-    ASSERT_EQ(count_blobs(head.get()), 2);
+    ASSERT_EQ(count_blobs(head), 2);
     EXPECT_EQ(head->npix + head->next->npix, 100 + 225);
 }
 
 TEST(Labelling, StartingAFrameSetsOnlyTheCurrentRow)
 {
     const cv::Mat m = two_squares();
-    auto s = exact_segmenter(m.cols, m.rows);
+    auto s = segmenter_for(m);
     s->RLEsegm_build_RLEimageKAP(m);
     std::shared_ptr<segment> marker;
     s->i2r->prev_runs = &marker;
@@ -332,7 +275,7 @@ void burst_frame(cv::Mat& m, int k)
 TEST(SegmenterSoak, ResidentMemoryReturnsAfterABurstOfTallAndManyRegions)
 {
     const int width = 1920, height = 1080;
-    auto s = exact_segmenter(width, height);
+    auto s = segmenter_for(width, height);
     RLEsegm_count_reused_blobs(s, true);
     CapturedMessages quiet;
     cv::Mat m(height, width, CV_8UC1);
@@ -344,7 +287,7 @@ TEST(SegmenterSoak, ResidentMemoryReturnsAfterABurstOfTallAndManyRegions)
     const long before = resident_bytes();
     for (int k = 0; k < 30; ++k) {
         burst_frame(m, k);
-        EXPECT_GE(count_blobs(RLEsegm_segmentKAP(m, s).get()), 45);
+        EXPECT_GE(count_blobs(RLEsegm_segmentKAP(m, s)), 45);
     }
     for (int f = 0; f < 40; ++f) {
         ordinary_frame(m, rng);
@@ -372,7 +315,7 @@ TEST(SegmenterSoak, ResidentMemoryReturnsAfterABurstOfTallAndManyRegions)
 // spares, and no region's row index moves, so no frame allocates.
 TEST(SegmenterSoak, AlternatingFramesKeepRecordsAndRowIndexesInPlace)
 {
-    auto s = exact_segmenter(640, 480);
+    auto s = segmenter_for(640, 480);
     cv::Mat crowded(480, 640, CV_8UC1, cv::Scalar(0)), light(480, 640, CV_8UC1, cv::Scalar(0));
     for (int i = 0; i < 40; ++i) crowded(cv::Rect(15 * i + 2, 10 + 5 * (i % 7), 4, 300)).setTo(255);
     for (int i = 0; i < 25; ++i) light(cv::Rect(20 * i + 2, 400, 4, 20)).setTo(255);
@@ -381,7 +324,7 @@ TEST(SegmenterSoak, AlternatingFramesKeepRecordsAndRowIndexesInPlace)
     std::vector<const void*> places;
     for (int i = 0; i < 40; ++i) places.push_back(s->reg_pool[static_cast<size_t>(i)]->reg_lines.data());
     for (int f = 0; f < 20; ++f) {
-        ASSERT_EQ(count_blobs(RLEsegm_segmentKAP(f % 2 ? light : crowded, s).get()), f % 2 ? 25 : 40);
+        ASSERT_EQ(count_blobs(RLEsegm_segmentKAP(f % 2 ? light : crowded, s)), f % 2 ? 25 : 40);
         EXPECT_EQ(static_cast<size_t>(s->nb_pool_blobs) + s->work->spare_blobs.size(), records) << "frame " << f;
     }
     for (int i = 0; i < 40; ++i)

@@ -45,8 +45,6 @@ def test_reads_strided_views_in_place(rng):
     assert_like_cv2(seg, every_other_row, seg.segment(every_other_row))
 
 
-
-
 def test_size_filter_and_label_numbering():
     mask = np.zeros((30, 30), np.uint8)
     mask[2:4, 2:4] = 1      # 4 pixels: dropped

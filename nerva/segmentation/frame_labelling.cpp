@@ -31,13 +31,11 @@ constexpr int32_t kNone = -1;
 // img2regs record's own cur_seg / prev_seg, not moved yet).
 class CompactSweep {
 public:
-    explicit CompactSweep(MV_RLEsegm& segm)
-        : segm_(segm), labels_(segm.work->labels), bounds_(segm.work->run_bounds.data()),
-          pool_base_(segm.seg_pool.data())
+    explicit CompactSweep(MV_RLEsegm& segm) : segm_(segm), labels_(segm.work->labels)
     {
-        if (labels_.run_owner.size() < segm.seg_pool.size()) labels_.run_owner.resize(segm.seg_pool.size());
-        owner_ = labels_.run_owner.data();
-        std::fill_n(owner_, segm.nb_segs, kNone);
+        const int32_t lines = segm.rle_img ? static_cast<int32_t>(segm.rle_img->lines.size()) : 0;
+        first_row_ = segm.roi_ymin < 0 ? 0 : segm.roi_ymin;
+        last_row_ = segm.roi_ymax < lines - 1 ? segm.roi_ymax : lines - 1;
         regions_grew();
         const img2regs& state = *segm.i2r;
         y_ = state.y;
@@ -49,37 +47,49 @@ public:
         prev_idx_ = state.prev_idx;
     }
 
-    // img2regs_init, img2regs_exec over the rows of interest, img2regs_pass2;
-    // false when no row of interest holds a run.
-    bool run()
+    // Labels row y, just extracted, against the row above: img2regs_init on
+    // the first row of interest that holds a run, then one img2regs_exec
+    // step per row. Rows come in order, each once, every row of interest.
+    void add_row(int32_t y)
     {
-        const int32_t lines = segm_.rle_img ? static_cast<int32_t>(segm_.rle_img->lines.size()) : 0;
-        const int32_t last = segm_.roi_ymax < lines - 1 ? segm_.roi_ymax : lines - 1;
-        y_ = segm_.roi_ymin < 0 ? 0 : segm_.roi_ymin;
-        while (y_ <= last && line(y_).nb_segs <= 0) ++y_;
-        if (y_ > last) {
+        // Extraction may have moved the pools and the bounds since the last row.
+        bounds_ = segm_.work->run_bounds.data();
+        pool_base_ = segm_.seg_pool.data();
+        if (labels_.run_owner.size() < segm_.seg_pool.size()) labels_.run_owner.resize(segm_.seg_pool.size());
+        owner_ = labels_.run_owner.data();
+        const RLEline& row = line(y);
+        if (row.nb_segs > 0) std::fill_n(owner_ + (row.segs - pool_base_), row.nb_segs, kNone);
+        if (y < first_row_ || y > last_row_) return;
+        y_ = y;
+        if (!started_) {
+            if (row.nb_segs <= 0) return;
+            started_ = true;
+            load_row(y);
+            for (int32_t k = 0; k < cur_count_; ++k) new_region(cur_begin_ + k, y);
+            cur_idx_ = cur_count_;
+        }
+        load_row(y);
+        self_pair_ = prev_runs_ == cur_runs_ && prev_count_ == cur_count_;
+        if (prev_count_ == 0 && cur_count_ > 0)
+            for (int32_t k = 0; k < cur_count_; ++k) new_region(cur_begin_ + k, y);
+        // img2regs_initstep: both cursors on their row's first run.
+        cur_idx_ = 0;
+        prev_idx_ = 0;
+        if (prev_count_ > 0) prev_slot_ = prev_begin_;
+        if (cur_count_ > 0) cur_slot_ = cur_begin_;
+        if (cur_count_ != 0 && prev_count_ != 0) pair_rows();
+    }
+
+    // After the last row: img2regs_pass2; false when no row of interest held
+    // a run.
+    bool finish()
+    {
+        y_ = last_row_ + 1 > first_row_ ? last_row_ + 1 : first_row_;
+        if (!started_) {
             cur_runs_ = nullptr;
             cur_count_ = 0;
             return false;
         }
-        load_row(y_);
-        for (int32_t k = 0; k < cur_count_; ++k) new_region(cur_begin_ + k, y_);
-        cur_idx_ = cur_count_;
-
-        const int32_t nrows = segm_.roi_ymax - segm_.roi_ymin + 1;
-        if (nrows > 0)
-            for (int32_t i = 0; i < nrows && y_ <= last; ++i, ++y_) {
-                load_row(y_);
-                self_pair_ = prev_runs_ == cur_runs_ && prev_count_ == cur_count_;
-                if (prev_count_ == 0 && cur_count_ > 0)
-                    for (int32_t k = 0; k < cur_count_; ++k) new_region(cur_begin_ + k, y_);
-                // img2regs_initstep: both cursors on their row's first run.
-                cur_idx_ = 0;
-                prev_idx_ = 0;
-                if (prev_count_ > 0) prev_slot_ = prev_begin_;
-                if (cur_count_ > 0) cur_slot_ = cur_begin_;
-                if (cur_count_ != 0 && prev_count_ != 0) pair_rows();
-            }
         pass2();
         return true;
     }
@@ -317,8 +327,10 @@ private:
 
     MV_RLEsegm& segm_;
     LabelScratch& labels_;
-    const int32_t* bounds_;
-    RunSlot* pool_base_;
+    const int32_t* bounds_ = nullptr;
+    RunSlot* pool_base_ = nullptr;
+    int32_t first_row_ = 0, last_row_ = -1;  // the rows labelling reads
+    bool started_ = false;
     int32_t* owner_ = nullptr;
     int32_t* absorber_ = nullptr;
     int32_t* hole_ = nullptr;
@@ -429,13 +441,11 @@ void label_with_engine(MV_RLEsegm& segm)
     engine.store_cursor();
 }
 
-}  // namespace
-
-bool label_frame(MV_RLEsegm& segm)
+// The frame's result from a finished sweep: the records, or the engine when
+// the pool's idents are not their positions.
+bool conclude(MV_RLEsegm& segm, CompactSweep& sweep, int32_t regions_before)
 {
-    const int32_t regions_before = segm.nb_regs;
-    CompactSweep sweep(segm);
-    if (!sweep.run()) {
+    if (!sweep.finish()) {
         // No region: only the bounds, the chain's ends and the cursor change.
         CompactSweep::write_runs(segm);
         segm.i2r->first.reset();
@@ -451,6 +461,34 @@ bool label_frame(MV_RLEsegm& segm)
     }
     sweep.write_back();
     return true;
+}
+
+}  // namespace
+
+bool label_frame(MV_RLEsegm& segm)
+{
+    const int32_t regions_before = segm.nb_regs;
+    CompactSweep sweep(segm);
+    for (int32_t y = segm.roi_ymin; y <= segm.roi_ymax; ++y) sweep.add_row(y);
+    return conclude(segm, sweep, regions_before);
+}
+
+bool extract_and_label_frame(MV_RLEsegm& segm, const cv::Mat& mask)
+{
+    if (segm.step_y > 1) {
+        // Sparse rows are extracted out of order: label once they all are.
+        extract_frame(segm, mask, ExtractionMode::driver);
+        return segm.nb_segs > 0 && label_frame(segm);
+    }
+    // Each row is labelled as soon as it is extracted: the sweep's work runs
+    // while the next rows of the mask come in from memory.
+    const int32_t regions_before = segm.nb_regs;
+    CompactSweep sweep(segm);
+    for (int y = segm.roi_ymin; y <= segm.roi_ymax; ++y) {
+        extract_row(segm, y, mask, ExtractionMode::driver);
+        sweep.add_row(y);
+    }
+    return segm.nb_segs > 0 && conclude(segm, sweep, regions_before);
 }
 
 }  // namespace detail

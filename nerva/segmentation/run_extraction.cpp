@@ -127,39 +127,68 @@ inline int next_foreground(const uint8_t* row, int x, int end)
     return x;
 }
 
+// Lowest set bit's position; any value when v is 0 (the entry it feeds is
+// then past the row's count).
+inline int32_t lowest_bit(uint64_t v) { return __builtin_ctzll(v | (uint64_t{1} << 63)); }
+
+// Stores the run boundaries of the 64 columns from x, `edges` bit i set when
+// the foreground state changes between columns x+i-1 and x+i, at bounds[k]
+// on, and counts them in k (a run is open while k is odd): a start at its
+// column, an end one column before. Four entries are written whatever the
+// count: a loop that stops after the last boundary would take a turn the
+// branch predictor cannot learn on real masks, and a mispredicted turn costs
+// more than the stores. Entries past the count are overwritten later or lie
+// past the row's end.
+inline void store_edges(uint64_t edges, int x, int32_t* bounds, int32_t& k)
+{
+    const int32_t count = __builtin_popcountll(edges);
+    int32_t* out = bounds + k;
+    const int32_t even = x - (k & 1), odd = x - ((k & 1) ^ 1);  // column offsets of entries 0, 2, ... and 1, 3, ...
+    out[0] = even + lowest_bit(edges);
+    edges &= edges - 1;
+    out[1] = odd + lowest_bit(edges);
+    edges &= edges - 1;
+    out[2] = even + lowest_bit(edges);
+    edges &= edges - 1;
+    out[3] = odd + lowest_bit(edges);
+    edges &= edges - 1;
+    for (int32_t j = 4; edges; ++j, edges &= edges - 1) out[j] = ((j & 1) ? odd : even) + lowest_bit(edges);
+    k += count;
+}
+
 // The maximal runs of non-zero bytes of [x, end), left to right, as
 // contiguous (first, last) pairs in `bounds`; returns how many. Runs are
-// found from the bit masks of 64-byte chunks: a run boundary is a bit where
-// the mask changes, and with the boundaries counted in `k` (a run is open
-// while k is odd) each one is stored without a branch: a start at its
-// column, an end one column before. Empty stretches are skipped 256 bytes at
-// a time. `bounds` holds at least end - x + 2 entries.
+// found from the bit masks of 64-byte chunks (a boundary is a bit where the
+// mask changes), stored as store_edges does. Outside a run, an empty 256-byte
+// block is skipped with one test; a block with foreground is taken as four
+// chunks, with no test per chunk; the last partial chunk is read as the
+// row's last 64 bytes. `bounds` holds at least end - x + 4 entries.
 template <class Isa>
 inline int32_t find_runs(const uint8_t* row, int x, int end, int32_t* bounds)
 {
+    const int first = x;
     int32_t k = 0;
-    while (x + 64 <= end) {
-        if (!(k & 1)) {
-            const int skipped = next_foreground<Isa>(row, x, end);
-            // Keep chunks on the same 64-byte grid as before the skip.
-            x += (skipped - x) & ~63;
-            if (x + 64 > end) break;
+    auto chunk = [&](uint64_t fg, int at) {
+        store_edges(fg ^ ((fg << 1) | static_cast<uint64_t>(k & 1)), at, bounds, k);
+    };
+    while (x + 256 <= end) {
+        if (!(k & 1) && !Isa::any256(row + x)) {
+            x += 256;
+            continue;
         }
-        const uint64_t fg = Isa::bits64(row + x);
-        // Bit i: the foreground state changes between column x+i-1 and x+i.
-        uint64_t edges = fg ^ ((fg << 1) | static_cast<uint64_t>(k & 1));
-        while (edges) {
-            bounds[k] = x + __builtin_ctzll(edges) - (k & 1);
-            ++k;
-            edges &= edges - 1;
-        }
-        x += 64;
+        for (int i = 0; i < 4; ++i, x += 64) chunk(Isa::bits64(row + x), x);
     }
-    for (; x < end; ++x) {
-        if ((row[x] != 0) != static_cast<bool>(k & 1)) {
-            bounds[k] = x - (k & 1);
-            ++k;
+    for (; x + 64 <= end; x += 64) chunk(Isa::bits64(row + x), x);
+    const int rest = end - x;
+    if (rest > 0) {
+        uint64_t fg = 0;
+        if (end - first >= 64) {
+            fg = Isa::bits64(row + end - 64) >> (64 - rest);
+        } else {
+            for (int i = 0; i < rest; ++i) fg |= uint64_t{row[x + i] != 0} << i;
         }
+        const uint64_t edges = (fg ^ ((fg << 1) | static_cast<uint64_t>(k & 1))) & ((uint64_t{1} << rest) - 1);
+        store_edges(edges, x, bounds, k);
     }
     if (k & 1) bounds[k++] = end - 1;
     return k / 2;
@@ -173,7 +202,8 @@ int32_t row_runs_baseline(const uint8_t* row, int x, int end, int32_t* bounds)
 #if defined(NERVA_X86_DISPATCH)
 // `flatten` inlines the kernel and its instruction-set primitives into this
 // entry point, which alone is compiled for AVX2.
-__attribute__((target("avx2"), flatten)) int32_t row_runs_avx2(const uint8_t* row, int x, int end, int32_t* bounds)
+__attribute__((target("avx2,popcnt,bmi"), flatten)) int32_t row_runs_avx2(const uint8_t* row, int x, int end,
+                                                                          int32_t* bounds)
 {
     return find_runs<Avx2Isa>(row, x, end, bounds);
 }
@@ -186,7 +216,8 @@ std::vector<detail::RowRunsKernel> detail::row_runs_kernels()
     std::vector<RowRunsKernel> kernels;
 #if defined(NERVA_X86_DISPATCH)
     __builtin_cpu_init();
-    if (__builtin_cpu_supports("avx2")) kernels.push_back(row_runs_avx2);
+    if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt") && __builtin_cpu_supports("bmi"))
+        kernels.push_back(row_runs_avx2);
 #endif
     kernels.push_back(row_runs_baseline);
     return kernels;
@@ -332,7 +363,7 @@ void detail::extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask, Extractio
     std::vector<int32_t>& bounds = segm.work->run_bounds;
     const size_t base = driver ? 2 * static_cast<size_t>(segm.nb_segs) : 0;
     const size_t samples = static_cast<size_t>((int64_t{segm.roi_xmax} - segm.roi_xmin) / segm.step_x) + 1;
-    if (bounds.size() < base + samples + 3) bounds.resize(base + samples + 3);
+    if (bounds.size() < base + samples + 4) bounds.resize(base + samples + 4);
     int32_t* b = bounds.data() + base;
     int32_t runs = 0;
     if (segm.step_x == 1) {

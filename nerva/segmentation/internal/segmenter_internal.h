@@ -126,7 +126,7 @@ void extract_frame(MV_RLEsegm& segm, const cv::Mat& mask, ExtractionMode mode);
 void extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask, ExtractionMode mode);
 
 // Finds the maximal runs of non-zero bytes of row[x, end) and stores them as
-// (first, last) column pairs in `bounds` (end - x + 2 entries at least);
+// (first, last) column pairs in `bounds` (end - x + 4 entries at least);
 // returns how many.
 using RowRunsKernel = int32_t (*)(const uint8_t* row, int x, int end, int32_t* bounds);
 

@@ -238,7 +238,7 @@ TEST(SegmentationDifferential, EveryRunKernelThisCpuRunsFindsTheSameRuns)
                 expected.push_back(x - 1);
         if (expected.size() % 2) expected.push_back(width - 1);
         for (size_t k = 0; k < kernels.size(); ++k) {
-            std::vector<int32_t> bounds(static_cast<size_t>(width - x0) + 4, -7);
+            std::vector<int32_t> bounds(static_cast<size_t>(width - x0) + 6, -7);
             const int32_t n = kernels[k](row.data(), x0, width, bounds.data());
             bounds.resize(static_cast<size_t>(2 * n));
             ASSERT_EQ(bounds, expected) << "kernel " << k << " width " << width << " from " << x0;

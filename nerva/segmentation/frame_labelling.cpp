@@ -55,10 +55,17 @@ public:
         // Extraction may have moved the pools and the bounds since the last row.
         bounds_ = segm_.work->run_bounds.data();
         pool_base_ = segm_.seg_pool.data();
-        if (labels_.run_owner.size() < segm_.seg_pool.size()) labels_.run_owner.resize(segm_.seg_pool.size());
+        if (labels_.run_owner.size() < segm_.seg_pool.size()) {
+            labels_.run_owner.resize(segm_.seg_pool.size());
+            labels_.run_row.resize(segm_.seg_pool.size());
+        }
         owner_ = labels_.run_owner.data();
         const RLEline& row = line(y);
-        if (row.nb_segs > 0) std::fill_n(owner_ + (row.segs - pool_base_), row.nb_segs, kNone);
+        if (row.nb_segs > 0) {
+            const ptrdiff_t begin = row.segs - pool_base_;
+            std::fill_n(owner_ + begin, row.nb_segs, kNone);
+            std::fill_n(labels_.run_row.data() + begin, row.nb_segs, y);
+        }
         if (y < first_row_ || y > last_row_) return;
         y_ = y;
         if (!started_) {

@@ -148,10 +148,14 @@ void set_segs_in_regsKAP(segm_ptr segm, int nrows)
     }
 }
 
-// The same, with the rows of interest counted from the labelling's run
-// owners and region rows, which are the records' values after label_frame:
-// no pass through the segment and region records per run. Rows outside the
-// region of interest hold older runs and are counted as above.
+// The same, with the frame's runs counted from the labelling's run owners
+// and rows and its region rows (the records' values after label_frame), in
+// one pass over the runs: no pass through the segment and region records
+// per run, and no turn per row that depends on how many runs it holds.
+// Counting in run order is counting in row order for each region line, as
+// each line takes the runs of its own row only. Rows outside the region of
+// interest hold older runs and are counted as above; they cannot reach the
+// lines of this frame's regions, whose rows all lie inside it.
 void detail::fill_region_lines(MV_RLEsegm& segmenter, int nrows)
 {
     LabelScratch& labels = segmenter.work->labels;
@@ -160,26 +164,36 @@ void detail::fill_region_lines(MV_RLEsegm& segmenter, int nrows)
     RLEregionline** first_line = labels.first_line.data();
     lay_out_region_lines(segmenter, first_line);
     if (!segmenter.rle_img) return;
-    const int32_t* owner = labels.run_owner.data();
-    const RegionStats* stats = labels.stats.data();
+
+    const int32_t y0 = segmenter.roi_ymin;
+    const size_t roi_rows = static_cast<size_t>(segmenter.roi_ymax - y0 + 1);
+    if (labels.row_base.size() < roi_rows) labels.row_base.resize(roi_rows);
     const std::shared_ptr<segment>* pool_base = segmenter.seg_pool.data();
     const int last = rows_to_count(segmenter, nrows);
-    for (int y = 0; y < last; ++y) {
-        const RLEline& line = *segmenter.rle_img->lines[static_cast<size_t>(y)];
+    int stop = 0;  // rows from the first never extracted on are not visited
+    for (; stop < last; ++stop) {
+        const RLEline& line = *segmenter.rle_img->lines[static_cast<size_t>(stop)];
         if (!line.segs) break;
-        if (y < segmenter.roi_ymin || y > segmenter.roi_ymax) {
-            count_row(line, y);
-            continue;
-        }
-        if (line.nb_segs <= 0) continue;
-        const int32_t* run_owner = owner + (line.segs - pool_base);
-        for (int32_t k = 0; k < line.nb_segs; ++k) {
-            const int32_t r = run_owner[k];
-            if (r < 0) continue;
-            const int32_t index = y - stats[r].y_min;
-            if (index < 0 || index > stats[r].y_max - stats[r].y_min) continue;
-            count_run(first_line[r][index], line, k);
-        }
+        if (stop < y0 || stop > segmenter.roi_ymax) count_row(line, stop);
+        else  // read only for rows with runs: an empty row's pointer may be stale
+            labels.row_base[static_cast<size_t>(stop - y0)] = static_cast<int32_t>(
+                line.seg_offset - (reinterpret_cast<uintptr_t>(line.segs) - reinterpret_cast<uintptr_t>(pool_base)) /
+                                      sizeof(std::shared_ptr<segment>));
+    }
+
+    const int32_t* owner = labels.run_owner.data();
+    const int32_t* run_row = labels.run_row.data();
+    const int32_t* row_base = labels.row_base.data();
+    const RegionStats* stats = labels.stats.data();
+    for (int32_t k = 0; k < segmenter.nb_segs; ++k) {
+        const int32_t y = run_row[k], r = owner[k];
+        if (y >= stop || r < 0) continue;
+        const int32_t index = y - stats[r].y_min;
+        if (index < 0 || index > stats[r].y_max - stats[r].y_min) continue;
+        RLEregionline& rl = first_line[r][index];
+        const int32_t first = -static_cast<int32_t>(rl.nb_segs == 0);  // all ones for a line's first run
+        rl.first_seg = ((row_base[y - y0] + k) & first) | (rl.first_seg & ~first);
+        ++rl.nb_segs;
     }
 }
 

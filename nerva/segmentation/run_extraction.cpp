@@ -134,10 +134,10 @@ inline int32_t lowest_bit(uint64_t v) { return __builtin_ctzll(v | (uint64_t{1} 
 // Stores the run boundaries of the 64 columns from x, `edges` bit i set when
 // the foreground state changes between columns x+i-1 and x+i, at bounds[k]
 // on, and counts them in k (a run is open while k is odd): a start at its
-// column, an end one column before. Four entries are written whatever the
+// column, an end one column before. Six entries are written whatever the
 // count: a loop that stops after the last boundary would take a turn the
 // branch predictor cannot learn on real masks, and a mispredicted turn costs
-// more than the stores. Entries past the count are overwritten later or lie
+// more than the stores. (Six, so that a chunk with three runs takes no turn.) Entries past the count are overwritten later or lie
 // past the row's end.
 inline void store_edges(uint64_t edges, int x, int32_t* bounds, int32_t& k)
 {
@@ -152,7 +152,11 @@ inline void store_edges(uint64_t edges, int x, int32_t* bounds, int32_t& k)
     edges &= edges - 1;
     out[3] = odd + lowest_bit(edges);
     edges &= edges - 1;
-    for (int32_t j = 4; edges; ++j, edges &= edges - 1) out[j] = ((j & 1) ? odd : even) + lowest_bit(edges);
+    out[4] = even + lowest_bit(edges);
+    edges &= edges - 1;
+    out[5] = odd + lowest_bit(edges);
+    edges &= edges - 1;
+    for (int32_t j = 6; edges; ++j, edges &= edges - 1) out[j] = ((j & 1) ? odd : even) + lowest_bit(edges);
     k += count;
 }
 
@@ -162,7 +166,7 @@ inline void store_edges(uint64_t edges, int x, int32_t* bounds, int32_t& k)
 // mask changes), stored as store_edges does. Outside a run, an empty 256-byte
 // block is skipped with one test; a block with foreground is taken as four
 // chunks, with no test per chunk; the last partial chunk is read as the
-// row's last 64 bytes. `bounds` holds at least end - x + 4 entries.
+// row's last 64 bytes. `bounds` holds at least end - x + 6 entries.
 template <class Isa>
 inline int32_t find_runs(const uint8_t* row, int x, int end, int32_t* bounds)
 {
@@ -363,7 +367,7 @@ void detail::extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask, Extractio
     std::vector<int32_t>& bounds = segm.work->run_bounds;
     const size_t base = driver ? 2 * static_cast<size_t>(segm.nb_segs) : 0;
     const size_t samples = static_cast<size_t>((int64_t{segm.roi_xmax} - segm.roi_xmin) / segm.step_x) + 1;
-    if (bounds.size() < base + samples + 4) bounds.resize(base + samples + 4);
+    if (bounds.size() < base + samples + 6) bounds.resize(base + samples + 6);
     int32_t* b = bounds.data() + base;
     int32_t runs = 0;
     if (segm.step_x == 1) {

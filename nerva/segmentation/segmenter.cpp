@@ -184,7 +184,7 @@ size_t bytes_for_runs(const MV_RLEsegm& segm, size_t runs)
     const size_t lines = segm.rle_img ? segm.rle_img->lines.size() : 0;
     const size_t blobs =
         std::max(std::min(runs, segm.blob_pool.size()), static_cast<size_t>(std::max(segm.nb_pool_blobs, 0)));
-    return segs * (sizeof(std::shared_ptr<segment>) + sizeof(segment) + 3 * sizeof(int32_t)) +
+    return segs * (sizeof(std::shared_ptr<segment>) + sizeof(segment) + 4 * sizeof(int32_t)) +
            regs * (sizeof(std::shared_ptr<region>) + sizeof(region) + 2 * sizeof(int32_t) +
                    sizeof(detail::RegionStats) + sizeof(RLEregionline*)) +
            runs * (sizeof(RLEregionline) + sizeof(std::shared_ptr<RLEregionline>)) + blobs * sizeof(RLEblob) +

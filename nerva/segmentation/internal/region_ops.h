@@ -12,6 +12,12 @@ namespace nerva {
 namespace detail {
 
 // The statistics part of region_init: the region's links are left alone.
+// Box updates as selects, not branches: whether a run widens a box is
+// data the branch predictor cannot learn, and the labelling sweep makes one
+// per run.
+inline int32_t lower(int32_t a, int32_t b) { return a < b ? a : b; }
+inline int32_t higher(int32_t a, int32_t b) { return a > b ? a : b; }
+
 template <class Stats>
 inline void region_init_stats(Stats& reg, int x_start, int x_end, int y)
 {
@@ -46,16 +52,16 @@ inline void region_merge_stats(Stats& survivor, const Stats& absorbed)
     survivor.nholes = wrap_add(survivor.nholes, absorbed.nholes);
     survivor.sum_x += absorbed.sum_x;
     survivor.sum_y += absorbed.sum_y;
-    if (absorbed.x_min < survivor.x_min) survivor.x_min = absorbed.x_min;
-    if (absorbed.x_max > survivor.x_max) survivor.x_max = absorbed.x_max;
-    if (absorbed.y_max > survivor.y_max) survivor.y_max = absorbed.y_max;
+    survivor.x_min = lower(absorbed.x_min, survivor.x_min);
+    survivor.x_max = higher(absorbed.x_max, survivor.x_max);
+    survivor.y_max = higher(absorbed.y_max, survivor.y_max);
 }
 
 template <class Stats>
 inline void region_add_run(Stats& reg, int x_start, int x_end, int y)
 {
-    if (x_start < reg.x_min) reg.x_min = x_start;
-    if (x_end > reg.x_max) reg.x_max = x_end;
+    reg.x_min = lower(x_start, reg.x_min);
+    reg.x_max = higher(x_end, reg.x_max);
     const int32_t run_pixels = wrap_add(wrap_sub(x_end, x_start), 1);
     reg.npix = wrap_add(reg.npix, run_pixels);
     reg.y_max = y;

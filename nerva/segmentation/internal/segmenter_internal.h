@@ -44,8 +44,12 @@ struct LabelScratch {
     std::vector<int32_t> absorber;
     std::vector<int32_t> hole;
     std::vector<RegionStats> stats;
-    // First region line of each region this frame (driver's region lines).
+    // Row of each run, by run number.
+    std::vector<int32_t> run_row;
+    // The driver's region lines: each region's first line this frame, and
+    // per row of interest what turns a run number into its first_seg.
     std::vector<RLEregionline*> first_line;
+    std::vector<int32_t> row_base;
 };
 
 // Everything the segmenter keeps between frames that a host neither reads nor
@@ -126,7 +130,7 @@ void extract_frame(MV_RLEsegm& segm, const cv::Mat& mask, ExtractionMode mode);
 void extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask, ExtractionMode mode);
 
 // Finds the maximal runs of non-zero bytes of row[x, end) and stores them as
-// (first, last) column pairs in `bounds` (end - x + 4 entries at least);
+// (first, last) column pairs in `bounds` (end - x + 6 entries at least);
 // returns how many.
 using RowRunsKernel = int32_t (*)(const uint8_t* row, int x, int end, int32_t* bounds);
 

@@ -169,6 +169,9 @@ TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
             const auto [sx, sy] = steps_tried[(trial / 20) % 5];
             for (auto s : {driver, steps}) RLEsegm_set_steps(s, sx, sy);
         }
+        if (trial % 20 == 10)  // a host renumbering pool regions: merges follow the idents
+            for (auto s : {driver, steps})
+                for (size_t i = 0; i < s->reg_pool.size(); ++i) s->reg_pool[i]->ident = static_cast<int>(7 * i % 11);
         cv::Mat mask = (trial % 3 == 2) ? combs(rng, w, h)
                        : (trial % 2)    ? blocky(rng, w, h, 0.4)
                                         : speckled(rng, w, h, 0.3);

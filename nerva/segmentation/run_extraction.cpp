@@ -134,29 +134,20 @@ inline int32_t lowest_bit(uint64_t v) { return __builtin_ctzll(v | (uint64_t{1} 
 // Stores the run boundaries of the 64 columns from x, `edges` bit i set when
 // the foreground state changes between columns x+i-1 and x+i, at bounds[k]
 // on, and counts them in k (a run is open while k is odd): a start at its
-// column, an end one column before. Six entries are written whatever the
-// count: a loop that stops after the last boundary would take a turn the
-// branch predictor cannot learn on real masks, and a mispredicted turn costs
-// more than the stores. (Six, so that a chunk with three runs takes no turn.) Entries past the count are overwritten later or lie
-// past the row's end.
+// column, an end one column before. The first six entries are written
+// whatever the count, in a loop of fixed length: a loop that stopped after
+// the last boundary would take a turn the branch predictor cannot learn on
+// real masks, and a mispredicted turn costs more than the stores (six: a
+// chunk with three runs takes no turn). Entries past the count are
+// overwritten later or lie past the row's end.
 inline void store_edges(uint64_t edges, int x, int32_t* bounds, int32_t& k)
 {
     const int32_t count = __builtin_popcountll(edges);
     int32_t* out = bounds + k;
-    const int32_t even = x - (k & 1), odd = x - ((k & 1) ^ 1);  // column offsets of entries 0, 2, ... and 1, 3, ...
-    out[0] = even + lowest_bit(edges);
-    edges &= edges - 1;
-    out[1] = odd + lowest_bit(edges);
-    edges &= edges - 1;
-    out[2] = even + lowest_bit(edges);
-    edges &= edges - 1;
-    out[3] = odd + lowest_bit(edges);
-    edges &= edges - 1;
-    out[4] = even + lowest_bit(edges);
-    edges &= edges - 1;
-    out[5] = odd + lowest_bit(edges);
-    edges &= edges - 1;
-    for (int32_t j = 6; edges; ++j, edges &= edges - 1) out[j] = ((j & 1) ? odd : even) + lowest_bit(edges);
+    const int32_t offset[2] = {x - (k & 1), x - ((k & 1) ^ 1)};  // for even and odd entries
+    int32_t j = 0;
+    for (; j < 6; ++j, edges &= edges - 1) out[j] = offset[j & 1] + lowest_bit(edges);
+    for (; edges; ++j, edges &= edges - 1) out[j] = offset[j & 1] + lowest_bit(edges);
     k += count;
 }
 

@@ -1,7 +1,10 @@
 // Time per frame of each stage of the segmenter's driver on the vtest
 // masks, next to countNonZero on the same masks and to the scan of an
 // all-zero mask. The stages are the driver's own, called one by one in its
-// order; their sum is a little above the driver's time (one timer per stage).
+// order (extraction of the whole frame, then labelling, where the driver
+// labels each row as it is extracted); one timer per stage. Last, the driver
+// on a frame it has just segmented, before and after a cache flush: what a
+// frame costs once the branch predictor knows its turns.
 //
 //   nerva_stage_times [step_x step_y [passes]]
 //
@@ -10,6 +13,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -170,6 +174,23 @@ int main(int argc, char** argv)
             zero_ns += since(t);
         }
     }
+    // The same frame again, right after segmenting it: the caches hold the
+    // mask and the records, and the branch predictor has just seen every
+    // turn the frame takes. Then the same frame after 64 MB were written,
+    // which drives the mask and the records out of every cache but leaves
+    // the predictor as it was. Every 4th mask.
+    double again_ns = 0, flushed_ns = 0, replays = 0;
+    std::vector<char> flush(64 << 20);
+    for (size_t i = 0; i < masks.size(); i += 4, ++replays) {
+        nerva::RLEsegm_segmentKAP(masks[i], s);
+        auto t = Clock::now();
+        nerva::RLEsegm_segmentKAP(masks[i], s);
+        again_ns += since(t);
+        std::memset(flush.data(), static_cast<int>(i), flush.size());
+        t = Clock::now();
+        nerva::RLEsegm_segmentKAP(masks[i], s);
+        flushed_ns += since(t);
+    }
     const double frames = static_cast<double>(masks.size()) * passes;
     std::printf(
         "steps %d,%d, %dx%d, %zu masks x %d passes, per frame: %.0f of %d rows read, %.0f runs, %.0f regions, "
@@ -187,5 +208,7 @@ int main(int argc, char** argv)
     std::printf("  %-14s %8.1f us\n", "zero-mask scan", zero_ns / frames / 1e3);
     std::printf("  %-14s %8.1f us\n", "OR of all rows", or_ns / frames / 1e3);
     std::printf("  driver / countNonZero = %.2f\n", driver_ns / count_ns);
+    std::printf("  driver, the same frame again:              %6.1f us\n", again_ns / replays / 1e3);
+    std::printf("  driver, the same frame after a cache flush: %6.1f us\n", flushed_ns / replays / 1e3);
     return 0;
 }

@@ -357,7 +357,8 @@ void detail::extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask, Extractio
     const bool driver = mode == ExtractionMode::driver;
     std::vector<int32_t>& bounds = segm.work->run_bounds;
     const size_t base = driver ? 2 * static_cast<size_t>(segm.nb_segs) : 0;
-    const size_t samples = static_cast<size_t>((int64_t{segm.roi_xmax} - segm.roi_xmin) / segm.step_x) + 1;
+    const int64_t span = int64_t{segm.roi_xmax} - segm.roi_xmin;  // no division per row in exact mode
+    const size_t samples = static_cast<size_t>(segm.step_x == 1 ? span : span / segm.step_x) + 1;
     if (bounds.size() < base + samples + 6) bounds.resize(base + samples + 6);
     int32_t* b = bounds.data() + base;
     int32_t runs = 0;

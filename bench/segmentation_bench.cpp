@@ -2,7 +2,8 @@
 // cost of reading the mask once (countNonZero), on the same masks in the
 // same run. Prints Google Benchmark's lines, then one table per input with
 // the time per frame, the ratios and the steady-state heap allocations per
-// frame.
+// frame, then the summaries of the suites of suites.h (real masks by set,
+// mask in cache, two threads).
 //
 //   nerva_bench [--quick] [google benchmark flags]
 #include <benchmark/benchmark.h>

@@ -23,12 +23,13 @@ double median(std::vector<double> v)
     return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
 }
 
-double median_ns(const std::string& input, const std::string& contender)
+double median_ns(const std::string& input, const std::string& contender, bool cpu)
 {
     auto in = bench_results().find(input);
     if (in == bench_results().end()) return 0;
     auto c = in->second.find(contender);
-    return c == in->second.end() ? 0 : median(c->second.ns_per_frame);
+    if (c == in->second.end()) return 0;
+    return median(cpu ? c->second.cpu_ns_per_frame : c->second.ns_per_frame);
 }
 
 std::string fastest(const std::string& input, const std::string& prefix)

@@ -7,7 +7,8 @@
 // What the benchmarks measured, gathered by the reporter and read by the
 // tables printed at the end of the run.
 struct Result {
-    std::vector<double> ns_per_frame;  // one per repetition
+    std::vector<double> ns_per_frame;      // one per repetition
+    std::vector<double> cpu_ns_per_frame;  // the benchmark's threads' CPU time
     double allocs_per_frame = 0;
 };
 
@@ -22,8 +23,9 @@ std::vector<std::string>& table_inputs();
 // should not decide a ratio.
 double median(std::vector<double> v);
 
-// Median time per frame of one contender on one input; 0 if it did not run.
-double median_ns(const std::string& input, const std::string& contender);
+// Median time per frame of one contender on one input (`cpu`: CPU time of
+// its threads); 0 if it did not run.
+double median_ns(const std::string& input, const std::string& contender, bool cpu = false);
 
 // The contender of the input, among those whose name starts with `prefix`,
 // with the lowest median time; empty if none ran.

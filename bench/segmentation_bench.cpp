@@ -71,8 +71,9 @@ public:
             const std::string& name = r.run_name.function_name;
             const size_t bar = name.find(" | ");
             if (bar == std::string::npos || r.iterations == 0 || r.run_type != Run::RT_Iteration) continue;
-            g_results[name.substr(0, bar)][name.substr(bar + 3)].ns_per_frame.push_back(
-                r.GetAdjustedRealTime() * 1e3);  // reported in microseconds
+            Result& result = g_results[name.substr(0, bar)][name.substr(bar + 3)];
+            result.ns_per_frame.push_back(r.GetAdjustedRealTime() * 1e3);  // reported in microseconds
+            result.cpu_ns_per_frame.push_back(r.GetAdjustedCPUTime() * 1e3);
         }
     }
 };

@@ -46,15 +46,15 @@ std::vector<Contender> contenders()
     return c;
 }
 
-std::function<void(const cv::Mat&)> for_any_size(const Contender& contender)
+std::vector<std::function<void(const cv::Mat&)>> frame_per_mask(const Contender& contender,
+                                                                const std::vector<cv::Mat>& masks)
 {
-    using Frame = std::function<void(const cv::Mat&)>;
-    auto per_size = std::make_shared<std::map<std::pair<int, int>, Frame>>();
-    auto make = contender.make;
-    return [per_size, make](const cv::Mat& m) {
-        const std::pair<int, int> key(m.cols, m.rows);
-        auto it = per_size->find(key);
-        if (it == per_size->end()) it = per_size->emplace(key, make(m.size())).first;
-        it->second(m);
-    };
+    std::map<std::pair<int, int>, std::function<void(const cv::Mat&)>> per_size;
+    std::vector<std::function<void(const cv::Mat&)>> out;
+    for (const cv::Mat& m : masks) {
+        auto& frame = per_size[{m.cols, m.rows}];
+        if (!frame) frame = contender.make(m.size());
+        out.push_back(frame);  // a copy shares the state
+    }
+    return out;
 }

@@ -19,6 +19,7 @@ struct Contender {
 // countNonZero (one read of the mask).
 std::vector<Contender> contenders();
 
-// The contender over masks of any size: one state per size, made on first
-// use (a segmenter is made for one frame size).
-std::function<void(const cv::Mat&)> for_any_size(const Contender& contender);
+// The contender's call for each mask: masks of one size share one state (a
+// segmenter is made for one frame size).
+std::vector<std::function<void(const cv::Mat&)>> frame_per_mask(const Contender& contender,
+                                                                const std::vector<cv::Mat>& masks);

@@ -123,13 +123,14 @@ void register_set(const std::shared_ptr<RealSet>& set, const std::vector<Contend
                     st.SkipWithError("no masks");
                     return;
                 }
-                auto frame = for_any_size(c);
-                for (const cv::Mat& m : set->masks) frame(m);  // steady state: pools at their size
+                const auto frames = frame_per_mask(c, set->masks);
+                for (size_t k = 0; k < frames.size(); ++k) frames[k](set->masks[k]);  // pools at their size
                 const std::vector<size_t>& order = cold ? set->cold_order : set->warm_order;
                 size_t i = 0;
                 const uint64_t allocs_before = heap_allocations();
                 for (auto _ : st) {
                     const cv::Mat& m = set->masks[order[i]];
+                    const auto& frame = frames[order[i]];
                     if (++i == order.size()) i = 0;
                     double seconds = 0;
                     for (int take = 0; take < kTakes; ++take) {

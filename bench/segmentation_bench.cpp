@@ -91,9 +91,7 @@ void print_tables()
             }
         if (!time.count("countNonZero") || !time.count("cv8 DEFAULT")) continue;  // filtered out
         // The fastest 4-connectivity algorithm of OpenCV is the one to beat.
-        std::string best4;
-        for (auto& [name, t] : time)
-            if (name.rfind("cv4 ", 0) == 0 && (best4.empty() || t < time[best4])) best4 = name;
+        const std::string best4 = fastest(input, "cv4 ");
         const double cv4 = time[best4], cv8 = time["cv8 DEFAULT"], read = time["countNonZero"];
         std::printf("### %s", input.c_str());
         if (repetitions > 1) std::printf(" (median of %zu repetitions)", repetitions);

@@ -70,18 +70,33 @@ std::vector<cv::Mat> salt_masks(cv::Size size, double density, int count, unsign
     return out;
 }
 
-std::vector<cv::Mat> mog2_masks(const std::string& path, int stride, int max_frames)
+namespace {
+
+// Foreground of a background subtractor over a video, shadows (127) dropped.
+std::vector<cv::Mat> subtracted_masks(const std::string& path, cv::BackgroundSubtractor& subtractor, int stride,
+                                      int max_frames)
 {
     std::vector<cv::Mat> out;
     cv::VideoCapture video(path, cv::CAP_FFMPEG);
     if (!video.isOpened()) return out;
-    cv::Ptr<cv::BackgroundSubtractorMOG2> mog2 = cv::createBackgroundSubtractorMOG2();
     cv::Mat frame, fg;
     for (int i = 0; video.read(frame) && (max_frames <= 0 || i < max_frames); ++i) {
-        mog2->apply(frame, fg);
-        if (i % stride == 0) out.push_back(fg == 255);  // shadows are 127
+        subtractor.apply(frame, fg);
+        if (i % stride == 0) out.push_back(fg == 255);
     }
     return out;
+}
+
+}  // namespace
+
+std::vector<cv::Mat> mog2_masks(const std::string& path, int stride, int max_frames)
+{
+    return subtracted_masks(path, *cv::createBackgroundSubtractorMOG2(), stride, max_frames);
+}
+
+std::vector<cv::Mat> knn_masks(const std::string& path, int stride, int max_frames)
+{
+    return subtracted_masks(path, *cv::createBackgroundSubtractorKNN(), stride, max_frames);
 }
 
 std::vector<cv::Mat> texture_masks(const std::vector<std::string>& paths, cv::Size size)

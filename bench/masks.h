@@ -31,6 +31,9 @@ std::vector<cv::Mat> salt_masks(cv::Size size, double density, int count, unsign
 // (0: all): noisy masks of busy scenes. Empty if the video is missing.
 std::vector<cv::Mat> mog2_masks(const std::string& path, int stride, int max_frames);
 
+// The same with OpenCV's KNN background subtractor (its defaults).
+std::vector<cv::Mat> knn_masks(const std::string& path, int stride, int max_frames);
+
 // Pictures thresholded against their local mean (textures: a run every few
 // pixels), at `size`; missing pictures are skipped.
 std::vector<cv::Mat> texture_masks(const std::vector<std::string>& paths, cv::Size size);

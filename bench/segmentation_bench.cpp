@@ -2,7 +2,8 @@
 // cost of reading the mask once (countNonZero), on the same masks in the
 // same run. Prints Google Benchmark's lines, then one table per input with
 // the time per frame, the ratios and the steady-state heap allocations per
-// frame.
+// frame, then the summaries of the suites of suites.h (real masks by set,
+// mask in cache, two threads).
 //
 //   nerva_bench [--quick] [google benchmark flags]
 #include <benchmark/benchmark.h>
@@ -22,72 +23,16 @@
 #include <opencv2/imgproc.hpp>
 
 #include "alloc_counter.h"
+#include "bench_results.h"
+#include "contenders.h"
 #include "masks.h"
 #include "nerva/nerva.h"
+#include "suites.h"
 
 namespace {
 
-struct Contender {
-    std::string name;
-    // Builds a per-benchmark state for masks of one size and returns the
-    // per-frame call.
-    std::function<std::function<void(const cv::Mat&)>(cv::Size)> make;
-};
-
-std::vector<Contender> contenders()
-{
-    std::vector<Contender> c;
-    auto nerva_with_steps = [](int sx, int sy) {
-        return [sx, sy](cv::Size size) {
-            auto s = std::make_shared<nerva::MV_RLEsegm>();
-            nerva::RLEsegm_init_privateKAP(s, 0, size.width - 1, 0, size.height - 1, size.width, size.height);
-            nerva::RLEsegm_set_steps(s, sx, sy);
-            return std::function<void(const cv::Mat&)>(
-                [s](const cv::Mat& m) { benchmark::DoNotOptimize(nerva::RLEsegm_segmentKAP(m, s).get()); });
-        };
-    };
-    c.push_back({"nerva 1,1", nerva_with_steps(1, 1)});
-    c.push_back({"nerva 4,2", nerva_with_steps(4, 2)});
-    const std::pair<const char*, int> algorithms[] = {
-        {"SAUF", cv::CCL_SAUF},   {"BBDT", cv::CCL_BBDT},       {"Spaghetti", cv::CCL_SPAGHETTI}, {"WU", cv::CCL_WU},
-        {"GRANA", cv::CCL_GRANA}, {"BOLELLI", cv::CCL_BOLELLI}, {"DEFAULT", cv::CCL_DEFAULT}};
-    auto opencv = [](int connectivity, int algorithm) {
-        return [connectivity, algorithm](cv::Size) {
-            auto buffers = std::make_shared<std::vector<cv::Mat>>(3);
-            return std::function<void(const cv::Mat&)>([buffers, connectivity, algorithm](const cv::Mat& m) {
-                auto& b = *buffers;
-                benchmark::DoNotOptimize(
-                    cv::connectedComponentsWithStats(m, b[0], b[1], b[2], connectivity, CV_32S, algorithm));
-            });
-        };
-    };
-    for (const auto& a : algorithms) c.push_back({std::string("cv4 ") + a.first, opencv(4, a.second)});
-    c.push_back({"cv8 DEFAULT", opencv(8, cv::CCL_DEFAULT)});
-    c.push_back({"countNonZero", [](cv::Size) {
-                     return std::function<void(const cv::Mat&)>(
-                         [](const cv::Mat& m) { benchmark::DoNotOptimize(cv::countNonZero(m)); });
-                 }});
-    return c;
-}
-
-struct Result {
-    std::vector<double> ns_per_frame;  // one per repetition
-    double allocs_per_frame = 0;
-};
-
-// The median of the repetitions: on a shared machine one slow repetition
-// should not decide a ratio.
-double median(std::vector<double> v)
-{
-    if (v.empty()) return 0;
-    std::sort(v.begin(), v.end());
-    const size_t n = v.size();
-    return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
-}
-
-// input -> contender -> result
-std::map<std::string, std::map<std::string, Result>> g_results;
-std::vector<std::string> g_input_order;
+std::map<std::string, std::map<std::string, Result>>& g_results = bench_results();
+std::vector<std::string>& g_input_order = table_inputs();
 
 void register_input(const MaskSet& set)
 {
@@ -121,11 +66,14 @@ public:
     {
         ConsoleReporter::ReportRuns(runs);
         for (const Run& r : runs) {
-            const std::string name = r.benchmark_name();
+            // The function's name: without the "/manual_time" or "/threads:N"
+            // the library appends.
+            const std::string& name = r.run_name.function_name;
             const size_t bar = name.find(" | ");
             if (bar == std::string::npos || r.iterations == 0 || r.run_type != Run::RT_Iteration) continue;
-            g_results[name.substr(0, bar)][name.substr(bar + 3)].ns_per_frame.push_back(
-                r.GetAdjustedRealTime() * 1e3);  // reported in microseconds
+            Result& result = g_results[name.substr(0, bar)][name.substr(bar + 3)];
+            result.ns_per_frame.push_back(r.GetAdjustedRealTime() * 1e3);  // reported in microseconds
+            result.cpu_ns_per_frame.push_back(r.GetAdjustedCPUTime() * 1e3);
         }
     }
 };
@@ -143,9 +91,7 @@ void print_tables()
             }
         if (!time.count("countNonZero") || !time.count("cv8 DEFAULT")) continue;  // filtered out
         // The fastest 4-connectivity algorithm of OpenCV is the one to beat.
-        std::string best4;
-        for (auto& [name, t] : time)
-            if (name.rfind("cv4 ", 0) == 0 && (best4.empty() || t < time[best4])) best4 = name;
+        const std::string best4 = fastest(input, "cv4 ");
         const double cv4 = time[best4], cv8 = time["cv8 DEFAULT"], read = time["countNonZero"];
         std::printf("### %s", input.c_str());
         if (repetitions > 1) std::printf(" (median of %zu repetitions)", repetitions);
@@ -203,6 +149,11 @@ int main(int argc, char** argv)
     register_input({"comb 1920x1080", {comb_mask({1920, 1080}, 3), comb_mask({1920, 1080}, 1)}});
     register_input({"comb 16384x60", {comb_mask({16384, 60}, 3), comb_mask({16384, 60}, 1)}});
 
+    auto shared_real = std::make_shared<const std::vector<cv::Mat>>(real);
+    register_in_cache(shared_real, "vtest 768x576");
+    register_threads(shared_real, "vtest 768x576");
+    if (!quick) register_real_sets(data);
+
     const cv::Size sizes[] = {{640, 480}, {1920, 1080}, {3840, 2160}};
     for (const cv::Size& size : sizes) {
         if (quick && size.width > 640) break;
@@ -227,6 +178,9 @@ int main(int argc, char** argv)
     std::fflush(stderr);
     if (saved_stderr >= 0) dup2(saved_stderr, 2);
     print_tables();
+    print_real_summary();
+    print_in_cache_summary();
+    print_threads_summary();
     benchmark::Shutdown();
     return 0;
 }

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -17,6 +18,7 @@
 #include <cstring>
 #include <limits>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "fuzz_check.h"
@@ -31,9 +33,7 @@ std::string temp_base;
 
 bool is_code(int r, std::initializer_list<int> codes)
 {
-    for (int c : codes)
-        if (r == c) return true;
-    return false;
+    return std::find(codes.begin(), codes.end(), r) != codes.end();
 }
 
 // Generic kinds' buffers (capacity 0) are the host's to free; negative kinds
@@ -101,11 +101,7 @@ image* any_image(FuzzedDataProvider& in)
 
 rectangle any_rectangle(FuzzedDataProvider& in)
 {
-    rectangle r;
-    r.xmin = any_coordinate(in);
-    r.ymin = any_coordinate(in);
-    r.xmax = any_coordinate(in);
-    r.ymax = any_coordinate(in);
+    rectangle r{any_coordinate(in), any_coordinate(in), any_coordinate(in), any_coordinate(in), 0, 0};
     // Sizes matter only to COPY_CROP, which allocates them: small, negative,
     // or too many pixels for an image record; never a legal multi-gigabyte one.
     switch (in.ConsumeIntegralInRange(0, 3)) {
@@ -158,11 +154,9 @@ void check_saved_file(image* img)
     if (r != 0) return;
     const bool colour = img->type == COLOR_IMG_3BYTES || img->type == COLOR_IMG_4BYTES;
     const bool grey = img->type == GREY_IMG || img->type == FLOAT_IMG;
-    const std::string header = std::string("P") +
-                               (colour                         ? '6'
-                                : grey || img->type == INT_IMG ? '5'
-                                                               : '0') +
-                               "\n" + std::to_string(img->width) + " " + std::to_string(img->height) + " 255\n";
+    const char kind = colour ? '6' : grey || img->type == INT_IMG ? '5' : '0';
+    const std::string header =
+        std::string("P") + kind + "\n" + std::to_string(img->width) + " " + std::to_string(img->height) + " 255\n";
     struct stat st;
     CHECK(stat(path.c_str(), &st) == 0);
     CHECK(st.st_size == static_cast<off_t>(header.size() + size_t{img->width} * img->height * (colour ? 3 : grey)));
@@ -201,13 +195,10 @@ void image_operation(FuzzedDataProvider& in, image* a, image* b, image* c)
         if (grey != a) release(grey);
         break;
     }
-    case 12: {
-        image* out = convert_to_4bytes(a, in.ConsumeBool() ? &r : nullptr, in.ConsumeBool() ? b : nullptr);
-        if (out && out != b) release(out);
-        break;
-    }
+    case 12:
     case 13: {
-        image* out = convert_to_1byte(a, in.ConsumeBool() ? &r : nullptr, in.ConsumeBool() ? b : nullptr);
+        const auto convert = in.PickValueInArray({convert_to_4bytes, convert_to_1byte});
+        image* out = convert(a, in.ConsumeBool() ? &r : nullptr, in.ConsumeBool() ? b : nullptr);
         if (out && out != b) release(out);
         break;
     }
@@ -260,21 +251,18 @@ struct any_rle {
 
     explicit any_rle(FuzzedDataProvider& in)
     {
-        switch (in.ConsumeIntegralInRange(0, 3)) {
-        case 0:
-            rle->width = in.PickValueInArray({INT32_MIN, -1, 0, 3});
-            rle->height = in.PickValueInArray({INT32_MIN, -1, 0, 2});
-            break;
-        case 1: {
-            // Past the image record's 2^32 - 1 pixels: a render cannot be made.
-            const auto huge = in.PickValueInArray<std::pair<int32_t, int32_t>>(
-                {{100000, 100000}, {INT32_MAX, 3}, {65536, 65536}, {3, INT32_MAX}});
-            rle->width = huge.first;
-            rle->height = huge.second;
-            break;
-        }
-        default: rle->width = in.ConsumeIntegralInRange(0, 40); rle->height = in.ConsumeIntegralInRange(0, 10);
-        }
+        // Negative, past the image record's 2^32 - 1 pixels (no render can be made), or small.
+        std::pair<int32_t, int32_t> size{in.ConsumeIntegralInRange(0, 40), in.ConsumeIntegralInRange(0, 10)};
+        if (in.ConsumeIntegralInRange(0, 1) == 0)
+            size = in.PickValueInArray<std::pair<int32_t, int32_t>>({{INT32_MIN, 2},
+                                                                     {-1, 0},
+                                                                     {0, INT32_MIN},
+                                                                     {3, -1},
+                                                                     {100000, 100000},
+                                                                     {INT32_MAX, 3},
+                                                                     {65536, 65536},
+                                                                     {3, INT32_MAX}});
+        std::tie(rle->width, rle->height) = size;
         const int lines = in.ConsumeIntegralInRange(0, 10);
         rle->lines.resize(static_cast<size_t>(lines));
         runs.resize(64);
@@ -285,10 +273,11 @@ struct any_rle {
             if (used + static_cast<size_t>(n) > runs.size()) break;
             line->segs = &runs[used];
             line->nb_segs = n;
+            const auto x = [&] { return in.ConsumeBool() ? any_coordinate(in) : in.ConsumeIntegralInRange(-2, 42); };
             for (int k = 0; k < n; ++k) {
                 runs[used] = segment_new();
-                runs[used]->x_start = in.ConsumeBool() ? any_coordinate(in) : in.ConsumeIntegralInRange(-2, 42);
-                runs[used++]->x_end = in.ConsumeBool() ? any_coordinate(in) : in.ConsumeIntegralInRange(-2, 42);
+                runs[used]->x_start = x();
+                runs[used++]->x_end = x();
             }
         }
     }
@@ -305,12 +294,8 @@ void rle_operation(FuzzedDataProvider& in, image* given)
     switch (in.ConsumeIntegralInRange(0, 3)) {
     case 0: {
         image* out = RLEimage_to_binaire(r.rle, given);
-        if (given) {
-            CHECK(out == given);
-        } else {
-            CHECK(static_cast<bool>(out) == r.renderable());
-            release(out);
-        }
+        CHECK(given ? out == given : static_cast<bool>(out) == r.renderable());
+        if (!given) release(out);
         break;
     }
     case 1:
@@ -360,8 +345,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         image_operation(in, a, b, c);
         for (const buffer_before& k : kept) k.free_if_forgotten();
     }
-    release(a);
-    release(b);
-    release(c);
+    for (image* img : {a, b, c}) release(img);
     return 0;
 }

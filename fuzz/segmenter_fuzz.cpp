@@ -91,12 +91,11 @@ Roi make_roi(FuzzedDataProvider& in, int width, int height)
     }
     case 2: {  // anywhere near the frame, possibly inverted
         auto coord = [&](int side) { return in.ConsumeIntegralInRange(-8, side + 8); };
-        const int x0 = coord(width), y0 = coord(height);
-        return {x0, y0, coord(width), coord(height)};
+        return {coord(width), coord(height), coord(width), coord(height)};  // braces: evaluated in order
     }
     default:  // far away
-        return {in.ConsumeIntegral<int32_t>(), in.ConsumeIntegral<int32_t>(), in.ConsumeIntegral<int32_t>(),
-                in.ConsumeIntegral<int32_t>()};
+        auto far = [&] { return in.ConsumeIntegral<int32_t>(); };
+        return {far(), far(), far(), far()};
     }
 }
 
@@ -143,11 +142,9 @@ void check_frame(const cv::Mat& mask, const segm_ptr& s, const Roi& roi, bool re
                 runs += seg.x_end - seg.x_start + 1;
             }
         }
-    const long foreground =
-        empty_roi
-            ? 0
-            : cv::countNonZero(mask(cv::Rect(roi.xmin, roi.ymin, roi.xmax - roi.xmin + 1, roi.ymax - roi.ymin + 1)));
-    CHECK(runs == foreground);
+    CHECK(runs == (empty_roi ? 0
+                             : cv::countNonZero(mask(
+                                   cv::Rect(roi.xmin, roi.ymin, roi.xmax - roi.xmin + 1, roi.ymax - roi.ymin + 1)))));
     if (runs == 0) {
         CHECK(head == nullptr);
         return;
@@ -179,19 +176,14 @@ void check_measures(FuzzedDataProvider& in, const segm_ptr& s, const Roi& roi, b
     const int asks = in.ConsumeIntegralInRange(0, 3);
     for (int a = 0; a < asks; ++a) {
         const int ident = in.ConsumeIntegralInRange(-2, s->nb_regs + 2);
-        int x1, y1, x2, y2;
-        if (in.ConsumeBool()) {
-            x1 = in.ConsumeIntegral<int32_t>(), y1 = in.ConsumeIntegral<int32_t>();
-            x2 = in.ConsumeIntegral<int32_t>(), y2 = in.ConsumeIntegral<int32_t>();
-        } else {
-            x1 = in.ConsumeIntegralInRange(-8, kMaxWide + 8), y1 = in.ConsumeIntegralInRange(-8, kMaxSide + 8);
-            x2 = in.ConsumeIntegralInRange(-8, kMaxWide + 8), y2 = in.ConsumeIntegralInRange(-8, kMaxSide + 8);
-        }
+        const bool anywhere = in.ConsumeBool();
+        const auto coord = [&](int side) {
+            return anywhere ? in.ConsumeIntegral<int32_t>() : in.ConsumeIntegralInRange(-8, side + 8);
+        };
+        const int x1 = coord(kMaxWide), y1 = coord(kMaxSide), x2 = coord(kMaxWide), y2 = coord(kMaxSide);
         double sx = 0, sy = 0;
-        const int n = subregion_get_sumxsumy(ident, x1, y1, x2, y2, &sx, &sy, s);
-        CHECK(n >= 0);
-        CHECK(subregion_get_sumx(ident, x1, y1, x2, y2, s) == sx);
-        CHECK(subregion_get_sumy(ident, x1, y1, x2, y2, s) == sy);
+        CHECK(subregion_get_sumxsumy(ident, x1, y1, x2, y2, &sx, &sy, s) >= 0);
+        CHECK(subregion_get_sumx(ident, x1, y1, x2, y2, s) == sx && subregion_get_sumy(ident, x1, y1, x2, y2, s) == sy);
         int lo = 0, hi = 0;
         CHECK(subregion_get_xlimit(ident, x1, y1, x2, y2, &lo, &hi, s) != 1 || (lo == x1 && hi == x2));
         lo = hi = 0;

@@ -145,29 +145,25 @@ TEST(SegmenterRefusals, NullSegmenterIsRefusedWithOneLineEach)
     EXPECT_TRUE(RLEsegm_reg_pool_init(5, none).empty());
     EXPECT_TRUE(RLEsegm_seg_pool_init(5, none).empty());
     EXPECT_EQ(RLEsegm_segmentKAP(two_squares(), none), nullptr);
-    RLEsegm_reset(none);
-    RLEsegm_free_private(none);
+    for (auto f : {RLEsegm_reset, RLEsegm_free_private, RLEsegm_increase_blobs_number, RLEsegm_decrease_blobs_number,
+                   RLEreset_blob_idents})
+        f(none);
     RLEsegm_set_steps(none, 1, 1);
     EXPECT_EQ(RLEsegm_get_rle_img(none), nullptr);
     RLEsegm_set_ROI(0, 0, 1, 1, none);
     EXPECT_EQ(RLEsegm_get_blobs_number(none), -1);
-    RLEsegm_increase_blobs_number(none);
-    RLEsegm_decrease_blobs_number(none);
-    RLEreset_blob_idents(none);
     set_segs_in_regsKAP(none, 10);
     EXPECT_EQ(RLEsegm_regions2blobsKAP(0, 0, none), nullptr);
     EXPECT_EQ(RLEsegm_get_new_blob(none), nullptr);
-    RLEsegm_blob_list_append(blob_new(), none);
-    RLEsegm_blob_list_append_to_head(blob_new(), none);
-    RLEsegm_blob_list_remove_blob(blob_new(), none);
+    for (auto f : {RLEsegm_blob_list_append, RLEsegm_blob_list_append_to_head, RLEsegm_blob_list_remove_blob})
+        f(blob_new(), none);
     EXPECT_EQ(RLEsegm_get_region(0, none), nullptr);
     double sx = 7, sy = 7;
     int lo = 0, hi = 0;
     EXPECT_EQ(subregion_get_sumxsumy(0, 0, 0, 9, 9, &sx, &sy, none), 0);
     EXPECT_EQ(vals(sx, sy), vals(0.0, 0.0));
     EXPECT_EQ(subregion_get_sumx(0, 0, 0, 9, 9, none) + subregion_get_sumy(0, 0, 0, 9, 9, none), 0.0);
-    EXPECT_EQ(subregion_get_xlimit(0, 0, 0, 9, 9, &lo, &hi, none), -1);
-    EXPECT_EQ(subregion_get_ylimit(0, 0, 0, 9, 9, &lo, &hi, none), -1);
+    for (auto f : {subregion_get_xlimit, subregion_get_ylimit}) EXPECT_EQ(f(0, 0, 0, 9, 9, &lo, &hi, none), -1);
     EXPECT_EQ(out.lines(), 25);
     EXPECT_NE(out.text.find("RLEsegm_reset(): null segmenter; nothing done\n"), std::string::npos);
 }
@@ -208,10 +204,9 @@ TEST(SegmenterLimits, MemoryCeilingRefusesTheFrameAndKeepsThePools)
 
 TEST(SegmenterInput, SignedEightBitMasksAreReadAsBytes)
 {
-    const cv::Mat m = two_squares();
-    cv::Mat as_signed(m.size(), CV_8SC1, cv::Scalar(0));
-    as_signed.setTo(-5, m);  // negative bytes are foreground like any non-zero byte
-    auto s = segmenter_for(m);
+    cv::Mat as_signed(40, 60, CV_8SC1, cv::Scalar(0));
+    as_signed.setTo(-5, two_squares());  // negative bytes are foreground like any non-zero byte
+    auto s = segmenter_for(as_signed);
     const std::shared_ptr<RLEblob> head = RLEsegm_segmentKAP(as_signed, s);
     ASSERT_EQ(count_blobs(head), 2);
     EXPECT_EQ(head->npix + head->next->npix, 100 + 225);

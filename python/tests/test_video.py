@@ -1,6 +1,10 @@
 """blobs_in_video gives nerva-blobs' results frame for frame."""
 
+import contextlib
 import json
+import shutil
+import subprocess
+import time
 
 import cv2
 import numpy as np
@@ -69,6 +73,23 @@ def _free_port():
     with socket.socket() as s:
         s.bind(("127.0.0.1", 0))
         return s.getsockname()[1]
+
+
+@pytest.mark.skipif(shutil.which("ffmpeg") is None, reason="ffmpeg is not installed (scripts/setup.sh installs it)")
+def test_live_stream_gives_the_blobs_of_the_file_it_serves(tmp_path):
+    clip, url = tmp_path / "clip.ts", f"http://127.0.0.1:{_free_port()}/camera.ts"
+    ffmpeg = ["ffmpeg", "-nostdin", "-loglevel", "quiet", "-y"]
+    subprocess.run([*ffmpeg, "-f", "lavfi", "-i", "testsrc=size=160x120:rate=25", "-t", "1", "-c:v", "mpeg2video",
+                    "-g", "5", "-f", "mpegts", str(clip)], check=True)
+    with subprocess.Popen([*ffmpeg, "-re", "-i", str(clip), "-c", "copy", "-f", "mpegts", "-listen", "1", url]) as server:
+        live = []
+        for _ in range(50):  # the server needs a moment before it listens
+            with contextlib.suppress(nerva.InputError):
+                live = generator_lines(url, masks=True)
+                break
+            time.sleep(0.1)
+        server.kill()
+    assert len(live) > 0 and live == generator_lines(clip, masks=True)[:len(live)]
 
 
 def test_existing_names_are_files_and_dead_addresses_fail_by_name(tmp_path):

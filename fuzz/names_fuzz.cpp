@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -34,14 +35,10 @@ void check_detailed(uint32_t code)
         CHECK(text == "OCC:NONE");
         return;
     }
-    CHECK(text.compare(0, 4, "OCC:") == 0);
+    CHECK(text.compare(0, 4, "OCC:") == 0 && text.size() > 4 && text.back() != '-');
     std::vector<std::string> tokens;
-    for (size_t at = 4;;) {
-        const size_t dash = text.find('-', at);
-        tokens.push_back(text.substr(at, dash - at));
-        if (dash == std::string::npos) break;
-        at = dash + 1;
-    }
+    std::istringstream list(text.substr(4));
+    for (std::string token; std::getline(list, token, '-');) tokens.push_back(token);
     uint32_t named = 0;
     size_t next = 0;  // tokens come in the table's order, each once
     bool other = false;

@@ -1,10 +1,8 @@
-// The raster toolkit, run-length rendering and image files as a host drives
-// them: images of every kind (made, re-initialised to keep another shape, or
-// wrapping a buffer) with origins anywhere in 32 bits, rectangles of any
-// bounds and sizes, any float rate, run-length images of any size with runs
-// anywhere. Checks: no access outside a buffer, no undefined arithmetic,
-// results within each operation's codes, renders refused exactly for the sizes
-// they cannot make, saved files of the header and the pixels their kind writes.
+// The raster toolkit, run-length rendering and image files on images of every
+// kind, origin and shape, any rectangle and rate, run-length images of any size.
+// Checks: no access outside a buffer, no undefined arithmetic, results within
+// each operation's codes, renders refused exactly for the sizes they cannot
+// make, saved files of the header and the pixels their kind writes.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <sys/stat.h>
@@ -57,6 +55,23 @@ int32_t any_coordinate(FuzzedDataProvider& in)
     }
 }
 
+// What a host must remember to honour initialize_image's 0 x 0 set-up, which
+// forgets (does not free) the buffer: operations re-initialise their
+// destinations, so a 0 x 0 source passes this on to them.
+struct buffer_before {
+    image* img;
+    unsigned char* data;
+    bool owned;
+
+    explicit buffer_before(image* i)
+        : img(i), data(i ? i->data : nullptr), owned(i && (i->capacity != 0 || i->type > 0))
+    {}
+    void free_if_forgotten() const
+    {
+        if (img && data && owned && !img->data && img->width == 0 && img->height == 0) std::free(data);
+    }
+};
+
 image* any_image(FuzzedDataProvider& in)
 {
     const unsigned w = in.ConsumeIntegralInRange(0u, kMaxSide), h = in.ConsumeIntegralInRange(0u, kMaxSide);
@@ -73,14 +88,11 @@ image* any_image(FuzzedDataProvider& in)
         if (!img) return nullptr;
         if (in.ConsumeIntegralInRange(0, 3) == 0) {
             // Re-initialised: the record may keep its buffer and shape.
-            const bool owned = img->capacity != 0;
-            unsigned char* before = img->data;
+            const buffer_before kept(img);
             const unsigned w2 = in.ConsumeIntegralInRange(0u, kMaxSide), h2 = in.ConsumeIntegralInRange(0u, kMaxSide);
-            const image_type previous = img->type;
             const int r = initialize_image(img, static_cast<image_type>(in.ConsumeIntegralInRange(-8, 5)), w2, h2);
             CHECK(is_code(r, {-1, 0, 1}));
-            // A 0 x 0 set-up forgets the buffer; a host frees what it owned.
-            if (r == 0 && w2 == 0 && h2 == 0 && before && !img->data && (owned || previous > 0)) std::free(before);
+            if (r == 0) kept.free_if_forgotten();
             if (r < 0) {
                 release(img);
                 return nullptr;
@@ -92,10 +104,7 @@ image* any_image(FuzzedDataProvider& in)
                                   : 0;
     const std::vector<uint8_t> pixels = in.ConsumeBytes<uint8_t>(held);
     if (!pixels.empty()) std::memcpy(img->data, pixels.data(), pixels.size());
-    if (in.ConsumeBool()) {
-        img->x_origin = any_coordinate(in);
-        img->y_origin = any_coordinate(in);
-    }
+    if (in.ConsumeBool()) img->x_origin = any_coordinate(in), img->y_origin = any_coordinate(in);
     return img;
 }
 
@@ -117,32 +126,14 @@ rectangle any_rectangle(FuzzedDataProvider& in)
 
 float any_rate(FuzzedDataProvider& in)
 {
-    if (in.ConsumeBool()) {
+    if (in.ConsumeBool())
         return in.PickValueInArray({std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity(),
                                     std::numeric_limits<float>::quiet_NaN(), 1e30f, -1e30f, 0.0f, 1.0f, 0.01f});
-    }
     const uint32_t bits = in.ConsumeIntegral<uint32_t>();
     float f;
     std::memcpy(&f, &bits, sizeof f);
     return f;
 }
-
-// What a host must remember to honour initialize_image's 0 x 0 set-up, which
-// forgets (does not free) the buffer: operations re-initialise their
-// destinations, so a 0 x 0 source passes this on to them.
-struct buffer_before {
-    image* img;
-    unsigned char* data;
-    bool owned;
-
-    explicit buffer_before(image* i)
-        : img(i), data(i ? i->data : nullptr), owned(i && (i->capacity != 0 || i->type > 0))
-    {}
-    void free_if_forgotten() const
-    {
-        if (img && data && owned && !img->data && img->width == 0 && img->height == 0) std::free(data);
-    }
-};
 
 // save_image's file: the header, then three bytes a pixel for colour kinds,
 // one for grey and float, none for the kinds without a data writer.

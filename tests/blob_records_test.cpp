@@ -1,37 +1,23 @@
-// The blob and probability records: copies, lists, and the exchange of measures between them.
+// The blob and probability records: copies, lists, geometry, and the exchange of measures between them.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <tuple>
 #include <vector>
 
-#include "nerva/nerva.h"
+#include "segmenter_test_support.h"
 
 using namespace nerva;
+using segmenter_test::vals;
 
 namespace {
-
-template <class... T>
-std::tuple<T...> vals(T... v)
-{
-    return std::make_tuple(v...);
-}
 
 prob_rel_data* prd(blob_type_t t)
 {
     prob_rel_data* p = prdata_new();
     p->type = t;
     return p;
-}
-
-blob_ptr make_blob(int ident, int w = 1, int h = 1)
-{
-    blob_ptr b = blob_new();
-    b->ident = ident;
-    init_rectangle(&b->bbox, 0, 0, w, h);
-    return b;
 }
 
 // Chains the blobs in order through next and prev; returns the head.
@@ -54,6 +40,19 @@ std::vector<int> idents_checked(blob_ptr head)
         EXPECT_TRUE(!b->next || b->next->prev == b);
     }
     return idents;
+}
+
+blob_ptr box_blob(int x, int y, int w, int h, uint32_t occlusion = 0)
+{
+    blob_ptr b = blob_new();
+    init_rectangle(&b->bbox, x, y, w, h);
+    b->occlusion = static_cast<blob_occl_type>(occlusion);
+    return b;
+}
+blob_ptr make_blob(int ident, int w = 1, int h = 1)
+{
+    blob_ptr b = box_blob(0, 0, w, h);
+    return b->ident = ident, b;
 }
 
 prob_rel_data* chain(const std::vector<blob_type_t>& types)
@@ -120,8 +119,7 @@ TEST(ProbRelData, ArgumentOrderOfShallowCopies)
 {
     prob_rel_data* a = chain({PERSON, CAR, TRUCK});
     prob_rel_data* b = chain({FACE, CHAIR});
-    a->next->sublist = prd(CHILD);
-    a->next->occlusion = MM_OBJECT_SIT;
+    a->next->sublist = prd(CHILD), a->next->occlusion = MM_OBJECT_SIT;
 
     // Destination first: b's head takes the data but stays in its own list.
     prob_rel_data* own_next = b->next;
@@ -144,16 +142,13 @@ TEST(ProbRelData, ExchangeWithBlobCrossesMeasures)
 {
     prob_rel_data* p = prdata_new();
     for (int i = 0; i < 17; ++i) p->*kMeasure[i] = 100 + i;
-    p->type = VEHICLE;
-    p->subtype = STANDING;
-    p->occlusion = MM_CAM_OCCL_LEFT;
+    p->type = VEHICLE, p->subtype = STANDING, p->occlusion = MM_CAM_OCCL_LEFT;
     init_rectangle(&p->bbox, 1, 2, 3, 4);
     std::strcpy(p->info, "hyp");
     p->info3D[5] = 9.5;
 
     blob_ptr b = blob_new();
-    b->occlusion = MM_OBJECT_TOP;
-    b->measures[4] = -1;
+    b->occlusion = MM_OBJECT_TOP, b->measures[4] = -1;
     copy_prd_to_blob(p, b);
     // The occlusion is not copied into the blob; entries 4..6 are not exchanged.
     EXPECT_EQ(vals(b->type, b->subtype, b->bbox.ymax, b->occlusion, b->info3D[5], std::string(b->info)),
@@ -163,8 +158,7 @@ TEST(ProbRelData, ExchangeWithBlobCrossesMeasures)
 
     // Back into a record: m3..m5, occlusion and links are left alone.
     prob_rel_data* q = chain({UNKNOWN, UNKNOWN});
-    q->occlusion = MM_AOI_OUTSIDE;
-    q->m4 = 7;
+    q->occlusion = MM_AOI_OUTSIDE, q->m4 = 7;
     copy_blob_to_prd(b, q);
     for (int i = 0; i < 17; ++i)
         if (kBlobSlot[i] >= 0) {
@@ -181,11 +175,7 @@ TEST(ProbRelData, ExchangeWithBlobCrossesMeasures)
 TEST(ProbRelData, SetNullKeepsWhatEachFormPromises)
 {
     prob_rel_data* p = chain({PERSON, CAR});
-    p->sublist = prd(FACE);
-    p->subtype = LYING;
-    p->occlusion = MM_CAM_OCCL_TOP;
-    p->m9 = 3;
-    p->info[0] = 'x';
+    p->sublist = prd(FACE), p->subtype = LYING, p->occlusion = MM_CAM_OCCL_TOP, p->m9 = 3, p->info[0] = 'x';
     blob_ptr b = blob_new();
     init_rectangle(&b->bbox, 5, 6, 7, 8);
     set_null_3D_prd(b, p);
@@ -199,9 +189,7 @@ TEST(BlobCopy, CopiesDropDuplicateOrFreeOwnedData)
     EXPECT_FALSE(copy_blob(blob_ptr()) || copy_blob_with_lists(blob_ptr()) || copy_blob(blob_new(), blob_ptr()));
     blob_ptr a = make_blob(1), b = make_blob(2, 3, 4), c = make_blob(3);
     link({a, b, c});
-    b->prd_list = prd(PERSON);
-    b->prd_list_2 = prd(CAR);
-    b->aux = b.get();
+    b->prd_list = prd(PERSON), b->prd_list_2 = prd(CAR), b->aux = b.get();
     b->fathers[BLOB_MAX_FATHERS - 1] = 42;
 
     // Same neighbours (the list unchanged), no lists, aux kept: only copy_blob(src, dst) clears it.
@@ -214,10 +202,7 @@ TEST(BlobCopy, CopiesDropDuplicateOrFreeOwnedData)
     blob_free(deep);  // frees the copies only
 
     // Overwriting frees the destination's lists and buffer; the whole record comes over, ident included.
-    copy->prd_list = prd(CAR);
-    copy->prd_list_2 = prd(TRUCK);
-    copy->buffer = std::malloc(16);
-    copy->ident = 9;
+    copy->prd_list = prd(CAR), copy->prd_list_2 = prd(TRUCK), copy->buffer = std::malloc(16), copy->ident = 9;
     EXPECT_EQ(copy_blob(b, copy), copy.get());
     EXPECT_TRUE(copy->ident == 2 && copy->bbox.ymax == 3 && copy->next == c);
     EXPECT_TRUE(!copy->prd_list && !copy->prd_list_2 && !copy->buffer && !copy->aux);
@@ -231,9 +216,7 @@ TEST(BlobCopy, DataCopyBetweenListsKeepsPlaceAndIdentity)
     blob_ptr a1 = link({make_blob(1), make_blob(2)});
     blob_ptr b1 = link({make_blob(11, 9, 9), make_blob(12, 9, 9)});
     blob_ptr b2 = b1->next;
-    b2->prd_list = prd(PERSON);
-    b2->prd_list->sublist = prd(FACE);
-    a1->prd_list = prd(NOISE);
+    b2->prd_list = prd(PERSON), b2->prd_list->sublist = prd(FACE), a1->prd_list = prd(NOISE);
     a1->buffer = std::malloc(4);
 
     copy_blob_data(b2, a1);
@@ -279,25 +262,73 @@ TEST(BlobList, CopyCountFreeAndBiggest)
 TEST(BlobList, SameFatherAndCleanup)
 {
     blob_ptr a = blob_new(), b = blob_new();
-    a->fathers[0] = b->fathers[0] = 3;
-    b->nb_fathers = 1;
+    a->fathers[0] = b->fathers[0] = 3, b->nb_fathers = 1;
     EXPECT_EQ(blob_same_father(a, b), 0);  // a has no valid fathers
     a->fathers[1] = b->fathers[1] = 7;     // beyond b's count: not seen
-    a->fathers[0] = 5;
-    a->nb_fathers = 2;
+    a->fathers[0] = 5, a->nb_fathers = 2;
     EXPECT_EQ(blob_same_father(a, b), 0);
 
     // Clean and free release the lists but forget the buffer, which is not theirs.
     int local = 0;
-    b->buffer = &local;
-    b->prd_list = prd(PERSON);
-    b->prd_list->next = prd(CAR);
-    b->prd_list_2 = prd(TRUCK);
+    b->buffer = &local, b->prd_list = prd(PERSON), b->prd_list->next = prd(CAR), b->prd_list_2 = prd(TRUCK);
     blob_clean(b);
     EXPECT_FALSE(b->buffer || b->prd_list || b->prd_list_2);
-    b->prd_list = prd(PERSON);
-    b->buffer = &local;
+    b->prd_list = prd(PERSON), b->buffer = &local;
     blob_free(b);  // the caller's pointer is a copy: it stays set
     ASSERT_TRUE(b);
     EXPECT_FALSE(b->prd_list || b->buffer);
+}
+
+TEST(BlobGeometry, OverlapRatiosContainmentAndSplits)
+{
+    blob_ptr small = box_blob(2, 2, 10, 10), large = box_blob(0, 0, 100, 100);
+    EXPECT_DOUBLE_EQ(compute_overlap_ratio_blob(large, small), 1.0);
+    EXPECT_DOUBLE_EQ(is_blob1_overlap_blob2(small, large), 0.01);              // over b's area
+    EXPECT_DOUBLE_EQ(compute_overlap_ratio_blob_strict(small, large), 100.0);  // integer branch
+    EXPECT_DOUBLE_EQ(compute_overlap_ratio_blob(box_blob(0, 0, 4, 4), box_blob(2, 0, 4, 4)), 0.5);
+    EXPECT_TRUE(isPixBelongsToBlob(small, 2, 11) && !isPixBelongsToBlob(small, 12, 11));
+    EXPECT_TRUE(is_blob1_inside_blob2(small, small) && is_blob1_inside_blob2(small, large));
+    EXPECT_FALSE(is_blob1_inside_blob2(large, small));
+    blob_ptr same = box_blob(2, 2, 99, 10);
+    same->bbox.xmax = small->bbox.xmax;  // sizes are not compared
+    EXPECT_TRUE(same2DBlob(small, same));
+    same->bbox.ymax = INT32_MIN, small->bbox.ymax = INT32_MAX;
+    EXPECT_FALSE(same2DBlob(small, same));
+
+    // Splits change only the two bounds; the copy owns no lists and keeps b's
+    // links (it names b's neighbour, which does not name it).
+    blob_ptr b = box_blob(0, 0, 10, 6), neighbour = blob_new();
+    b->npix = 42, b->prd_list = prdata_new(), b->next = neighbour;
+    for (int x : {0, 9, -3}) EXPECT_FALSE(vertical_split_blob(b, x)) << x;
+    blob_ptr right = vertical_split_blob(b, 4);
+    ASSERT_TRUE(right);
+    const auto box = [](const blob_ptr& x) {
+        return std::vector<int>{x->bbox.xmin, x->bbox.ymin, x->bbox.xmax, x->bbox.ymax, x->bbox.width, x->bbox.height};
+    };
+    EXPECT_EQ(box(b), (std::vector<int>{0, 0, 4, 5, 10, 6}));
+    EXPECT_EQ(box(right), (std::vector<int>{5, 0, 9, 5, 10, 6}));
+    EXPECT_TRUE(right->npix == 42 && !right->prd_list && right->next == neighbour && b->next == neighbour);
+    EXPECT_FALSE(neighbour->prev || horizontal_split_blob(b, 5));
+    blob_ptr lower = horizontal_split_blob(b, 2);
+    ASSERT_TRUE(lower);
+    EXPECT_EQ(box(b), (std::vector<int>{0, 0, 4, 2, 10, 6}));
+    EXPECT_EQ(box(lower), (std::vector<int>{0, 3, 4, 5, 10, 6}));
+    blob_free(copy_blob(b));  // takes a blob pointer by value
+    blob_free(b);
+}
+
+TEST(BlobPredicates, OcclusionReadsExactValuesWithCrossedObjectFlags)
+{
+    const struct {
+        bool (*predicate)(blob_ptr);
+        std::vector<uint32_t> yes, no;
+    } rows[] = {
+        {isBlobOcculted, {0x1, 0x6, 0xA, 0x10, 0x80, 0x20000000}, {0x0, 0x3, 0x11, 0x50, 0x80000000u, 0x20000001}},
+        {isBlobTopOcculted, {0x2, 0x6, 0xA, 0x10}, {0x1, 0x20, 0x12, 0x20000000}},
+        {isBlobBottomOcculted, {0x1, 0x5, 0x9, 0x20, 0x20000000}, {0x2, 0x10, 0x21}},
+    };
+    for (const auto& r : rows) {
+        for (uint32_t o : r.yes) EXPECT_TRUE(r.predicate(box_blob(0, 0, 1, 1, o))) << o;
+        for (uint32_t o : r.no) EXPECT_FALSE(r.predicate(box_blob(0, 0, 1, 1, o))) << o;
+    }
 }

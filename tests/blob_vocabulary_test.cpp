@@ -78,7 +78,7 @@ TEST(BlobVocabulary, OcclusionNamesWithWriteOnlyObjectCorners)
     }
 }
 
-TEST(BlobVocabulary, FallbacksForUnknownNamesAndCodes)
+TEST(BlobVocabulary, FallbacksForUnknownNamesAndCodesAndTheDetailedForm)
 {
     uint32_t v;
     // "CONTEXT" is only written; names are exact and case-sensitive.
@@ -102,11 +102,8 @@ TEST(BlobVocabulary, FallbacksForUnknownNamesAndCodes)
     get_type_from_name("x");
     std::printf("b\n");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string("a\n") + kUnknownType + "b\n");
-}
 
-TEST(BlobVocabulary, DetailedOcclusionForm)
-{
-    // Every code's form is held by the names fuzzer; these are the quirks:
+    // Every code's detailed form is held by the names fuzzer; these are the quirks:
     // object-top leading the list reads as camera-top (later it does not),
     // the fixed order is not the order of the values, "OTHER" comes last.
     const std::pair<uint32_t, const char*> rows[] = {{0x0, "OCC:NONE"},

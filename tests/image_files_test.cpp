@@ -55,8 +55,7 @@ TEST(SaveImage, HeaderOnlyKindsAndFailures)
         EXPECT_EQ(file_bytes(path), header);
     }
     image* huge = keep.make(BG_IMG, 0, 0);  // a record sized by hand, without pixels
-    huge->width = 3000000000u;
-    huge->height = 1;
+    huge->width = 3000000000u, huge->height = 1;
     ASSERT_EQ(save_image(huge, path.c_str()), 0);
     EXPECT_EQ(file_bytes(path), "P0\n3000000000 1 255\n");  // never a negative width
 

@@ -61,7 +61,7 @@ TEST(Rectangle, SetOperationsAndTheSharedColumn)
     EXPECT_EQ(rectangleIntersectionArea(c.get(), nullptr), 0);
 }
 
-TEST(Rectangle, PlainAndStrictRatios)
+TEST(Rectangle, PlainAndStrictRatiosAndDistances)
 {
     auto a = box(0, 0, 9, 9), b = box(5, 0, 14, 9);
     EXPECT_DOUBLE_EQ(rectangle_intersect_ratio(a.get(), b.get()), 0.5);
@@ -75,11 +75,9 @@ TEST(Rectangle, PlainAndStrictRatios)
     zero->width = 0;
     EXPECT_DOUBLE_EQ(rectangle_intersect_ratio_strict(a.get(), zero.get()), 0.04);
     EXPECT_EQ(rectangle_intersect_ratio_strict(nullptr, b.get()), 0.0);
-}
 
-TEST(Rectangle, Distances)
-{
-    auto a = box(0, 0, 5, 5), b = box(7, 0, 9, 5), c = box(8, 9, 12, 13);
+    a = box(0, 0, 5, 5), b = box(7, 0, 9, 5);
+    auto c = box(8, 9, 12, 13);
     EXPECT_EQ(rectangle_distance(a.get(), b.get()), 2);  // the gap without subtracting one
     EXPECT_EQ(rectangle_distance(a.get(), c.get()), 5);  // dx 3, dy 4
     EXPECT_EQ(rectangle_distance(a.get(), nullptr), -1);

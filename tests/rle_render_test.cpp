@@ -17,11 +17,9 @@ struct hand_rle {
     hand_rle(int width, int height) : rle(RLEimage_initialize(nullptr, width, height)) {}
     void row(int y, const std::vector<std::pair<int, int>>& runs)  // (first, last), left to right
     {
-        rle->lines[y]->nb_segs = static_cast<int32_t>(runs.size());
-        rle->lines[y]->segs = &pool[used];
+        rle->lines[y]->nb_segs = static_cast<int32_t>(runs.size()), rle->lines[y]->segs = &pool[used];
         for (auto [first, last] : runs) {
-            pool[used] = segment_new();
-            pool[used]->x_start = first;
+            pool[used] = segment_new(), pool[used]->x_start = first;
             pool[used++]->x_end = last;
         }
     }

@@ -43,9 +43,10 @@ TEST(RunExtraction, RowSamplingBackFillsAndSkipsOddRowsWhileSparse)
     EXPECT_EQ(vals(found[0]->npix, found[0]->bbox.ymin, found[0]->bbox.ymax), vals(6, 1, 3));  // row 1 back-filled
 
     auto odd = mask_from({"..........", "####......", "..........", "...#......"});
-    EXPECT_EQ(RLEsegm_segmentKAP(odd, sampled), nullptr);
-    RLEsegm_set_steps(sampled, 1, 0);  // a row step of 0 reads every row
-    EXPECT_EQ(blobs(odd, sampled).size(), 2u);
+    auto s = segmenter_for(odd, 1, 2);
+    EXPECT_EQ(RLEsegm_segmentKAP(odd, s), nullptr);
+    RLEsegm_set_steps(s, 1, 0);  // a row step of 0 reads every row
+    EXPECT_EQ(blobs(odd, s).size(), 2u);
 }
 
 TEST(Labelling, UMergeSurvivorAndFirstRowSelfPairingHoles)
@@ -75,8 +76,7 @@ TEST(RegionsToBlobs, SizeFiltersAndBoxAreaStatistics)
     EXPECT_EQ(vals(s->nb_blobs_cur, s->blob_area_cur), vals(2, 6 * 2 + 3 * 1));  // box areas, not pixels
     s->min_blob_side = 2;                                                        // the 3x1 blob has height 1
     EXPECT_EQ(blobs(m, s).size(), 1u);
-    s->min_blob_side = 0;
-    s->min_blob_pixels = 4;
+    s->min_blob_side = 0, s->min_blob_pixels = 4;
     EXPECT_EQ(blobs(m, s).size(), 1u);
 }
 
@@ -162,8 +162,10 @@ TEST(SubregionMeasures, SumsAndLimits)
     auto s = segmenter_for(m);
     const int id = RLEsegm_segmentKAP(m, s)->fathers[0];
     double sx = -1, sy = -1;
-    EXPECT_EQ(vals(subregion_get_sumxsumy(id, 4, 0, 6, 4, &sx, &sy, s), sx, sy), vals(3, 15.0, 6.0));
-    EXPECT_EQ(vals(subregion_get_sumxsumy(id, 0, 4, 9, 0, &sx, &sy, s), sx), vals(0, 0.0));  // inverted
+    EXPECT_EQ(subregion_get_sumxsumy(id, 4, 0, 6, 4, &sx, &sy, s), 3);
+    EXPECT_EQ(vals(sx, sy), vals(15.0, 6.0));
+    EXPECT_EQ(subregion_get_sumxsumy(id, 0, 4, 9, 0, &sx, &sy, s), 0);  // inverted
+    EXPECT_EQ(sx, 0.0);
 
     // The run ends exactly at x1 = 8: counted by the sums and the vertical
     // scan, ignored by the strict horizontal scan.
@@ -199,6 +201,9 @@ TEST(SegmenterRefusals, UnsafeInputGivesAnEmptyListAndOneLine)
     expect_refused(m, "column step 0");
     RLEsegm_set_steps(s, 1, 1);
     EXPECT_TRUE(RLEsegm_segmentKAP(m, s));  // and the segmenter still works
+    const std::shared_ptr<RLEblob> head = RLEsegm_segmentKAP(cv::Mat(2, 4, CV_8SC1, cv::Scalar(-5)), s);
+    ASSERT_EQ(count_blobs(head), 1) << "signed bytes, negative ones foreground too";
+    EXPECT_EQ(head->npix, 8);
     RLEsegm_free_private(s);
     expect_refused(m, "not initialised");
 }

@@ -1,8 +1,5 @@
-// What keeps a segmenter safe over months on a camera: observers that change
-// the segmenter while it works, the run-length image outliving its runs,
-// pools re-initialised under the image, null segmenters, the memory ceiling,
-// the counted pool-full notice, and resident memory after a burst of tall and
-// crowded frames.
+// What keeps a segmenter safe over months on a camera: meddling observers,
+// held images, null segmenters, the memory ceiling, resident memory.
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <unistd.h>
@@ -202,24 +199,13 @@ TEST(SegmenterLimits, MemoryCeilingRefusesTheFrameAndKeepsThePools)
     EXPECT_EQ(RLEsegm_get_reused_blobs(s), 0);
 }
 
-TEST(SegmenterInput, SignedEightBitMasksAreReadAsBytes)
-{
-    cv::Mat as_signed(40, 60, CV_8SC1, cv::Scalar(0));
-    as_signed.setTo(-5, two_squares());  // negative bytes are foreground like any non-zero byte
-    auto s = segmenter_for(as_signed);
-    const std::shared_ptr<RLEblob> head = RLEsegm_segmentKAP(as_signed, s);
-    ASSERT_EQ(count_blobs(head), 2);
-    EXPECT_EQ(head->npix + head->next->npix, 100 + 225);
-}
-
 TEST(Labelling, StartingAFrameSetsOnlyTheCurrentRow)
 {
     const cv::Mat m = two_squares();
     auto s = segmenter_for(m);
     s->RLEsegm_build_RLEimageKAP(m);
     std::shared_ptr<segment> marker;
-    s->i2r->prev_runs = &marker;
-    s->i2r->prev_count = 77;
+    s->i2r->prev_runs = &marker, s->i2r->prev_count = 77;
     img2regs_init(s->i2r, s);
     EXPECT_EQ(vals(s->i2r->prev_runs, s->i2r->prev_count, s->i2r->y, s->i2r->cur_count), vals(&marker, 77, 2, 1));
 }

@@ -41,18 +41,25 @@ def test_reads_strided_views_in_place(rng):
     assert_like_cv2(seg, every_other_row, seg.segment(every_other_row))
 
 
-def test_size_filter_and_label_numbering():
+def test_size_filter_label_numbering_and_owned_read_only_blobs():
     mask = np.zeros((30, 30), np.uint8)
     mask[2:4, 2:4] = 1      # 4 pixels: dropped
     mask[10:20, 5:9] = 1    # kept: blob 0
     mask[12:22, 20:25] = 1  # kept: blob 1
     seg = nerva.Segmenter(30, 30, min_pixels=5)
     blobs = seg.segment(mask)
-    assert [b.bbox for b in blobs] == [(5, 10, 8, 19), (20, 12, 24, 21)]
     labels = seg.labels()
     assert labels[3, 3] == 0 and labels[15, 6] == 1 and labels[15, 22] == 2
     seg.min_pixels, seg.min_side = 0, 4
     assert len(seg.segment(mask)) == 2  # the 2x2 square is below the side now
+    seg.segment(np.zeros_like(mask))  # the blobs of a frame are copies: unchanged
+    assert [b.bbox for b in blobs] == [(5, 10, 8, 19), (20, 12, 24, 21)] and blobs.npix.tolist() == [40, 50]
+    assert blobs.ident.tolist() == [0, 1] and blobs.center.tolist() == [[6, 14], [22, 16]]
+    with pytest.raises(ValueError):
+        blobs.bbox[0, 0] = 7
+    with pytest.raises(IndexError):
+        blobs[2]
+    assert blobs[-1].centroid == (22.0, 16.5)
 
 
 def test_runs_give_the_pixels_back(rng):
@@ -66,21 +73,6 @@ def test_runs_give_the_pixels_back(rng):
     for y, x0, x1 in runs:
         painted[y, x0:x1 + 1] = 255
     np.testing.assert_array_equal(painted, mask)
-
-
-def test_blobs_are_owned_read_only_copies():
-    mask = np.zeros((10, 10), np.uint8)
-    mask[2:5, 2:5] = 1
-    seg = nerva.Segmenter(10, 10)
-    first = seg.segment(mask)
-    seg.segment(np.zeros_like(mask))
-    assert first.bbox.tolist() == [[2, 2, 4, 4]] and first.npix.tolist() == [9]
-    assert first.ident.tolist() == [0] and first.center.tolist() == [[3, 3]]
-    with pytest.raises(ValueError):
-        first.bbox[0, 0] = 7
-    with pytest.raises(IndexError):
-        first[1]
-    assert first[-1].centroid == (3.0, 3.0)
 
 
 @pytest.mark.parametrize("bad,error", [

@@ -51,12 +51,8 @@ def test_mask_sequences_match_the_program(nerva_blobs, tmp_path, rng):
                                                                             "--close", "3")
 
 
-def test_start_and_stop_keep_the_frame_numbers(video):
-    indices = [i for i, frame, _ in nerva.blobs_in_video(str(video), start=10, stop=14)]
-    assert indices == [10, 11, 12, 13]
-
-
-def test_unreadable_inputs_and_bad_options(tmp_path, video):
+def test_start_and_stop_and_unreadable_inputs_and_bad_options(tmp_path, video):
+    assert [i for i, frame, _ in nerva.blobs_in_video(str(video), start=10, stop=14)] == [10, 11, 12, 13]
     with pytest.raises(nerva.InputError, match="does not exist"):
         next(nerva.blobs_in_video(str(tmp_path / "missing.avi")))
     (tmp_path / "junk.avi").write_bytes(b"not a video at all" * 100)

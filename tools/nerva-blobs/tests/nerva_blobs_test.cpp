@@ -101,11 +101,14 @@ protected:
     static inline fs::path dir_;
 };
 
-TEST_F(NervaBlobs, FollowsTheMovingSquareOnEveryFrame)
+TEST_F(NervaBlobs, FollowsTheMovingSquareOnEveryFrameAndDrawsIt)
 {
-    const Result r = run("square.avi --min-pixels 20");
+    const Result r =
+        run("square.avi --min-pixels 20 -o blobs.jsonl --annotate frames --every 10 "
+            "--video-out annotated.avi --overview overview.png --progress");
     ASSERT_EQ(r.status, 0) << r.err;
-    const auto lines = r.lines();
+    EXPECT_TRUE(r.out.empty()) << "JSON goes to --output only";
+    const auto lines = Result{0, slurp(dir_ / "blobs.jsonl"), ""}.lines();
     ASSERT_EQ(lines.size(), static_cast<size_t>(kFrames));
     for (int f = 0; f < kFrames; ++f) {
         SCOPED_TRACE("frame " + std::to_string(f));
@@ -124,6 +127,23 @@ TEST_F(NervaBlobs, FollowsTheMovingSquareOnEveryFrame)
         EXPECT_NEAR(b["npix"].get<int>(), kSide * kSide, 3 * kSide);
     }
     EXPECT_NE(r.err.find("nerva-blobs: 40 frames, blobs per frame: mean"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("40/40 frames"), std::string::npos) << r.err;
+
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir_ / "frames"), fs::directory_iterator()), 4);
+    const cv::Mat annotated = cv::imread((dir_ / "frames" / "frame_000020.png").string());
+    ASSERT_EQ(annotated.size(), cv::Size(kWidth, kHeight));
+    const cv::Rect sq = square_at(20);  // the box outline is pure green just around the square
+    int green = 0;
+    for (int x = sq.x - 3; x <= sq.x + sq.width + 2; ++x)
+        for (int y = sq.y - 3; y <= sq.y + 1; ++y) green += annotated.at<cv::Vec3b>(y, x) == cv::Vec3b(0, 255, 0);
+    EXPECT_GT(green, sq.width);
+
+    cv::VideoCapture cap((dir_ / "annotated.avi").string(), cv::CAP_FFMPEG);
+    ASSERT_TRUE(cap.isOpened());
+    int frames = 0;
+    for (cv::Mat f; cap.read(f); ++frames) EXPECT_EQ(f.size(), cv::Size(kWidth, kHeight));
+    EXPECT_EQ(frames, kFrames);
+    EXPECT_FALSE(cv::imread((dir_ / "overview.png").string()).empty());
 
     // Paced as a camera would deliver it: 40 frames at 25 a second.
     const auto start = std::chrono::steady_clock::now();
@@ -169,34 +189,6 @@ TEST_F(NervaBlobs, MasksFromADirectoryOrAPatternAreSegmentedExactlyAndKeepTheirS
     const auto kept = Result{0, slurp(dir_ / "sizes.jsonl"), ""}.lines();
     ASSERT_EQ(kept.size(), 3u);
     for (int n = 0; n < 3; ++n) EXPECT_EQ(kept[n]["frame"], n);
-}
-
-TEST_F(NervaBlobs, WritesAnnotatedFramesVideoAndOverview)
-{
-    const Result r =
-        run("square.avi -o blobs.jsonl --annotate frames --every 10 --video-out annotated.avi "
-            "--overview overview.png --progress");
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_TRUE(r.out.empty()) << "JSON goes to --output only";
-    const std::string jsonl = slurp(dir_ / "blobs.jsonl");
-    EXPECT_EQ(std::count(jsonl.begin(), jsonl.end(), '\n'), kFrames);
-    EXPECT_NE(r.err.find("40/40 frames"), std::string::npos) << r.err;
-
-    EXPECT_EQ(std::distance(fs::directory_iterator(dir_ / "frames"), fs::directory_iterator()), 4);
-    const cv::Mat annotated = cv::imread((dir_ / "frames" / "frame_000020.png").string());
-    ASSERT_EQ(annotated.size(), cv::Size(kWidth, kHeight));
-    const cv::Rect sq = square_at(20);  // the box outline is pure green just around the square
-    int green = 0;
-    for (int x = sq.x - 3; x <= sq.x + sq.width + 2; ++x)
-        for (int y = sq.y - 3; y <= sq.y + 1; ++y) green += annotated.at<cv::Vec3b>(y, x) == cv::Vec3b(0, 255, 0);
-    EXPECT_GT(green, sq.width);
-
-    cv::VideoCapture cap((dir_ / "annotated.avi").string(), cv::CAP_FFMPEG);
-    ASSERT_TRUE(cap.isOpened());
-    int frames = 0;
-    for (cv::Mat f; cap.read(f); ++frames) EXPECT_EQ(f.size(), cv::Size(kWidth, kHeight));
-    EXPECT_EQ(frames, kFrames);
-    EXPECT_FALSE(cv::imread((dir_ / "overview.png").string()).empty());
 }
 
 TEST_F(NervaBlobs, BadInputGivesOneLineAndTheRightStatus)
@@ -271,8 +263,8 @@ TEST_F(NervaBlobs, FullDiskAndCutInputAreReportedAndLeaveNoCutLine)
     EXPECT_EQ(text.back(), '\n') << "the file ends on a complete line";
     EXPECT_NO_THROW((Result{0, text, ""}.lines()));
 
-    for (const char* args : {"--video-out limited.avi", "--video-out limited.mkv", "--annotate limited",
-                             "--overview limited.png"}) {
+    for (const char* args :
+         {"--video-out limited.avi", "--video-out limited.mkv", "--annotate limited", "--overview limited.png"}) {
         const Result r = limited(std::string("square.avi -q -o /dev/null ") + args);
         EXPECT_EQ(r.status, 1) << args;
         EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;

@@ -27,7 +27,7 @@ bytes_t decoded(const std::string& path, int type, int w, int h)
 
 }  // namespace
 
-TEST(SaveImage, ColourGreyAndFloatsRoundTripThroughImread)
+TEST(SaveImage, ColourGreyAndFloatsRoundTripHeaderOnlyKindsAndFailures)
 {
     owned keep;
     image* img = keep.make(COLOR_IMG_3BYTES, 3, 2,
@@ -44,11 +44,7 @@ TEST(SaveImage, ColourGreyAndFloatsRoundTripThroughImread)
     put_all<float>(f, {300.7f, -1.0f, 12.9f});  // wraps like a byte
     ASSERT_EQ(save_image(f, pgm.c_str()), 0);
     EXPECT_EQ(decoded(pgm, CV_8UC1, 3, 1), (bytes_t{44, 255, 12}));
-}
 
-TEST(SaveImage, HeaderOnlyKindsAndFailures)
-{
-    owned keep;
     const std::string path = temp_path("header.ppm");
     for (auto [kind, header] : {std::pair{BG_IMG, "P0\n3 2 255\n"}, {INT_IMG, "P5\n3 2 255\n"}}) {
         ASSERT_EQ(save_image(keep.make(kind, 3, 2), path.c_str()), 0);
@@ -59,7 +55,7 @@ TEST(SaveImage, HeaderOnlyKindsAndFailures)
     ASSERT_EQ(save_image(huge, path.c_str()), 0);
     EXPECT_EQ(file_bytes(path), "P0\n3000000000 1 255\n");  // never a negative width
 
-    image* img = keep.make(GREY_IMG, 2, 2);
+    img = keep.make(GREY_IMG, 2, 2);
     const std::string missing = temp_path("no/such/dir/x.pgm");
     testing::internal::CaptureStderr();
     EXPECT_EQ(save_image(img, missing.c_str()), -1);

@@ -59,7 +59,7 @@ TEST(ImageCopyDeathTest, WholeImageAndUnsupportedKindExitingWithStatusZero)
                 "This type of image is not handled by copy_whole_image");
 }
 
-TEST(ImageCopy, ContentInPlaceCroppedAndRefused)
+TEST(ImageCopy, ContentInPlaceCroppedRefusedAndGreyConversionStepsOneBytePerPixel)
 {
     owned keep;
     image* src = keep.make(GREY_IMG, 4, 3, {10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21});
@@ -73,14 +73,10 @@ TEST(ImageCopy, ContentInPlaceCroppedAndRefused)
     EXPECT_EQ(copy_image_content(src, &corner, dst, copy_type_t(2)), -1);
     rectangle backwards = box(0, 0, -1, 1);
     EXPECT_TRUE(copy_image_content(src, &backwards, dst, COPY_CROP) == -1 && dst->width == 4u);  // not 4 billion wide
-}
 
-TEST(ImageConvert, GreyStepsOneBytePerPixelAndKeepsLowBytes)
-{
-    owned keep;
-    image* src = keep.make(COLOR_IMG_3BYTES, 3, 2, {10, 20, 30, 40, 50, 60, 70, 80, 90, 1, 2, 3, 4, 5, 6, 7, 8, 9});
+    image* colour = keep.make(COLOR_IMG_3BYTES, 3, 2, {10, 20, 30, 40, 50, 60, 70, 80, 90, 1, 2, 3, 4, 5, 6, 7, 8, 9});
     rectangle row1 = box(1, 1, 2, 1), all = box(0, 0, 2, 1);
-    image* grey = keep(convert_to_grey(src, &row1));
+    image* grey = keep(convert_to_grey(colour, &row1));
     // Row 1 starts at byte (1 * 3 + 1) * 3 = 12, then advances one byte.
     EXPECT_EQ(bytes(grey, 6),
               (bytes_t{0, 0, 0, 0, (299 * 6 + 587 * 5 + 114 * 4) / 1000, (299 * 7 + 587 * 6 + 114 * 5) / 1000}));

@@ -6,7 +6,7 @@
 
 using namespace image_test;
 
-TEST(GreyThresholding, BinaryInsideTheClippedRectangleOnly)
+TEST(Thresholding, GreyIsBinaryInsideTheClippedRectangleFloatAndIntegerKeepTheValue)
 {
     owned keep;
     image* src = keep.make(GREY_IMG, 4, 2, {0, 9, 10, 11, 255, 3, 10, 200});
@@ -18,12 +18,9 @@ TEST(GreyThresholding, BinaryInsideTheClippedRectangleOnly)
     EXPECT_EQ(grey_thresholding(src, 0, &left, dst), 0);  // wholly left: nothing written
     EXPECT_EQ(bytes(dst, 8), bytes_t(8, 0));
     EXPECT_EQ(grey_thresholding(keep.make(COLOR_IMG_3BYTES, 4, 2), 0, &all, dst), -1);
-}
 
-TEST(KeepOrZeroThresholding, FloatAndSignedIntegerKeepTheValue)
-{
-    owned keep;
-    rectangle all = box(0, 0, 3, 1);
+    // Float and signed integer thresholding keep the value or give zero.
+    all = box(0, 0, 3, 1);
     image* f = keep.make(FLOAT_IMG, 3, 1);
     put_all<float>(f, {2.5f, 0.5f, std::nanf("")});
     image* fout = keep.make(GREY_IMG, 1, 1);  // re-made as a FLOAT_IMG

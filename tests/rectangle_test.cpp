@@ -26,7 +26,7 @@ F fields(const rectangle* r) { return r ? F{r->xmin, r->ymin, r->xmax, r->ymax, 
 
 }  // namespace
 
-TEST(Rectangle, GuardedAndUnguardedInit)
+TEST(Rectangle, GuardedAndUnguardedInitSetOperationsAndTheSharedColumn)
 {
     rect_ptr r(new_rectangle());
     EXPECT_EQ(fields(r.get()), (F{0, 0, 0, 0, 0, 0}));
@@ -38,10 +38,7 @@ TEST(Rectangle, GuardedAndUnguardedInit)
     EXPECT_EQ(fields(rect_ptr(copy_rectangle(r.get())).get()), (F{3, 4, 3, 4, -2, -7}));
     init_rectangle(nullptr, 1, 1, 1, 1);
     initRectangle(nullptr, 1, 1, 1, 1);
-}
 
-TEST(Rectangle, SetOperationsAndTheSharedColumn)
-{
     auto a = box(0, 0, 9, 9), b = box(20, 20, 29, 29);
     EXPECT_EQ(fields(rect_ptr(merge_rectangle(a.get(), b.get())).get()), (F{0, 0, 29, 29, 10, 10}));  // a's sizes
     EXPECT_EQ(fields(rect_ptr(merge_rectangle(nullptr, b.get())).get()), (F{20, 20, 29, 29, 10, 10}));

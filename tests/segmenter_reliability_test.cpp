@@ -167,15 +167,12 @@ TEST(SegmenterRefusals, NullSegmenterIsRefusedWithOneLineEach)
 
 TEST(SegmenterLimits, MemoryCeilingRefusesTheFrameAndKeepsThePools)
 {
-    cv::Mat board(512, 512, CV_8UC1);
-    for (int y = 0; y < board.rows; ++y)
-        for (int x = 0; x < board.cols; ++x) board.at<uint8_t>(y, x) = (x + y) % 2 ? 255 : 0;
+    const cv::Mat board = cv::repeat(cv::Mat((cv::Mat_<uchar>(2, 2) << 0, 255, 255, 0)), 256, 256);
     auto s = segmenter_for(board);
     RLEsegm_set_memory_ceiling(s, 64u << 20);
     EXPECT_EQ(RLEsegm_get_memory_ceiling(s), 64u << 20);
-    const cv::Mat small = two_squares();
     cv::Mat ordinary(board.size(), CV_8UC1, cv::Scalar(0));
-    small.copyTo(ordinary(cv::Rect(0, 0, small.cols, small.rows)));
+    two_squares().copyTo(ordinary(cv::Rect(0, 0, 60, 40)));
     EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(ordinary, s)), 2);
     const size_t segs = s->seg_pool.size(), regs = s->reg_pool.size();
     {

@@ -71,7 +71,7 @@ def test_the_command_line_matches_the_program_and_reruns_skip(nerva_blobs, clien
     assert manifest(out)["cam0"]["status"] == "done"
 
 
-def test_a_bad_input_fails_alone(client, videos, tmp_path):
+def test_a_bad_input_fails_alone_and_chunks_of_masks_are_exact(client, videos, tmp_path):
     (tmp_path / "broken.avi").write_bytes(b"\x00garbage" * 500)
     out = tmp_path / "out"
     status = run(client, videos / "cam0.avi", tmp_path / "broken.avi", tmp_path / "missing.avi", "--output", out)
@@ -81,6 +81,17 @@ def test_a_bad_input_fails_alone(client, videos, tmp_path):
     assert entries["broken"]["status"] == "failed" and "cannot decode" in entries["broken"]["reason"]
     assert entries["missing"]["status"] == "failed" and "does not exist" in entries["missing"]["reason"]
     assert not (out / "broken.jsonl").exists()
+
+    # Masks carry no background state, so chunked and whole runs agree.
+    import numpy as np
+    frames = [np.where(f > 150, 255, 0).astype(np.uint8) for f in walkers(45, seed=7)]
+    write_video(tmp_path / "masks.avi", frames)
+    whole, chunked = tmp_path / "whole", tmp_path / "chunked"
+    assert run(client, tmp_path / "masks.avi", "--masks", "--output", whole) == 0
+    assert run(client, tmp_path / "masks.avi", "--masks", "--chunk", "10", "--warmup", "3",
+               "--output", chunked) == 0
+    assert (chunked / "masks.jsonl").read_bytes() == (whole / "masks.jsonl").read_bytes()
+    assert manifest(chunked)["masks"]["frames"] == 45
 
 
 def test_a_worker_killed_mid_video_loses_nothing(nerva_blobs, client, videos, tmp_path):
@@ -101,19 +112,6 @@ def test_a_worker_killed_mid_video_loses_nothing(nerva_blobs, client, videos, tm
     killer.join()
     assert killed, "no worker was caught mid-video"
     assert_identical(nerva_blobs, videos, out)
-
-
-def test_chunks_of_masks_are_exact(client, tmp_path):
-    # Masks carry no background state, so chunked and whole runs agree.
-    import numpy as np
-    frames = [np.where(f > 150, 255, 0).astype(np.uint8) for f in walkers(45, seed=7)]
-    write_video(tmp_path / "masks.avi", frames)
-    whole, chunked = tmp_path / "whole", tmp_path / "chunked"
-    assert run(client, tmp_path / "masks.avi", "--masks", "--output", whole) == 0
-    assert run(client, tmp_path / "masks.avi", "--masks", "--chunk", "10", "--warmup", "3",
-               "--output", chunked) == 0
-    assert (chunked / "masks.jsonl").read_bytes() == (whole / "masks.jsonl").read_bytes()
-    assert manifest(chunked)["masks"]["frames"] == 45
 
 
 @pytest.mark.parametrize("argv", [["--steps", "0,1"], ["--roi", "1,2,3"], ["--threshold", "300"],

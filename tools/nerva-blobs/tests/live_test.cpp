@@ -149,9 +149,7 @@ protected:
         auto server = std::make_unique<Child>(
             "ffmpeg -nostdin -loglevel quiet -re -stream_loop -1 -i " + clip + " -c copy -f mpegts -listen 1 " + url(),
             dir_);
-        if (first) {
-            EXPECT_TRUE(wait_until([&] { return listening(port_); }, 20s)) << "ffmpeg does not listen";
-        }
+        if (first && !wait_until([&] { return listening(port_); }, 20s)) ADD_FAILURE() << "ffmpeg does not listen";
         return server;
     }
 
@@ -159,8 +157,6 @@ protected:
     {
         return std::make_unique<Child>("'" NERVA_BLOBS_EXE "' " + args + " 2>err.txt", dir_);
     }
-
-    size_t lines_in(const std::string& file) const { return json_lines(slurp(dir_ / file)).size(); }
 
     // Frame numbers grow, and skip exactly the frames said to be dropped.
     static void expect_consistent(const std::vector<json>& lines)
@@ -183,7 +179,8 @@ TEST_F(LiveSource, ReconnectsNumbersGoOnAndSigtermStopsCleanly)
 {
     auto server = serve("pattern.ts");
     const auto run = nerva_blobs(url() + " -o live.jsonl --video-out live.mkv");
-    ASSERT_TRUE(wait_until([&] { return lines_in("live.jsonl") >= 25; })) << slurp(dir_ / "err.txt");
+    ASSERT_TRUE(wait_until([&] { return json_lines(slurp(dir_ / "live.jsonl")).size() >= 25; }))
+        << slurp(dir_ / "err.txt");
     server->signal(SIGKILL);
     server->wait(10s);
     std::this_thread::sleep_for(2s);

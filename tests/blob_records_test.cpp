@@ -79,7 +79,7 @@ const int kBlobSlot[17] = {0, 2, 1, -1, -1, -1, 11, 13, 12, 14, 16, 15, 3, 7, 8,
 
 }  // namespace
 
-TEST(ProbRelData, DeepCopiesAreLinkedAndIndependent)
+TEST(ProbRelData, DeepCopiesAreLinkedAndIndependentShallowOnesTakeTheirArgumentsInOrder)
 {
     prob_rel_data* head = chain({PERSON, CAR, TRUCK});
     prob_rel_data* mid = head->next;
@@ -113,10 +113,7 @@ TEST(ProbRelData, DeepCopiesAreLinkedAndIndependent)
     prdata_free(one);
     prdata_free(dst);
     free_prd_list(copy);
-}
 
-TEST(ProbRelData, ArgumentOrderOfShallowCopies)
-{
     prob_rel_data* a = chain({PERSON, CAR, TRUCK});
     prob_rel_data* b = chain({FACE, CHAIR});
     a->next->sublist = prd(CHILD), a->next->occlusion = MM_OBJECT_SIT;
@@ -184,7 +181,7 @@ TEST(ProbRelData, SetNullKeepsWhatEachFormPromises)
     free_prd_list(p);
 }
 
-TEST(BlobCopy, CopiesDropDuplicateOrFreeOwnedData)
+TEST(BlobCopy, CopiesDropDuplicateOrFreeOwnedDataAndDataCopiesKeepPlaceAndIdentity)
 {
     EXPECT_FALSE(copy_blob(blob_ptr()) || copy_blob_with_lists(blob_ptr()) || copy_blob(blob_new(), blob_ptr()));
     blob_ptr a = make_blob(1), b = make_blob(2, 3, 4), c = make_blob(3);
@@ -209,10 +206,7 @@ TEST(BlobCopy, CopiesDropDuplicateOrFreeOwnedData)
     EXPECT_EQ(b->prd_list->type, PERSON);
     copy->next = copy->prev = nullptr;
     free_blob_list(a);
-}
 
-TEST(BlobCopy, DataCopyBetweenListsKeepsPlaceAndIdentity)
-{
     blob_ptr a1 = link({make_blob(1), make_blob(2)});
     blob_ptr b1 = link({make_blob(11, 9, 9), make_blob(12, 9, 9)});
     blob_ptr b2 = b1->next;
@@ -230,7 +224,7 @@ TEST(BlobCopy, DataCopyBetweenListsKeepsPlaceAndIdentity)
     free_blob_list(a1);
 }
 
-TEST(BlobList, CopyCountFreeAndBiggest)
+TEST(BlobList, CopyCountFreeBiggestSameFatherAndCleanup)
 {
     EXPECT_FALSE(copy_blob_list(blob_ptr()) || blob_list_number(blob_ptr()) || blob_get_biggest2D(blob_ptr()));
 
@@ -257,10 +251,7 @@ TEST(BlobList, CopyCountFreeAndBiggest)
     copy.reset();
     EXPECT_TRUE(tail.expired() && copy_tail.expired());
     EXPECT_FALSE(held->next || held->prev);
-}
 
-TEST(BlobList, SameFatherAndCleanup)
-{
     blob_ptr a = blob_new(), b = blob_new();
     a->fathers[0] = b->fathers[0] = 3, b->nb_fathers = 1;
     EXPECT_EQ(blob_same_father(a, b), 0);  // a has no valid fathers

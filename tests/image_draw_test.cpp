@@ -17,7 +17,7 @@ int nonzero_bytes(const image* img)
 
 }  // namespace
 
-TEST(DrawRectangle, OutlineValuesRefusalsAndClipping)
+TEST(Draw, RectangleOutlinesStraightAndDiagonalLines)
 {
     owned keep;
     image* colour = keep.make(COLOR_IMG_3BYTES, 6, 5);
@@ -40,11 +40,7 @@ TEST(DrawRectangle, OutlineValuesRefusalsAndClipping)
     rectangle wide = box(0, 0, 6, 2), tall = box(0, 0, 2, 5);  // xmax == width, ymax == height
     EXPECT_EQ(draw_rectangle(&wide, grey), -1);
     EXPECT_EQ(draw_rectangle(&tall, grey), -1);
-}
 
-TEST(DrawLines, StraightAndDiagonal)
-{
-    owned keep;
     image* img = keep.make(COLOR_IMG_3BYTES, 5, 5);
     ASSERT_EQ(bb_draw_color_line(1, 3, 2, VERTICAL_LINE, img, 9, 8, 7), 0);
     EXPECT_EQ(bytes_t(pixel(img, 2, 3), pixel(img, 2, 3) + 3), (bytes_t{7, 8, 9}));

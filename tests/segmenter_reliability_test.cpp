@@ -86,7 +86,7 @@ TEST(SegmenterObservers, WhatAnObserverChangesIsCheckedBeforeAnyRowIsRead)
     EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(m, s)), 2);
 }
 
-TEST(RunLengthImageLifetime, AHeldImageNeverPointsIntoReleasedRuns)
+TEST(RunLengthImageLifetime, AHeldImageNeverPointsIntoReleasedRunsNorPoolsReinitialisedUnderIt)
 {
     const cv::Mat m = two_squares();
     std::shared_ptr<RLEimage> held;
@@ -112,10 +112,7 @@ TEST(RunLengthImageLifetime, AHeldImageNeverPointsIntoReleasedRuns)
     ASSERT_NE(img, nullptr);
     EXPECT_EQ(cv::countNonZero(cv::Mat(img->height, img->width, CV_8UC3, img->data).reshape(1)), 0);
     destroy_image(img);
-}
 
-TEST(RunLengthImageLifetime, PoolsReinitialisedUnderTheImageAndRowsOutsideIt)
-{
     // Many runs, then a smaller segment pool, then a smaller region of interest.
     cv::Mat stripes(200, 400, CV_8UC1, cv::Scalar(0));
     for (int x = 0; x < stripes.cols; x += 2) stripes.col(x).setTo(255);

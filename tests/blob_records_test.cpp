@@ -270,7 +270,7 @@ TEST(BlobList, CopyCountFreeBiggestSameFatherAndCleanup)
     EXPECT_FALSE(b->prd_list || b->buffer);
 }
 
-TEST(BlobGeometry, OverlapRatiosContainmentAndSplits)
+TEST(BlobGeometry, OverlapRatiosContainmentSplitsAndOcclusionPredicates)
 {
     blob_ptr small = box_blob(2, 2, 10, 10), large = box_blob(0, 0, 100, 100);
     EXPECT_DOUBLE_EQ(compute_overlap_ratio_blob(large, small), 1.0);
@@ -306,10 +306,7 @@ TEST(BlobGeometry, OverlapRatiosContainmentAndSplits)
     EXPECT_EQ(box(lower), (std::vector<int>{0, 3, 4, 5, 10, 6}));
     blob_free(copy_blob(b));  // takes a blob pointer by value
     blob_free(b);
-}
 
-TEST(BlobPredicates, OcclusionReadsExactValuesWithCrossedObjectFlags)
-{
     const struct {
         bool (*predicate)(blob_ptr);
         std::vector<uint32_t> yes, no;

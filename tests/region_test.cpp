@@ -18,7 +18,7 @@ S stats(const std::shared_ptr<region>& r)
 
 }  // namespace
 
-TEST(Region, AbsorbRegionHolesSegmentListsAndRunLengthImageResize)
+TEST(Region, AbsorbRegionAndHoles)
 {
     auto s = region_new(), a = region_new();
     region_initialize(s, 0, 1, 0);
@@ -34,7 +34,10 @@ TEST(Region, AbsorbRegionHolesSegmentListsAndRunLengthImageResize)
     region_add_hole(nullptr, region_new()), region_add_hole(s, a), region_add_hole(s, a);
     EXPECT_TRUE(s->nholes == 4 && s->hole == a);
     s->hole.reset();  // a->absorber and s->hole form a cycle of shared pointers
+}
 
+TEST(SegmentList, OrderEqualKeysAndWhatFreeReleases)
+{
     auto first5 = region_new(), second5 = region_new();
     segment_list* list = nullptr;
     list = insert_in_seg_list(list, 5, 6, first5);
@@ -53,7 +56,10 @@ TEST(Region, AbsorbRegionHolesSegmentListsAndRunLengthImageResize)
     list = insert_in_seg_list(insert_in_seg_list(nullptr, 1, 1, head_owner), 4, 4, later_owner);
     free_segment_list(list);
     EXPECT_EQ(std::make_pair(head_owner.use_count(), later_owner.use_count()), std::make_pair(1L, 2L));
+}
 
+TEST(RLEImageModel, InitializeResizeAndFree)
+{
     auto img = RLEimage_initialize(nullptr, 320, 240);
     ASSERT_TRUE(img && img->lines.size() == 240u && img->lines[239] && !img->lines[239]->segs);
     std::vector<std::shared_ptr<segment>> pool{segment_new()};

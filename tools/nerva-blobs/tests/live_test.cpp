@@ -246,8 +246,9 @@ TEST_F(LiveSource, AnAddressThatNeverAnswersFailsByName)
 TEST_F(LiveSource, ASlowConsumerDropsFramesAndCountsThem)
 {
     const auto server = serve("noise.ts");
-    const std::string cmd = "cd '" + dir_.string() + "' && { timeout -k 20 --preserve-status 5 '" NERVA_BLOBS_EXE "' " +
-                            url() + " 2>err.txt; echo $? >status.txt; } | { sleep 4; cat >slow.jsonl; }";
+    const std::string cmd = "cd '" + dir_.string() +
+                            "' && { timeout --foreground -k 20 --preserve-status 5 '" NERVA_BLOBS_EXE "' " + url() +
+                            " 2>err.txt; echo $? >status.txt; } | { sleep 4; cat >slow.jsonl; }";
     ASSERT_EQ(std::system(cmd.c_str()), 0);
     ASSERT_EQ(slurp(dir_ / "status.txt"), "0\n") << slurp(dir_ / "err.txt");
     const auto lines = json_lines(slurp(dir_ / "slow.jsonl"));

@@ -1,7 +1,5 @@
 #pragma once
-// Shared by the fuzz harnesses: a check that aborts (so libFuzzer keeps the
-// input) and a way to silence the library's expected messages without
-// silencing libFuzzer or the sanitizers.
+// A check that aborts, so libFuzzer keeps the input.
 #include <cstdio>
 #include <cstdlib>
 
@@ -15,9 +13,8 @@
         }                                                                                 \
     } while (0)
 
-// The library's expected messages go to a sink that drops them, so that
-// libFuzzer's and the sanitizers' own output stays readable.
-// NERVA_FUZZ_VERBOSE keeps them.
+// Drops the library's expected messages so libFuzzer's and the sanitizers'
+// output stays readable; NERVA_FUZZ_VERBOSE keeps them.
 inline void silence_library_messages()
 {
     if (!std::getenv("NERVA_FUZZ_VERBOSE"))

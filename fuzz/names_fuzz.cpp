@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -34,14 +35,10 @@ void check_detailed(uint32_t code)
         CHECK(text == "OCC:NONE");
         return;
     }
-    CHECK(text.compare(0, 4, "OCC:") == 0);
+    CHECK(text.compare(0, 4, "OCC:") == 0 && text.size() > 4 && text.back() != '-');
     std::vector<std::string> tokens;
-    for (size_t at = 4;;) {
-        const size_t dash = text.find('-', at);
-        tokens.push_back(text.substr(at, dash - at));
-        if (dash == std::string::npos) break;
-        at = dash + 1;
-    }
+    std::istringstream list(text.substr(4));
+    for (std::string token; std::getline(list, token, '-');) tokens.push_back(token);
     uint32_t named = 0;
     size_t next = 0;  // tokens come in the table's order, each once
     bool other = false;
@@ -96,20 +93,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     // The rest of the input, cut at NUL bytes, as names: each piece gets its
     // own exactly sized buffer so ASan sees a read past its terminator.
-    const std::vector<uint8_t> rest = in.ConsumeRemainingBytes<uint8_t>();
-    size_t begin = 0;
-    while (begin <= rest.size()) {
-        size_t end = begin;
-        while (end < rest.size() && rest[end] != 0) ++end;
-        std::vector<char> name(rest.begin() + static_cast<long>(begin), rest.begin() + static_cast<long>(end));
-        name.push_back('\0');
+    std::istringstream pieces(in.ConsumeRemainingBytesAsString());
+    for (std::string piece; std::getline(pieces, piece, '\0');) {
+        const std::vector<char> name(piece.c_str(), piece.c_str() + piece.size() + 1);
         const blob_type_t t = get_type_from_name(name.data());
         const blob_subtype_t st = get_subtype_from_name(name.data());
         const blob_occl_type o = get_occl_type_from_name(name.data());
         // A name accepted on input names a known code.
         CHECK((t >= 0 && t <= 32) && ((st >= 0 && st <= 6)));
         if (o != MM_OCCL_NONE) CHECK(get_occl_name_from_type(o) == name.data());
-        begin = end + 1;
     }
     return 0;
 }

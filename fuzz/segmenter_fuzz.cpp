@@ -1,12 +1,8 @@
-// Segments a few fuzzer-made frames through one segmenter: regions of
-// interest inside, across, outside the frame or inverted, steps down to
-// negative values, size filters, wide frames (the 256- and 64-byte skips),
-// combs, strided views, and an observer that moves the region of interest,
-// changes the steps, removes itself, frees the segmenter or segments again.
-// Checks: the list ends, refused frames give nothing, and in exact mode boxes
-// stay in the region of interest, pixel counts add up to the runs and, over
-// the whole frame without a filter, the blobs are OpenCV's 4-connected
-// components.
+// A few fuzzer-made frames through one segmenter: any region of interest, steps
+// and size filter, wide frames, combs, strided views, and an observer that
+// meddles. Checks: the list ends, refused frames give nothing, and in exact
+// mode boxes stay inside, pixels add up to the runs and, over the whole frame
+// unfiltered, the blobs are OpenCV's 4-connected components.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <opencv2/imgproc.hpp>
@@ -31,14 +27,12 @@ constexpr int kBlobSlots = 2000;
 
 #include "fuzz_check.h"
 
-// The mask: random at a density (thousands of tiny blobs), a few spans in
-// empty rows (long skips), a comb, or the input's bits. Sometimes a view, or
-// every other row, of a larger all-foreground matrix: a read outside the view
-// shows as wrong blobs, outside the matrix as an ASan report.
+// Random at a density, a few spans in empty rows (long skips), a comb, or the
+// input's bits; sometimes a view of a larger all-foreground matrix, so a read
+// outside the view shows as wrong blobs, outside the matrix as an ASan report.
 cv::Mat make_mask(FuzzedDataProvider& in, int width, int height, cv::Mat& storage)
 {
-    const bool padded = in.ConsumeBool();
-    const int pad = padded ? 3 : 0;
+    const int pad = in.ConsumeBool() ? 3 : 0;
     const int row_step = in.ConsumeIntegralInRange(0, 3) == 0 ? 2 : 1;
     storage.create(row_step * (height + 2 * pad), width + 2 * pad, CV_8UC1);
     storage.setTo(255);
@@ -91,12 +85,11 @@ Roi make_roi(FuzzedDataProvider& in, int width, int height)
     }
     case 2: {  // anywhere near the frame, possibly inverted
         auto coord = [&](int side) { return in.ConsumeIntegralInRange(-8, side + 8); };
-        const int x0 = coord(width), y0 = coord(height);
-        return {x0, y0, coord(width), coord(height)};
+        return {coord(width), coord(height), coord(width), coord(height)};  // braces: evaluated in order
     }
     default:  // far away
-        return {in.ConsumeIntegral<int32_t>(), in.ConsumeIntegral<int32_t>(), in.ConsumeIntegral<int32_t>(),
-                in.ConsumeIntegral<int32_t>()};
+        auto far = [&] { return in.ConsumeIntegral<int32_t>(); };
+        return {far(), far(), far(), far()};
     }
 }
 
@@ -143,11 +136,9 @@ void check_frame(const cv::Mat& mask, const segm_ptr& s, const Roi& roi, bool re
                 runs += seg.x_end - seg.x_start + 1;
             }
         }
-    const long foreground =
-        empty_roi
-            ? 0
-            : cv::countNonZero(mask(cv::Rect(roi.xmin, roi.ymin, roi.xmax - roi.xmin + 1, roi.ymax - roi.ymin + 1)));
-    CHECK(runs == foreground);
+    CHECK(runs == (empty_roi ? 0
+                             : cv::countNonZero(mask(
+                                   cv::Rect(roi.xmin, roi.ymin, roi.xmax - roi.xmin + 1, roi.ymax - roi.ymin + 1)))));
     if (runs == 0) {
         CHECK(head == nullptr);
         return;
@@ -170,28 +161,22 @@ void check_frame(const cv::Mat& mask, const segm_ptr& s, const Roi& roi, bool re
     if (whole && s->min_blob_pixels <= 1 && s->min_blob_side <= 1) check_against_opencv(mask, head);
 }
 
-// The measures of one region inside a rectangle, asked after the frame with
-// any region number and any rectangle (near the frame or anywhere in 32
-// bits). Over the region of interest (rows outside it keep the runs of
-// earlier frames, by design), a surviving region's own sums come back.
+// Subregion measures for any region number and rectangle; over the region of
+// interest (rows outside it keep earlier runs, by design) a surviving
+// region's own sums come back.
 void check_measures(FuzzedDataProvider& in, const segm_ptr& s, const Roi& roi, bool exact)
 {
     const int asks = in.ConsumeIntegralInRange(0, 3);
     for (int a = 0; a < asks; ++a) {
         const int ident = in.ConsumeIntegralInRange(-2, s->nb_regs + 2);
-        int x1, y1, x2, y2;
-        if (in.ConsumeBool()) {
-            x1 = in.ConsumeIntegral<int32_t>(), y1 = in.ConsumeIntegral<int32_t>();
-            x2 = in.ConsumeIntegral<int32_t>(), y2 = in.ConsumeIntegral<int32_t>();
-        } else {
-            x1 = in.ConsumeIntegralInRange(-8, kMaxWide + 8), y1 = in.ConsumeIntegralInRange(-8, kMaxSide + 8);
-            x2 = in.ConsumeIntegralInRange(-8, kMaxWide + 8), y2 = in.ConsumeIntegralInRange(-8, kMaxSide + 8);
-        }
+        const bool anywhere = in.ConsumeBool();
+        const auto coord = [&](int side) {
+            return anywhere ? in.ConsumeIntegral<int32_t>() : in.ConsumeIntegralInRange(-8, side + 8);
+        };
+        const int x1 = coord(kMaxWide), y1 = coord(kMaxSide), x2 = coord(kMaxWide), y2 = coord(kMaxSide);
         double sx = 0, sy = 0;
-        const int n = subregion_get_sumxsumy(ident, x1, y1, x2, y2, &sx, &sy, s);
-        CHECK(n >= 0);
-        CHECK(subregion_get_sumx(ident, x1, y1, x2, y2, s) == sx);
-        CHECK(subregion_get_sumy(ident, x1, y1, x2, y2, s) == sy);
+        CHECK(subregion_get_sumxsumy(ident, x1, y1, x2, y2, &sx, &sy, s) >= 0);
+        CHECK(subregion_get_sumx(ident, x1, y1, x2, y2, s) == sx && subregion_get_sumy(ident, x1, y1, x2, y2, s) == sy);
         int lo = 0, hi = 0;
         CHECK(subregion_get_xlimit(ident, x1, y1, x2, y2, &lo, &hi, s) != 1 || (lo == x1 && hi == x2));
         lo = hi = 0;
@@ -212,7 +197,6 @@ struct MeddlingObserver : Observer<CSegmentMessage> {
     Action action = none;
     Roi roi{};
     int step_x = 1, step_y = 1;
-    MV_RLEsegm* s = nullptr;
     segm_ptr shared;
     const cv::Mat* mask = nullptr;
     void notify(CSegmentMessage* msg) override
@@ -223,7 +207,7 @@ struct MeddlingObserver : Observer<CSegmentMessage> {
         case change_steps: RLEsegm_set_steps(shared, step_x, step_y); break;
         case segment_again: CHECK(RLEsegm_segmentKAP(*mask, shared) == nullptr); break;
         case free_private: RLEsegm_free_private(shared); break;
-        case remove_itself: s->remove_observer(this); break;
+        case remove_itself: shared->remove_observer(this); break;
         case none: break;
         }
     }
@@ -268,17 +252,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     auto s = std::make_shared<MV_RLEsegm>();
     initialise(in, s, frame_w, frame_h);
     MeddlingObserver observer;
-    observer.s = s.get();
     observer.shared = s;
     s->add_observer(&observer);
     const int frames = in.ConsumeIntegralInRange(1, 4);
     for (int f = 0; f < frames && in.remaining_bytes() > 0; ++f) {
         // Mostly masks of the frame's size; sometimes smaller or larger ones.
-        int w = frame_w, h = frame_h;
-        if (in.ConsumeIntegralInRange(0, 7) == 0) {
-            w = in.ConsumeIntegralInRange(1, wide ? kMaxWide : kMaxSide);
-            h = in.ConsumeIntegralInRange(1, wide ? kMaxWideRows : kMaxSide);
-        }
+        const bool other_size = in.ConsumeIntegralInRange(0, 7) == 0;
+        const int w = other_size ? in.ConsumeIntegralInRange(1, wide ? kMaxWide : kMaxSide) : frame_w;
+        const int h = other_size ? in.ConsumeIntegralInRange(1, wide ? kMaxWideRows : kMaxSide) : frame_h;
         Roi roi = make_roi(in, frame_w, frame_h);
         RLEsegm_set_ROI(roi.xmin, roi.ymin, roi.xmax, roi.ymax, s);
         const bool exact = in.ConsumeBool();
@@ -288,19 +269,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         const bool filter = in.ConsumeBool();
         s->min_blob_side = filter ? in.ConsumeIntegralInRange(-1, 5) : 0;
         s->min_blob_pixels = filter ? in.ConsumeIntegralInRange(-1, 30) : 0;
-
-        cv::Mat storage;
-        cv::Mat mask = make_mask(in, w, h, storage);
+        cv::Mat storage, mask = make_mask(in, w, h, storage);
         if (in.ConsumeIntegralInRange(0, 15) == 0) mask.convertTo(mask, in.ConsumeBool() ? CV_16UC1 : CV_8SC1);
 
         observer.action = static_cast<MeddlingObserver::Action>(
             in.ConsumeIntegralInRange(0, 9) < 5 ? 0 : in.ConsumeIntegralInRange(1, 5));
         observer.mask = &mask;
         if (observer.action == MeddlingObserver::move_roi) observer.roi = make_roi(in, frame_w, frame_h);
-        if (observer.action == MeddlingObserver::change_steps) {
-            observer.step_x = in.ConsumeIntegralInRange(-1, 40);
-            observer.step_y = in.ConsumeIntegralInRange(-1, 6);
-        }
+        if (observer.action == MeddlingObserver::change_steps)
+            observer.step_x = in.ConsumeIntegralInRange(-1, 40), observer.step_y = in.ConsumeIntegralInRange(-1, 6);
 
         // Refused before the observers when the frame is bad as given; after
         // them when what they changed makes it so.
@@ -323,7 +300,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         if (!refused && s->nb_segs > 0) check_measures(in, s, roi, s->step_x == 1 && s->step_y == 1);
     }
     s->remove_observer(&observer);
-    observer.shared.reset();
+    observer.shared.reset();  // the observer's copy would keep the segmenter alive
     RLEsegm_free_private(s);
     return 0;
 }

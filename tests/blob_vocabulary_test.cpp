@@ -28,7 +28,7 @@ blob_occl_type occl(uint32_t v) { return static_cast<blob_occl_type>(v); }
 
 }  // namespace
 
-TEST(BlobVocabulary, TypeAndSubtypeTablesInBothDirections)
+TEST(BlobVocabulary, TypeSubtypeAndOcclusionTablesWithOneWayNames)
 {
     const std::pair<uint32_t, const char*> read_only[] = {{5, "CONTEXT_OBJECT"},
                                                           {22, "LEFT_FOOD_CUPBOARD_DOOR"},
@@ -54,10 +54,7 @@ TEST(BlobVocabulary, TypeAndSubtypeTablesInBothDirections)
         EXPECT_EQ(printed_by(get_subtype_from_name, accepted[s], &v), "") << accepted[s];
         EXPECT_EQ(v, s) << accepted[s];
     }
-}
 
-TEST(BlobVocabulary, OcclusionNamesWithWriteOnlyObjectCorners)
-{
     const std::pair<uint32_t, const char*> pinned[] = {{0x0, "MM_OCCL_NONE"},
                                                        {0x6, "MM_CAM_OCCL_TOP_LEFT"},
                                                        {0x50, "MM_OBJECT_BOTTOM_LEFT"},
@@ -69,7 +66,6 @@ TEST(BlobVocabulary, OcclusionNamesWithWriteOnlyObjectCorners)
     for (auto [value, name] : pinned) EXPECT_EQ(get_occl_name_from_type(occl(value)), name) << value;
 
     // The names fuzzer holds the round trips; the object corners are only written.
-    uint32_t v;
     for (uint32_t o : {0x50u, 0x90u, 0x60u, 0xA0u}) {
         const std::string name = get_occl_name_from_type(occl(o));
         EXPECT_EQ(printed_by(get_occl_type_from_name, name.c_str(), &v),
@@ -78,7 +74,7 @@ TEST(BlobVocabulary, OcclusionNamesWithWriteOnlyObjectCorners)
     }
 }
 
-TEST(BlobVocabulary, FallbacksForUnknownNamesAndCodes)
+TEST(BlobVocabulary, FallbacksForUnknownNamesAndCodesAndTheDetailedForm)
 {
     uint32_t v;
     // "CONTEXT" is only written; names are exact and case-sensitive.
@@ -102,11 +98,8 @@ TEST(BlobVocabulary, FallbacksForUnknownNamesAndCodes)
     get_type_from_name("x");
     std::printf("b\n");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string("a\n") + kUnknownType + "b\n");
-}
 
-TEST(BlobVocabulary, DetailedOcclusionForm)
-{
-    // Every code's form is held by the names fuzzer; these are the quirks:
+    // Every code's detailed form is held by the names fuzzer; these are the quirks:
     // object-top leading the list reads as camera-top (later it does not),
     // the fixed order is not the order of the values, "OTHER" comes last.
     const std::pair<uint32_t, const char*> rows[] = {{0x0, "OCC:NONE"},

@@ -6,7 +6,7 @@
 
 using namespace image_test;
 
-TEST(ImageInitialize, KindsAndBufferReuse)
+TEST(ImageInitialize, KindsBufferReuseAndOneSideZero)
 {
     owned keep;
     image* colour = keep.make(COLOR_IMG_4BYTES, 4, 3);  // never set up as four-byte
@@ -26,16 +26,13 @@ TEST(ImageInitialize, KindsAndBufferReuse)
     EXPECT_EQ(initialize_image(grey, FLOAT_IMG, 60, 60), 1);  // too big: fresh set-up
     EXPECT_EQ(grey->x_origin, 0);
     EXPECT_EQ(clear_image(keep.make(GREY_IMG, 0, 0)), -1);  // no buffer
-}
 
-TEST(ImageInitialize, OneSideZeroIsASetUpOverNoPixelsAndUnownedBuffersAreNotCleared)
-{
-    owned keep;
-    image* colour = keep.make(COLOR_IMG_3BYTES, 5, 0);
-    ASSERT_NE(colour, nullptr);
-    EXPECT_TRUE(colour->bytes_per_pixel == 3 && colour->capacity == 0u && colour->data);
-    EXPECT_EQ(clear_image(colour), 0);  // no byte to clear
-    image* grey = keep.make(GREY_IMG, 2, 2);
+    // One side 0 is a set-up over no pixels.
+    image* empty = keep.make(COLOR_IMG_3BYTES, 5, 0);
+    ASSERT_NE(empty, nullptr);
+    EXPECT_TRUE(empty->bytes_per_pixel == 3 && empty->capacity == 0u && empty->data);
+    EXPECT_EQ(clear_image(empty), 0);  // no byte to clear
+    grey = keep.make(GREY_IMG, 2, 2);
     EXPECT_EQ(initialize_image(grey, FLOAT_IMG, 0, 10), 1);
     EXPECT_TRUE(grey->bytes_per_pixel == 4 && grey->height == 10u && grey->capacity == 0u);
     EXPECT_EQ(initialize_image(grey, FLOAT_IMG, 3, 3), 1);  // a real buffer again
@@ -62,7 +59,7 @@ TEST(ImageCopyDeathTest, WholeImageAndUnsupportedKindExitingWithStatusZero)
                 "This type of image is not handled by copy_whole_image");
 }
 
-TEST(ImageCopy, ContentInPlaceCroppedAndRefused)
+TEST(ImageCopy, ContentInPlaceCroppedRefusedAndGreyConversionStepsOneBytePerPixel)
 {
     owned keep;
     image* src = keep.make(GREY_IMG, 4, 3, {10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21});
@@ -73,23 +70,13 @@ TEST(ImageCopy, ContentInPlaceCroppedAndRefused)
     image* crop = keep.make(GREY_IMG, 1, 1);
     ASSERT_EQ(copy_image_content(src, &corner, crop, COPY_CROP), 0);
     EXPECT_TRUE(crop->width == 2u && bytes(crop, 4) == (bytes_t{16, 17, 20, 21}));
-
     EXPECT_EQ(copy_image_content(src, &corner, dst, copy_type_t(2)), -1);
-    // 6 x 2 has room for 4 x 3, so it keeps its shape: the pixels land at its
-    // own addresses, and row 2 (bytes 13, 14) lies past its buffer.
-    image* wide = keep.make(GREY_IMG, 6, 2);
-    ASSERT_EQ(copy_image_content(src, &inner, wide, COPY_IN_PLACE), 0);
-    EXPECT_EQ(bytes(wide, 12), (bytes_t{0, 0, 0, 0, 0, 0, 0, 15, 16, 0, 0, 0}));
     rectangle backwards = box(0, 0, -1, 1);
     EXPECT_TRUE(copy_image_content(src, &backwards, dst, COPY_CROP) == -1 && dst->width == 4u);  // not 4 billion wide
-}
 
-TEST(ImageConvert, GreyStepsOneBytePerPixelAndKeepsLowBytes)
-{
-    owned keep;
-    image* src = keep.make(COLOR_IMG_3BYTES, 3, 2, {10, 20, 30, 40, 50, 60, 70, 80, 90, 1, 2, 3, 4, 5, 6, 7, 8, 9});
+    image* colour = keep.make(COLOR_IMG_3BYTES, 3, 2, {10, 20, 30, 40, 50, 60, 70, 80, 90, 1, 2, 3, 4, 5, 6, 7, 8, 9});
     rectangle row1 = box(1, 1, 2, 1), all = box(0, 0, 2, 1);
-    image* grey = keep(convert_to_grey(src, &row1));
+    image* grey = keep(convert_to_grey(colour, &row1));
     // Row 1 starts at byte (1 * 3 + 1) * 3 = 12, then advances one byte.
     EXPECT_EQ(bytes(grey, 6),
               (bytes_t{0, 0, 0, 0, (299 * 6 + 587 * 5 + 114 * 4) / 1000, (299 * 7 + 587 * 6 + 114 * 5) / 1000}));
@@ -98,8 +85,50 @@ TEST(ImageConvert, GreyStepsOneBytePerPixelAndKeepsLowBytes)
     image* packed = keep.make(SIGNED_COLOR_IMG, 2, 1);
     put<uint32_t>(packed, 0, pack(200, -10, 100));  // signed fields
     EXPECT_EQ(keep(convert_to_grey(packed, &all))->data[0], (299 * 200 - 587 * 10 + 114 * 100) / 1000);
-    image* f = keep.make(FLOAT_IMG, 2, 1);
-    put_all<float>(f, {300.7f, -1.5f});
-    EXPECT_EQ(bytes(keep(convert_to_grey(f, &all)), 2), (bytes_t{44, 255}));
     EXPECT_EQ(convert_to_grey(keep.make(BG_IMG, 2, 1), &all), nullptr);
+}
+
+// Rectangles clip to the image's size (columns 0 .. width - 1) and the
+// clipped frame coordinates reach the pixels through the origins: a host
+// that moves an image's origins sees its pixels shifted, and only what would
+// fall outside the buffer is skipped.
+TEST(ImageOrigins, RectanglesClipToTheSizeAndAddressThroughTheOrigins)
+{
+    owned keep;
+    rectangle wide = bounds(5, 0, 100, 0);
+    image* grey = keep.make(GREY_IMG, 10, 1, bytes_t(10, 9));
+    grey->x_origin = 5;
+    ASSERT_EQ(clear_image_area(grey, &wide), 0);  // columns 5..9: indices 0..4
+    EXPECT_EQ(bytes(grey, 10), (bytes_t{0, 0, 0, 0, 0, 9, 9, 9, 9, 9}));
+
+    // Columns left of the origin reach the end of the row above; the first
+    // row's have no row above and are skipped.
+    image* two_rows = keep.make(GREY_IMG, 4, 2, bytes_t(8, 9));
+    two_rows->x_origin = 2;
+    rectangle all = bounds(0, 0, 3, 1);
+    ASSERT_EQ(clear_image_area(two_rows, &all), 0);
+    EXPECT_EQ(bytes(two_rows, 8), (bytes_t{0, 0, 0, 0, 0, 0, 9, 9}));
+
+    // Thresholding: the source moved, the destination made afresh (origins 0).
+    image* src = keep.make(GREY_IMG, 4, 1, {10, 20, 30, 40});
+    src->x_origin = -2;
+    image* mask = keep.make(GREY_IMG, 4, 1, bytes_t(4, 7));
+    rectangle first_two = bounds(0, 0, 1, 0);
+    ASSERT_EQ(grey_thresholding(src, 25, &first_two, mask), 0);  // src indices 2, 3 into mask 0, 1
+    EXPECT_EQ(bytes(mask, 4), (bytes_t{255, 255, 7, 7}));
+
+    // A difference with one image moved: each is read at its own index of the same frame pixel.
+    image* a = keep.make(GREY_IMG, 4, 1, {0, 0, 0, 0});
+    a->x_origin = 2;
+    image* out = keep.make(GREY_IMG, 4, 1, bytes_t(4, 7));
+    ASSERT_EQ(abs_difference(a, keep.make(GREY_IMG, 4, 1, {1, 2, 3, 4}), &all, out), 0);
+    EXPECT_EQ(bytes(out, 4), (bytes_t{7, 7, 3, 4}));  // columns 2, 3: indices 0, 1 of a, 2, 3 of b and out
+
+    // The grey conversion is made with origins 0: a moved source lands shifted.
+    image* real = keep.make(FLOAT_IMG, 3, 1);
+    put_all<float>(real, {1.0f, 2.0f, 3.0f});
+    real->x_origin = 1;
+    image* converted = keep(convert_to_grey(real, &all));
+    EXPECT_TRUE(converted->x_origin == 0 && converted->y_origin == 0);
+    EXPECT_EQ(bytes(converted, 3), (bytes_t{0, 1, 2}));
 }

@@ -32,7 +32,7 @@ std::pair<std::vector<int>, std::vector<int>> limits_of(std::initializer_list<pa
 
 }  // namespace
 
-TEST(Parallelepiped, GroundSizesFromTheLastThreeGroundCorners)
+TEST(Parallelepiped, GroundSizesAndExtremeCornersPickTheirEdgesAndTiesStayLow)
 {
     EXPECT_EQ(copy_parallelepiped(nullptr), nullptr);
     parallelepiped* p = new_parallelepiped();
@@ -42,19 +42,16 @@ TEST(Parallelepiped, GroundSizesFromTheLastThreeGroundCorners)
     get_w_l(p, &w, &l);
     EXPECT_EQ(std::make_pair(w, l), std::make_pair(4.0, 3.0));
     free_parallelepiped(p);
-}
 
-TEST(ParallelepipedLimits, ExtremeCornersPickTheirEdgesAndTiesStayLow)
-{
     // corners[0] is left of and above everything, corners[6] right and below.
-    auto l = limits_of({{0, 0}, {5, 1}, {6, 2}, {1, 3}, {1, 5}, {5, 6}, {10, 10}, {2, 7}});
-    EXPECT_EQ(l.first, (std::vector<int>{0, 2, 2, 0}));
-    EXPECT_EQ(l.second, (std::vector<int>{2, 0, 2, 0}));
+    auto c = limits_of({{0, 0}, {5, 1}, {6, 2}, {1, 3}, {1, 5}, {5, 6}, {10, 10}, {2, 7}});
+    EXPECT_EQ(c.first, (std::vector<int>{0, 2, 2, 0}));
+    EXPECT_EQ(c.second, (std::vector<int>{2, 0, 2, 0}));
     // The far face's corner (k + 4) counts for its edge as well.
-    l = limits_of({{0, 0}, {5, 1}, {6, 2}, {1, 3}, {1, 5}, {5, 6}, {10, 10}, {-1, 20}});
-    EXPECT_EQ(l.first, (std::vector<int>{3, 3, 2, 0}));
+    c = limits_of({{0, 0}, {5, 1}, {6, 2}, {1, 3}, {1, 5}, {5, 6}, {10, 10}, {-1, 20}});
+    EXPECT_EQ(c.first, (std::vector<int>{3, 3, 2, 0}));
     // Edges 1 and 3 share the smallest x and y; edges 0 and 2 the largest y.
-    l = limits_of({{5, 9}, {2, 4}, {8, 9}, {2, 5}, {5, 1}, {3, 0}, {8, 1}, {4, 0}});
-    EXPECT_EQ(l.first, (std::vector<int>{1, 0, 2, 1}));
+    c = limits_of({{5, 9}, {2, 4}, {8, 9}, {2, 5}, {5, 1}, {3, 0}, {8, 1}, {4, 0}});
+    EXPECT_EQ(c.first, (std::vector<int>{1, 0, 2, 1}));
     EXPECT_EQ(limits_of({}).second[0], 4);  // every corner at the origin
 }

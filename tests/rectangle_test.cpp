@@ -26,7 +26,7 @@ F fields(const rectangle* r) { return r ? F{r->xmin, r->ymin, r->xmax, r->ymax, 
 
 }  // namespace
 
-TEST(Rectangle, GuardedAndUnguardedInit)
+TEST(Rectangle, GuardedAndUnguardedInitSetOperationsAndTheSharedColumn)
 {
     rect_ptr r(new_rectangle());
     EXPECT_EQ(fields(r.get()), (F{0, 0, 0, 0, 0, 0}));
@@ -38,10 +38,7 @@ TEST(Rectangle, GuardedAndUnguardedInit)
     EXPECT_EQ(fields(rect_ptr(copy_rectangle(r.get())).get()), (F{3, 4, 3, 4, -2, -7}));
     init_rectangle(nullptr, 1, 1, 1, 1);
     initRectangle(nullptr, 1, 1, 1, 1);
-}
 
-TEST(Rectangle, SetOperationsAndTheSharedColumn)
-{
     auto a = box(0, 0, 9, 9), b = box(20, 20, 29, 29);
     EXPECT_EQ(fields(rect_ptr(merge_rectangle(a.get(), b.get())).get()), (F{0, 0, 29, 29, 10, 10}));  // a's sizes
     EXPECT_EQ(fields(rect_ptr(merge_rectangle(nullptr, b.get())).get()), (F{20, 20, 29, 29, 10, 10}));
@@ -61,7 +58,7 @@ TEST(Rectangle, SetOperationsAndTheSharedColumn)
     EXPECT_EQ(rectangleIntersectionArea(c.get(), nullptr), 0);
 }
 
-TEST(Rectangle, PlainAndStrictRatios)
+TEST(Rectangle, PlainAndStrictRatiosAndDistances)
 {
     auto a = box(0, 0, 9, 9), b = box(5, 0, 14, 9);
     EXPECT_DOUBLE_EQ(rectangle_intersect_ratio(a.get(), b.get()), 0.5);
@@ -75,11 +72,9 @@ TEST(Rectangle, PlainAndStrictRatios)
     zero->width = 0;
     EXPECT_DOUBLE_EQ(rectangle_intersect_ratio_strict(a.get(), zero.get()), 0.04);
     EXPECT_EQ(rectangle_intersect_ratio_strict(nullptr, b.get()), 0.0);
-}
 
-TEST(Rectangle, Distances)
-{
-    auto a = box(0, 0, 5, 5), b = box(7, 0, 9, 5), c = box(8, 9, 12, 13);
+    a = box(0, 0, 5, 5), b = box(7, 0, 9, 5);
+    auto c = box(8, 9, 12, 13);
     EXPECT_EQ(rectangle_distance(a.get(), b.get()), 2);  // the gap without subtracting one
     EXPECT_EQ(rectangle_distance(a.get(), c.get()), 5);  // dx 3, dy 4
     EXPECT_EQ(rectangle_distance(a.get(), nullptr), -1);

@@ -64,8 +64,7 @@ TEST(RLEImageModel, InitializeResizeAndFree)
     ASSERT_TRUE(img && img->lines.size() == 240u && img->lines[239] && !img->lines[239]->segs);
     std::vector<std::shared_ptr<segment>> pool{segment_new()};
     auto old_line = RLEimage_get_line(img, 3);
-    old_line->nb_segs = 1;
-    old_line->segs = &pool[0];
+    old_line->nb_segs = 1, old_line->segs = &pool[0];
     EXPECT_EQ(RLEimage_initialize(img, 100, 100), img);
     ASSERT_EQ(img->lines.size(), 100u);
     EXPECT_TRUE(RLEimage_get_line(img, 3) != old_line && RLEimage_get_line(img, 3)->nb_segs == 0);  // all fresh

@@ -37,7 +37,7 @@ TEST(RunExtraction, RowSamplingBackFillsAndSkipsOddRowsWhileSparse)
 {
     // Rows 1-3 hold a blob; the dot on row 5 lies on a row sparse mode skips.
     auto m = mask_from({"..........", "...##.....", "...##.....", "...##.....", "..........", ".#........"});
-    auto sampled = segmenter_for(m, 1, 2);  // owns the blobs below
+    auto sampled = segmenter_for(m, 1, 2);
     auto found = blobs(m, sampled);
     ASSERT_EQ(found.size(), 1u);
     EXPECT_EQ(vals(found[0]->npix, found[0]->bbox.ymin, found[0]->bbox.ymax), vals(6, 1, 3));  // row 1 back-filled
@@ -76,8 +76,7 @@ TEST(RegionsToBlobs, SizeFiltersAndBoxAreaStatistics)
     EXPECT_EQ(vals(s->nb_blobs_cur, s->blob_area_cur), vals(2, 6 * 2 + 3 * 1));  // box areas, not pixels
     s->min_blob_side = 2;                                                        // the 3x1 blob has height 1
     EXPECT_EQ(blobs(m, s).size(), 1u);
-    s->min_blob_side = 0;
-    s->min_blob_pixels = 4;
+    s->min_blob_side = 0, s->min_blob_pixels = 4;
     EXPECT_EQ(blobs(m, s).size(), 1u);
 }
 
@@ -99,9 +98,9 @@ TEST(RegionsToBlobs, PoolTrimmingBoundaryAndTrimmedBlobsComeBackNew)
         ASSERT_EQ(again.size(), static_cast<size_t>(c.pool));
         for (int i = 0; i < c.pool; ++i) {
             const bool kept = i < c.expect_after;  // a kept blob keeps what the host wrote
-            ASSERT_EQ(again[i]->info[0], (kept ? 'x' : 0)) << i;
-            ASSERT_EQ(again[i]->measures[3], (kept ? 5 : 0)) << i;
-            ASSERT_EQ(again[i]->fathers[4999], (kept ? 7 : 0)) << i;
+            ASSERT_EQ(vals(again[i]->info[0], again[i]->measures[3], again[i]->fathers[4999]),
+                      vals(kept ? 'x' : '\0', kept ? 5.0 : 0.0, kept ? 7 : 0))
+                << i;
         }
     }
 }
@@ -164,11 +163,8 @@ TEST(SubregionMeasures, SumsAndLimits)
     const int id = RLEsegm_segmentKAP(m, s)->fathers[0];
     double sx = -1, sy = -1;
     EXPECT_EQ(subregion_get_sumxsumy(id, 4, 0, 6, 4, &sx, &sy, s), 3);
-    EXPECT_EQ(sx, 15.0);
-    EXPECT_EQ(sy, 6.0);
-    EXPECT_EQ(subregion_get_sumx(id, 4, 0, 6, 4, s), 15.0);
-    EXPECT_EQ(subregion_get_sumy(id, 4, 0, 6, 4, s), 6.0);
-    EXPECT_EQ(subregion_get_sumxsumy(id, 0, 4, 9, 0, &sx, &sy, s), 0);
+    EXPECT_EQ(vals(sx, sy), vals(15.0, 6.0));
+    EXPECT_EQ(subregion_get_sumxsumy(id, 0, 4, 9, 0, &sx, &sy, s), 0);  // inverted
     EXPECT_EQ(sx, 0.0);
 
     // The run ends exactly at x1 = 8: counted by the sums and the vertical
@@ -205,6 +201,9 @@ TEST(SegmenterRefusals, UnsafeInputGivesAnEmptyListAndOneLine)
     expect_refused(m, "column step 0");
     RLEsegm_set_steps(s, 1, 1);
     EXPECT_TRUE(RLEsegm_segmentKAP(m, s));  // and the segmenter still works
+    const std::shared_ptr<RLEblob> head = RLEsegm_segmentKAP(cv::Mat(2, 4, CV_8SC1, cv::Scalar(-5)), s);
+    ASSERT_EQ(count_blobs(head), 1) << "signed bytes, negative ones foreground too";
+    EXPECT_EQ(head->npix, 8);
     RLEsegm_free_private(s);
     expect_refused(m, "not initialised");
 }

@@ -1,8 +1,5 @@
-// What keeps a segmenter safe over months on a camera: observers that change
-// the segmenter while it works, the run-length image outliving its runs,
-// pools re-initialised under the image, null segmenters, the memory ceiling,
-// the counted pool-full notice, and resident memory after a burst of tall and
-// crowded frames.
+// What keeps a segmenter safe over months on a camera: meddling observers,
+// held images, null segmenters, the memory ceiling, resident memory.
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <unistd.h>
@@ -89,7 +86,7 @@ TEST(SegmenterObservers, WhatAnObserverChangesIsCheckedBeforeAnyRowIsRead)
     EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(m, s)), 2);
 }
 
-TEST(RunLengthImageLifetime, AHeldImageNeverPointsIntoReleasedRuns)
+TEST(RunLengthImageLifetime, AHeldImageNeverPointsIntoReleasedRunsNorPoolsReinitialisedUnderIt)
 {
     const cv::Mat m = two_squares();
     std::shared_ptr<RLEimage> held;
@@ -115,10 +112,7 @@ TEST(RunLengthImageLifetime, AHeldImageNeverPointsIntoReleasedRuns)
     ASSERT_NE(img, nullptr);
     EXPECT_EQ(cv::countNonZero(cv::Mat(img->height, img->width, CV_8UC3, img->data).reshape(1)), 0);
     destroy_image(img);
-}
 
-TEST(RunLengthImageLifetime, PoolsReinitialisedUnderTheImageAndRowsOutsideIt)
-{
     // Many runs, then a smaller segment pool, then a smaller region of interest.
     cv::Mat stripes(200, 400, CV_8UC1, cv::Scalar(0));
     for (int x = 0; x < stripes.cols; x += 2) stripes.col(x).setTo(255);
@@ -145,44 +139,37 @@ TEST(SegmenterRefusals, NullSegmenterIsRefusedWithOneLineEach)
     EXPECT_TRUE(RLEsegm_reg_pool_init(5, none).empty());
     EXPECT_TRUE(RLEsegm_seg_pool_init(5, none).empty());
     EXPECT_EQ(RLEsegm_segmentKAP(two_squares(), none), nullptr);
-    RLEsegm_reset(none);
-    RLEsegm_free_private(none);
+    for (auto f : {RLEsegm_reset, RLEsegm_free_private, RLEsegm_increase_blobs_number, RLEsegm_decrease_blobs_number,
+                   RLEreset_blob_idents})
+        f(none);
     RLEsegm_set_steps(none, 1, 1);
     EXPECT_EQ(RLEsegm_get_rle_img(none), nullptr);
     RLEsegm_set_ROI(0, 0, 1, 1, none);
     EXPECT_EQ(RLEsegm_get_blobs_number(none), -1);
-    RLEsegm_increase_blobs_number(none);
-    RLEsegm_decrease_blobs_number(none);
-    RLEreset_blob_idents(none);
     set_segs_in_regsKAP(none, 10);
     EXPECT_EQ(RLEsegm_regions2blobsKAP(0, 0, none), nullptr);
     EXPECT_EQ(RLEsegm_get_new_blob(none), nullptr);
-    RLEsegm_blob_list_append(blob_new(), none);
-    RLEsegm_blob_list_append_to_head(blob_new(), none);
-    RLEsegm_blob_list_remove_blob(blob_new(), none);
+    for (auto f : {RLEsegm_blob_list_append, RLEsegm_blob_list_append_to_head, RLEsegm_blob_list_remove_blob})
+        f(blob_new(), none);
     EXPECT_EQ(RLEsegm_get_region(0, none), nullptr);
     double sx = 7, sy = 7;
     int lo = 0, hi = 0;
     EXPECT_EQ(subregion_get_sumxsumy(0, 0, 0, 9, 9, &sx, &sy, none), 0);
     EXPECT_EQ(vals(sx, sy), vals(0.0, 0.0));
     EXPECT_EQ(subregion_get_sumx(0, 0, 0, 9, 9, none) + subregion_get_sumy(0, 0, 0, 9, 9, none), 0.0);
-    EXPECT_EQ(subregion_get_xlimit(0, 0, 0, 9, 9, &lo, &hi, none), -1);
-    EXPECT_EQ(subregion_get_ylimit(0, 0, 0, 9, 9, &lo, &hi, none), -1);
+    for (auto f : {subregion_get_xlimit, subregion_get_ylimit}) EXPECT_EQ(f(0, 0, 0, 9, 9, &lo, &hi, none), -1);
     EXPECT_EQ(out.lines(), 25);
     EXPECT_NE(out.text.find("RLEsegm_reset(): null segmenter; nothing done\n"), std::string::npos);
 }
 
 TEST(SegmenterLimits, MemoryCeilingRefusesTheFrameAndKeepsThePools)
 {
-    cv::Mat board(512, 512, CV_8UC1);
-    for (int y = 0; y < board.rows; ++y)
-        for (int x = 0; x < board.cols; ++x) board.at<uint8_t>(y, x) = (x + y) % 2 ? 255 : 0;
+    const cv::Mat board = cv::repeat(cv::Mat((cv::Mat_<uchar>(2, 2) << 0, 255, 255, 0)), 256, 256);
     auto s = segmenter_for(board);
     RLEsegm_set_memory_ceiling(s, 64u << 20);
     EXPECT_EQ(RLEsegm_get_memory_ceiling(s), 64u << 20);
-    const cv::Mat small = two_squares();
     cv::Mat ordinary(board.size(), CV_8UC1, cv::Scalar(0));
-    small.copyTo(ordinary(cv::Rect(0, 0, small.cols, small.rows)));
+    two_squares().copyTo(ordinary(cv::Rect(0, 0, 60, 40)));
     EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(ordinary, s)), 2);
     const size_t segs = s->seg_pool.size(), regs = s->reg_pool.size();
     {
@@ -206,25 +193,13 @@ TEST(SegmenterLimits, MemoryCeilingRefusesTheFrameAndKeepsThePools)
     EXPECT_EQ(RLEsegm_get_reused_blobs(s), 0);
 }
 
-TEST(SegmenterInput, SignedEightBitMasksAreReadAsBytes)
-{
-    const cv::Mat m = two_squares();
-    cv::Mat as_signed(m.size(), CV_8SC1, cv::Scalar(0));
-    as_signed.setTo(-5, m);  // negative bytes are foreground like any non-zero byte
-    auto s = segmenter_for(m);
-    const std::shared_ptr<RLEblob> head = RLEsegm_segmentKAP(as_signed, s);
-    ASSERT_EQ(count_blobs(head), 2);
-    EXPECT_EQ(head->npix + head->next->npix, 100 + 225);
-}
-
 TEST(Labelling, StartingAFrameSetsOnlyTheCurrentRow)
 {
     const cv::Mat m = two_squares();
     auto s = segmenter_for(m);
     s->RLEsegm_build_RLEimageKAP(m);
     std::shared_ptr<segment> marker;
-    s->i2r->prev_runs = &marker;
-    s->i2r->prev_count = 77;
+    s->i2r->prev_runs = &marker, s->i2r->prev_count = 77;
     img2regs_init(s->i2r, s);
     EXPECT_EQ(vals(s->i2r->prev_runs, s->i2r->prev_count, s->i2r->y, s->i2r->cur_count), vals(&marker, 77, 2, 1));
 }

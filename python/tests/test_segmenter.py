@@ -1,7 +1,7 @@
 """The segmenter over numpy masks: cv2's 4-connected components exactly,
 masks read in place, bad input refused with a named exception."""
 
-import threading
+from concurrent.futures import ThreadPoolExecutor
 
 import cv2
 import numpy as np
@@ -11,13 +11,9 @@ import nerva
 from conftest import blobby_mask
 
 
-def cv2_reference(mask):
-    n, labels, stats, centroids = cv2.connectedComponentsWithStats((mask != 0).astype(np.uint8), connectivity=4)
-    return labels, stats[1:], centroids[1:]
-
-
 def assert_like_cv2(seg, mask, blobs):
-    labels, stats, centroids = cv2_reference(mask)
+    _, labels, stats, centroids = cv2.connectedComponentsWithStats((mask != 0).astype(np.uint8), connectivity=4)
+    stats, centroids = stats[1:], centroids[1:]
     got_stats, got_centroids = blobs.as_cv2_stats()
     np.testing.assert_array_equal(got_stats, stats)
     np.testing.assert_allclose(got_centroids, centroids, rtol=1e-12)
@@ -45,18 +41,25 @@ def test_reads_strided_views_in_place(rng):
     assert_like_cv2(seg, every_other_row, seg.segment(every_other_row))
 
 
-def test_size_filter_and_label_numbering():
+def test_size_filter_label_numbering_and_owned_read_only_blobs():
     mask = np.zeros((30, 30), np.uint8)
     mask[2:4, 2:4] = 1      # 4 pixels: dropped
     mask[10:20, 5:9] = 1    # kept: blob 0
     mask[12:22, 20:25] = 1  # kept: blob 1
     seg = nerva.Segmenter(30, 30, min_pixels=5)
     blobs = seg.segment(mask)
-    assert [b.bbox for b in blobs] == [(5, 10, 8, 19), (20, 12, 24, 21)]
     labels = seg.labels()
     assert labels[3, 3] == 0 and labels[15, 6] == 1 and labels[15, 22] == 2
     seg.min_pixels, seg.min_side = 0, 4
     assert len(seg.segment(mask)) == 2  # the 2x2 square is below the side now
+    seg.segment(np.zeros_like(mask))  # the blobs of a frame are copies: unchanged
+    assert [b.bbox for b in blobs] == [(5, 10, 8, 19), (20, 12, 24, 21)] and blobs.npix.tolist() == [40, 50]
+    assert blobs.ident.tolist() == [0, 1] and blobs.center.tolist() == [[6, 14], [22, 16]]
+    with pytest.raises(ValueError):
+        blobs.bbox[0, 0] = 7
+    with pytest.raises(IndexError):
+        blobs[2]
+    assert blobs[-1].centroid == (22.0, 16.5)
 
 
 def test_runs_give_the_pixels_back(rng):
@@ -70,21 +73,6 @@ def test_runs_give_the_pixels_back(rng):
     for y, x0, x1 in runs:
         painted[y, x0:x1 + 1] = 255
     np.testing.assert_array_equal(painted, mask)
-
-
-def test_blobs_are_owned_read_only_copies():
-    mask = np.zeros((10, 10), np.uint8)
-    mask[2:5, 2:5] = 1
-    seg = nerva.Segmenter(10, 10)
-    first = seg.segment(mask)
-    seg.segment(np.zeros_like(mask))
-    assert first.bbox.tolist() == [[2, 2, 4, 4]] and first.npix.tolist() == [9]
-    assert first.ident.tolist() == [0] and first.center.tolist() == [[3, 3]]
-    with pytest.raises(ValueError):
-        first.bbox[0, 0] = 7
-    with pytest.raises(IndexError):
-        first[1]
-    assert first[-1].centroid == (3.0, 3.0)
 
 
 @pytest.mark.parametrize("bad,error", [
@@ -122,18 +110,13 @@ def test_bad_settings_are_refused(options):
 
 def test_four_threads_give_the_single_thread_results(rng):
     masks = [blobby_mask(rng, 240, 320) for _ in range(6)]
-    expected = [nerva.blobs(m).as_cv2_stats()[0] for m in masks]
-    results = {}
+    expected = [nerva.blobs(m).as_cv2_stats()[0] for m in masks] * 5
 
-    def work(k):
+    def work(_):
         seg = nerva.Segmenter(320, 240)
-        results[k] = [seg.segment(m).as_cv2_stats()[0] for _ in range(5) for m in masks]
+        return [seg.segment(m).as_cv2_stats()[0] for _ in range(5) for m in masks]
 
-    threads = [threading.Thread(target=work, args=(k,)) for k in range(4)]
-    for t in threads:
-        t.start()
-    for t in threads:
-        t.join()
-    for k in range(4):
-        for i, got in enumerate(results[k]):
-            np.testing.assert_array_equal(got, expected[i % len(masks)])
+    with ThreadPoolExecutor(4) as pool:
+        for results in pool.map(work, range(4)):
+            for got, want in zip(results, expected, strict=True):
+                np.testing.assert_array_equal(got, want)

@@ -1,6 +1,10 @@
 """blobs_in_video gives nerva-blobs' results frame for frame."""
 
+import contextlib
 import json
+import shutil
+import subprocess
+import time
 
 import cv2
 import numpy as np
@@ -47,12 +51,8 @@ def test_mask_sequences_match_the_program(nerva_blobs, tmp_path, rng):
                                                                             "--close", "3")
 
 
-def test_start_and_stop_keep_the_frame_numbers(video):
-    indices = [i for i, frame, _ in nerva.blobs_in_video(str(video), start=10, stop=14)]
-    assert indices == [10, 11, 12, 13]
-
-
-def test_unreadable_inputs_and_bad_options(tmp_path, video):
+def test_start_and_stop_and_unreadable_inputs_and_bad_options(tmp_path, video):
+    assert [i for i, frame, _ in nerva.blobs_in_video(str(video), start=10, stop=14)] == [10, 11, 12, 13]
     with pytest.raises(nerva.InputError, match="does not exist"):
         next(nerva.blobs_in_video(str(tmp_path / "missing.avi")))
     (tmp_path / "junk.avi").write_bytes(b"not a video at all" * 100)
@@ -69,6 +69,23 @@ def _free_port():
     with socket.socket() as s:
         s.bind(("127.0.0.1", 0))
         return s.getsockname()[1]
+
+
+@pytest.mark.skipif(shutil.which("ffmpeg") is None, reason="ffmpeg is not installed (scripts/setup.sh installs it)")
+def test_live_stream_gives_the_blobs_of_the_file_it_serves(tmp_path):
+    clip, url = tmp_path / "clip.ts", f"http://127.0.0.1:{_free_port()}/camera.ts"
+    ffmpeg = ["ffmpeg", "-nostdin", "-loglevel", "quiet", "-y"]
+    subprocess.run([*ffmpeg, "-f", "lavfi", "-i", "testsrc=size=160x120:rate=25", "-t", "1", "-c:v", "mpeg2video",
+                    "-g", "5", "-f", "mpegts", str(clip)], check=True)
+    with subprocess.Popen([*ffmpeg, "-re", "-i", str(clip), "-c", "copy", "-f", "mpegts", "-listen", "1", url]) as server:
+        live = []
+        for _ in range(50):  # the server needs a moment before it listens
+            with contextlib.suppress(nerva.InputError):
+                live = generator_lines(url, masks=True)
+                break
+            time.sleep(0.1)
+        server.kill()
+    assert len(live) > 0 and live == generator_lines(clip, masks=True)[:len(live)]
 
 
 def test_existing_names_are_files_and_dead_addresses_fail_by_name(tmp_path):

@@ -154,26 +154,26 @@ inline void store_edges(uint64_t edges, int x, int32_t* bounds, int32_t& k)
 // The maximal runs of non-zero bytes of [x, end), left to right, as
 // contiguous (first, last) pairs in `bounds`; returns how many. Runs are
 // found from the bit masks of 64-byte chunks (a boundary is a bit where the
-// mask changes), stored as store_edges does. Outside a run, an empty 256-byte
-// block is skipped with one test; a block with foreground is taken as four
-// chunks, with no test per chunk; the last partial chunk is read as the
-// row's last 64 bytes. `bounds` holds at least end - x + 6 entries.
+// mask changes), stored as store_edges does. Outside a run, background is
+// skipped up to the chunk of the next foreground byte (next_foreground); the
+// last partial chunk is read as the row's last 64 bytes. `bounds` holds at
+// least end - x + 6 entries.
 template <class Isa>
 inline int32_t find_runs(const uint8_t* row, int x, int end, int32_t* bounds)
 {
     const int first = x;
     int32_t k = 0;
-    auto chunk = [&](uint64_t fg, int at) {
-        store_edges(fg ^ ((fg << 1) | static_cast<uint64_t>(k & 1)), at, bounds, k);
-    };
-    while (x + 256 <= end) {
-        if (!(k & 1) && !Isa::any256(row + x)) {
-            x += 256;
-            continue;
+    while (x + 64 <= end) {
+        if (!(k & 1)) {
+            const int skipped = next_foreground<Isa>(row, x, end);
+            // Keep chunks on the same 64-byte grid as before the skip.
+            x += (skipped - x) & ~63;
+            if (x + 64 > end) break;
         }
-        for (int i = 0; i < 4; ++i, x += 64) chunk(Isa::bits64(row + x), x);
+        const uint64_t fg = Isa::bits64(row + x);
+        store_edges(fg ^ ((fg << 1) | static_cast<uint64_t>(k & 1)), x, bounds, k);
+        x += 64;
     }
-    for (; x + 64 <= end; x += 64) chunk(Isa::bits64(row + x), x);
     const int rest = end - x;
     if (rest > 0) {
         uint64_t fg = 0;

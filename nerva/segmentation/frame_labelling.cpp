@@ -36,6 +36,13 @@ public:
         const int32_t lines = segm.rle_img ? static_cast<int32_t>(segm.rle_img->lines.size()) : 0;
         first_row_ = segm.roi_ymin < 0 ? 0 : segm.roi_ymin;
         last_row_ = segm.roi_ymax < lines - 1 ? segm.roi_ymax : lines - 1;
+        bounds_ = segm.work->run_bounds.data();
+        pool_base_ = segm.seg_pool.data();
+        if (labels_.run_owner.size() < segm.seg_pool.size()) {
+            labels_.run_owner.resize(segm.seg_pool.size());
+            labels_.run_row.resize(segm.seg_pool.size());
+        }
+        owner_ = labels_.run_owner.data();
         regions_grew();
         const img2regs& state = *segm.i2r;
         y_ = state.y;
@@ -47,19 +54,11 @@ public:
         prev_idx_ = state.prev_idx;
     }
 
-    // Labels row y, just extracted, against the row above: img2regs_init on
-    // the first row of interest that holds a run, then one img2regs_exec
-    // step per row. Rows come in order, each once, every row of interest.
+    // Labels row y against the row above: img2regs_init on the first row of
+    // interest that holds a run, then one img2regs_exec step per row. Rows
+    // come in order, each once, every row of interest.
     void add_row(int32_t y)
     {
-        // Extraction may have moved the pools and the bounds since the last row.
-        bounds_ = segm_.work->run_bounds.data();
-        pool_base_ = segm_.seg_pool.data();
-        if (labels_.run_owner.size() < segm_.seg_pool.size()) {
-            labels_.run_owner.resize(segm_.seg_pool.size());
-            labels_.run_row.resize(segm_.seg_pool.size());
-        }
-        owner_ = labels_.run_owner.data();
         const RLEline& row = line(y);
         if (row.nb_segs > 0) {
             const ptrdiff_t begin = row.segs - pool_base_;
@@ -101,38 +100,20 @@ public:
         return true;
     }
 
-    // False when a pool region's ident is not its position: the engine must
-    // label this frame instead.
-    bool idents_are_positions() const
-    {
-        for (int32_t r = 0; r < segm_.nb_regs; ++r)
-            if (segm_.reg_pool[static_cast<size_t>(r)]->ident != r) return false;
-        return true;
-    }
-
-    // The frame's result into the records' fields and the img2regs record.
-    void write_back()
+    // The frame's result into the records' fields and the img2regs record;
+    // false, part-way through the regions, at the first pool region whose
+    // ident is not its position (merges compare idents): the engine must
+    // label this frame instead, and rewrites every record this wrote.
+    bool write_back()
     {
         const auto ref = [&](int32_t r) -> const std::shared_ptr<region>& {
             static const std::shared_ptr<region> no_region;
             return r == kNone ? no_region : segm_.reg_pool[static_cast<size_t>(r)];
         };
-        // One pass over the runs, the last of pass 2 with it: each run moves
-        // to its region's survivor, and its record takes bounds and owner.
-        const int32_t runs = segm_.nb_segs;
-        int32_t* const owner = owner_;
-        const int32_t* const absorber = absorber_;
-        for (int32_t k = 0; k < runs; ++k) {
-            int32_t reg = owner[k];
-            if (reg != kNone && absorber[reg] != kNone) owner[k] = reg = absorber[reg];
-            segment& seg = *pool_base_[k];
-            seg.x_start = bounds_[2 * k];
-            seg.x_end = bounds_[2 * k + 1];
-            set_link(seg.owner, ref(reg));
-        }
         const int32_t regions = segm_.nb_regs;
         for (int32_t r = 0; r < regions; ++r) {
             region& reg = *segm_.reg_pool[static_cast<size_t>(r)];
+            if (reg.ident != r) return false;
             const RegionStats& st = stats_[r];
             reg.seed_x = st.seed_x;
             reg.y_min = st.y_min;
@@ -148,10 +129,24 @@ public:
             set_link(reg.absorber, ref(absorber_[r]));
             set_link(reg.hole, ref(hole_[r]));
         }
+        // One pass over the runs, the last of pass 2 with it: each run moves
+        // to its region's survivor, and its record takes bounds and owner.
+        const int32_t runs = segm_.nb_segs;
+        int32_t* const owner = owner_;
+        const int32_t* const absorber = absorber_;
+        for (int32_t k = 0; k < runs; ++k) {
+            int32_t reg = owner[k];
+            if (reg != kNone && absorber[reg] != kNone) owner[k] = reg = absorber[reg];
+            segment& seg = *pool_base_[k];
+            seg.x_start = bounds_[2 * k];
+            seg.x_end = bounds_[2 * k + 1];
+            set_link(seg.owner, ref(reg));
+        }
         img2regs& state = *segm_.i2r;
         set_link(state.first, ref(regions > 0 ? 0 : kNone));
         set_link(state.last, ref(regions > 0 ? regions - 1 : kNone));
         write_cursor(state);
+        return true;
     }
 
     // The cursor alone (a frame without a run of interest).
@@ -460,14 +455,11 @@ bool conclude(MV_RLEsegm& segm, CompactSweep& sweep, int32_t regions_before)
         sweep.write_cursor(*segm.i2r);
         return false;
     }
-    if (!sweep.idents_are_positions()) {
-        segm.nb_regs = regions_before;
-        CompactSweep::write_runs(segm);
-        label_with_engine(segm);
-        return false;
-    }
-    sweep.write_back();
-    return true;
+    if (sweep.write_back()) return true;
+    segm.nb_regs = regions_before;
+    CompactSweep::write_runs(segm);
+    label_with_engine(segm);
+    return false;
 }
 
 }  // namespace
@@ -478,24 +470,6 @@ bool label_frame(MV_RLEsegm& segm)
     CompactSweep sweep(segm);
     for (int32_t y = segm.roi_ymin; y <= segm.roi_ymax; ++y) sweep.add_row(y);
     return conclude(segm, sweep, regions_before);
-}
-
-bool extract_and_label_frame(MV_RLEsegm& segm, const cv::Mat& mask)
-{
-    if (segm.step_y > 1) {
-        // Sparse rows are extracted out of order: label once they all are.
-        extract_frame(segm, mask, ExtractionMode::driver);
-        return segm.nb_segs > 0 && label_frame(segm);
-    }
-    // Each row is labelled as soon as it is extracted: the sweep's work runs
-    // while the next rows of the mask come in from memory.
-    const int32_t regions_before = segm.nb_regs;
-    CompactSweep sweep(segm);
-    for (int y = segm.roi_ymin; y <= segm.roi_ymax; ++y) {
-        extract_row(segm, y, mask, ExtractionMode::driver);
-        sweep.add_row(y);
-    }
-    return segm.nb_segs > 0 && conclude(segm, sweep, regions_before);
 }
 
 }  // namespace detail

@@ -434,9 +434,7 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr segmen
     RLEreset_blob_idents(segmenter);
     segmenter->work->reused_blobs = 0;
     if (!detail::notify_observers(*segmenter, mask, who) || exceeds_ceiling(*segmenter, mask, who)) return nullptr;
-    // Extraction with the sweep of img2regs_init, img2regs_exec over the rows
-    // of interest and img2regs_pass2, on plain indices.
-    const bool labelled = detail::extract_and_label_frame(*segmenter, mask);
+    detail::extract_frame(*segmenter, mask, detail::ExtractionMode::driver);
 
     if (segmenter->nb_segs == 0) {
         segmenter->nb_blobs_prev = segmenter->nb_blobs_cur;
@@ -446,7 +444,9 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr segmen
         return nullptr;
     }
 
-    if (labelled) detail::fill_region_lines(*segmenter, mask.rows);
+    // The sweep of img2regs_init, img2regs_exec over the rows of interest
+    // and img2regs_pass2, on compact arrays.
+    if (detail::label_frame(*segmenter)) detail::fill_region_lines(*segmenter, mask.rows);
     else set_segs_in_regsKAP(segmenter, mask.rows);
     std::shared_ptr<RLEblob> head = RLEsegm_regions2blobsKAP(min_side, min_pixels, segmenter);
 

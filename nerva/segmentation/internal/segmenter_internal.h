@@ -147,11 +147,6 @@ std::vector<RowRunsKernel> row_runs_kernels();
 // fill_region_lines reads).
 bool label_frame(MV_RLEsegm& segm);
 
-// extract_frame in driver mode, then label_frame, as the driver runs them:
-// with a row step of 1 each row is labelled right after its extraction.
-// False, with nothing labelled, when the frame holds no run.
-bool extract_and_label_frame(MV_RLEsegm& segm, const cv::Mat& mask);
-
 // set_segs_in_regsKAP(segm, nrows) for a frame label_frame has just labelled
 // and returned true for, counting the rows of interest from its run owners.
 void fill_region_lines(MV_RLEsegm& segm, int nrows);

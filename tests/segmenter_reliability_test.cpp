@@ -272,17 +272,6 @@ TEST(SegmenterSoak, ResidentMemoryReturnsAfterABurstOfTallAndManyRegions)
     ASSERT_GT(before, 0);
     // Without trimming, 1350 regions would keep 1000-row indexes (about 23 MB).
     EXPECT_LT(after - before, 8L << 20) << "before " << before << " after " << after;
-
-    // A repeated frame keeps every row index where it is (the first repeat
-    // may still trim what the frame before left).
-    ordinary_frame(m, rng);
-    RLEsegm_segmentKAP(m, s);
-    RLEsegm_segmentKAP(m, s);
-    std::vector<const void*> places;
-    for (int i = 0; i < s->nb_regs; ++i) places.push_back(s->reg_pool[static_cast<size_t>(i)]->reg_lines.data());
-    RLEsegm_segmentKAP(m, s);
-    for (int i = 0; i < s->nb_regs; ++i)
-        EXPECT_EQ(places[static_cast<size_t>(i)], s->reg_pool[static_cast<size_t>(i)]->reg_lines.data());
 }
 
 // A stream alternating a crowded frame of tall blobs with a lighter one of

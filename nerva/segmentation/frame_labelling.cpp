@@ -29,9 +29,10 @@ constexpr int32_t kNone = -1;
 // The sweep over run numbers. A row is the run numbers [begin, begin+count)
 // of the pool; `slot` numbers stand for the engine's cursor slots (-1: the
 // img2regs record's own cur_seg / prev_seg, not moved yet).
-class CompactSweep {
+class CompactSweep : RowCursor {
 public:
-    explicit CompactSweep(MV_RLEsegm& segm) : segm_(segm), labels_(segm.work->labels)
+    explicit CompactSweep(MV_RLEsegm& segm)
+        : RowCursor(RowCursor::of(*segm.i2r)), segm_(segm), labels_(segm.work->labels)
     {
         const int32_t lines = segm.rle_img ? static_cast<int32_t>(segm.rle_img->lines.size()) : 0;
         first_row_ = segm.roi_ymin < 0 ? 0 : segm.roi_ymin;
@@ -44,56 +45,48 @@ public:
         }
         owner_ = labels_.run_owner.data();
         regions_grew();
-        const img2regs& state = *segm.i2r;
-        y_ = state.y;
-        cur_runs_ = state.cur_runs;
-        prev_runs_ = state.prev_runs;
-        cur_count_ = state.cur_count;
-        prev_count_ = state.prev_count;
-        cur_idx_ = state.cur_idx;
-        prev_idx_ = state.prev_idx;
     }
 
-    // Labels row y against the row above: img2regs_init on the first row of
+    // Labels row row_y against the row above: img2regs_init on the first row of
     // interest that holds a run, then one img2regs_exec step per row. Rows
     // come in order, each once, every row of interest.
-    void add_row(int32_t y)
+    void add_row(int32_t row_y)
     {
-        const RLEline& row = line(y);
+        const RLEline& row = line(row_y);
         if (row.nb_segs > 0) {
             const ptrdiff_t begin = row.segs - pool_base_;
             std::fill_n(owner_ + begin, row.nb_segs, kNone);
-            std::fill_n(labels_.run_row.data() + begin, row.nb_segs, y);
+            std::fill_n(labels_.run_row.data() + begin, row.nb_segs, row_y);
         }
-        if (y < first_row_ || y > last_row_) return;
-        y_ = y;
+        if (row_y < first_row_ || row_y > last_row_) return;
+        y = row_y;
         if (!started_) {
             if (row.nb_segs <= 0) return;
             started_ = true;
-            load_row(y);
-            for (int32_t k = 0; k < cur_count_; ++k) new_region(cur_begin_ + k, y);
-            cur_idx_ = cur_count_;
+            load_row(row_y);
+            for (int32_t k = 0; k < cur_count; ++k) new_region(cur_begin_ + k, row_y);
+            cur_idx = cur_count;
         }
-        load_row(y);
-        self_pair_ = prev_runs_ == cur_runs_ && prev_count_ == cur_count_;
-        if (prev_count_ == 0 && cur_count_ > 0)
-            for (int32_t k = 0; k < cur_count_; ++k) new_region(cur_begin_ + k, y);
+        load_row(row_y);
+        self_pair_ = prev_runs == cur_runs && prev_count == cur_count;
+        if (prev_count == 0 && cur_count > 0)
+            for (int32_t k = 0; k < cur_count; ++k) new_region(cur_begin_ + k, row_y);
         // img2regs_initstep: both cursors on their row's first run.
-        cur_idx_ = 0;
-        prev_idx_ = 0;
-        if (prev_count_ > 0) prev_slot_ = prev_begin_;
-        if (cur_count_ > 0) cur_slot_ = cur_begin_;
-        if (cur_count_ != 0 && prev_count_ != 0) pair_rows();
+        cur_idx = 0;
+        prev_idx = 0;
+        if (prev_count > 0) prev_slot_ = prev_begin_;
+        if (cur_count > 0) cur_slot_ = cur_begin_;
+        if (cur_count != 0 && prev_count != 0) pair_rows();
     }
 
     // After the last row: img2regs_pass2; false when no row of interest held
     // a run.
     bool finish()
     {
-        y_ = last_row_ + 1 > first_row_ ? last_row_ + 1 : first_row_;
+        y = last_row_ + 1 > first_row_ ? last_row_ + 1 : first_row_;
         if (!started_) {
-            cur_runs_ = nullptr;
-            cur_count_ = 0;
+            cur_runs = nullptr;
+            cur_count = 0;
             return false;
         }
         pass2();
@@ -152,13 +145,7 @@ public:
     // The cursor alone (a frame without a run of interest).
     void write_cursor(img2regs& state) const
     {
-        state.y = y_;
-        state.cur_runs = cur_runs_;
-        state.prev_runs = prev_runs_;
-        state.cur_count = cur_count_;
-        state.prev_count = prev_count_;
-        state.cur_idx = cur_idx_;
-        state.prev_idx = prev_idx_;
+        write_into(state);
         if (cur_slot_ >= 0) state.cur_seg = pool_base_[cur_slot_];
         if (prev_slot_ >= 0) state.prev_seg = pool_base_[prev_slot_];
     }
@@ -193,14 +180,14 @@ private:
     void load_row(int32_t row)
     {
         const RLEline& l = line(row);
-        prev_runs_ = cur_runs_;
-        prev_count_ = cur_count_;
+        prev_runs = cur_runs;
+        prev_count = cur_count;
         prev_begin_ = cur_begin_;
-        cur_runs_ = l.segs;
-        cur_count_ = l.nb_segs;
+        cur_runs = l.segs;
+        cur_count = l.nb_segs;
         // Only a row with runs is read through its number: an empty row's
         // pointer may be stale.
-        if (cur_count_ > 0) cur_begin_ = static_cast<int32_t>(l.segs - pool_base_);
+        if (cur_count > 0) cur_begin_ = static_cast<int32_t>(l.segs - pool_base_);
     }
 
     // img2regs_iter. The cursor lives in locals while a row pair is swept:
@@ -210,12 +197,12 @@ private:
     {
         const int32_t* const b = bounds_;
         int32_t* const owner = owner_;
-        const int32_t pb = prev_begin_, cb = cur_begin_, pn = prev_count_, cn = cur_count_, y = y_;
-        int32_t pi = prev_idx_, ci = cur_idx_, pslot = prev_slot_, cslot = cur_slot_;
+        const int32_t pb = prev_begin_, cb = cur_begin_, pn = prev_count, cn = cur_count, row_y = y;
+        int32_t pi = prev_idx, ci = cur_idx, pslot = prev_slot_, cslot = cur_slot_;
         while (ci < cn) {
             if (pi == pn) {  // every run left without a region opens one
                 for (int32_t k = cb + ci; k < cb + cn; ++k)
-                    if (owner[k] == kNone) new_region(k, y);
+                    if (owner[k] == kNone) new_region(k, row_y);
                 break;
             }
             const int32_t p = pb + pi, c = cb + ci;
@@ -225,31 +212,31 @@ private:
             } else if (b[2 * c + 1] < b[2 * p]) {
                 leave_prev = false;
             } else {
-                fusion(p, c, pi, ci, y);
+                fusion(p, c, pi, ci, row_y);
                 leave_prev = b[2 * p + 1] < b[2 * c + 1];
             }
             if (leave_prev) {  // img2regs_avanp: the run left takes its survivor as owner
                 if (owner[p] != kNone) owner[p] = find(owner[p]);
                 if (++pi < pn) pslot = pb + pi;
             } else {  // img2regs_avanc: the run left without a region starts one
-                if (owner[c] == kNone) new_region(c, y);
+                if (owner[c] == kNone) new_region(c, row_y);
                 if (++ci < cn) cslot = cb + ci;
             }
         }
-        prev_idx_ = pi;
-        cur_idx_ = ci;
+        prev_idx = pi;
+        cur_idx = ci;
         prev_slot_ = pslot;
         cur_slot_ = cslot;
     }
 
     // img2regs_fusion: run c (index ci of the current row) shares a column
     // with run p (index pi of the previous row).
-    void fusion(int32_t p, int32_t c, int32_t pi, int32_t ci, int32_t y)
+    void fusion(int32_t p, int32_t c, int32_t pi, int32_t ci, int32_t row_y)
     {
         const int32_t rc = find(owner_[c]);
         const int32_t rp = find(owner_[p]);
         if (rc == kNone) {
-            region_add_run(stats_[rp], bounds_[2 * c], bounds_[2 * c + 1], y);
+            region_add_run(stats_[rp], bounds_[2 * c], bounds_[2 * c + 1], row_y);
             owner_[c] = rp;
         } else if (rc != rp) {
             const int32_t survivor = rc < rp ? rc : rp;
@@ -269,22 +256,22 @@ private:
     // img2regs_replace (the first row paired with itself only).
     void replace(int32_t old_reg, int32_t new_reg, int32_t pi, int32_t ci)
     {
-        const int32_t cur_end = ci < cur_count_ - 1 ? ci : cur_count_ - 1;
+        const int32_t cur_end = ci < cur_count - 1 ? ci : cur_count - 1;
         for (int32_t k = 0; k <= cur_end; ++k)
             if (owner_[cur_begin_ + k] == old_reg) owner_[cur_begin_ + k] = new_reg;
-        for (int32_t k = pi < 0 ? 0 : pi; k < prev_count_; ++k)
+        for (int32_t k = pi < 0 ? 0 : pi; k < prev_count; ++k)
             if (owner_[prev_begin_ + k] == old_reg) owner_[prev_begin_ + k] = new_reg;
     }
 
-    // img2regs_new_region for run `run` on row y.
-    void new_region(int32_t run, int32_t y)
+    // img2regs_new_region for run `run` on row row_y.
+    void new_region(int32_t run, int32_t row_y)
     {
         if (static_cast<size_t>(segm_.nb_regs) >= segm_.reg_pool.size()) {
             grow_region_pool(segm_);
             regions_grew();
         }
         const int32_t reg = segm_.nb_regs++;
-        region_init_stats(stats_[reg], bounds_[2 * run], bounds_[2 * run + 1], y);
+        region_init_stats(stats_[reg], bounds_[2 * run], bounds_[2 * run + 1], row_y);
         absorber_[reg] = kNone;
         hole_[reg] = kNone;
         owner_[run] = reg;
@@ -338,13 +325,8 @@ private:
     int32_t* hole_ = nullptr;
     RegionStats* stats_ = nullptr;
 
-    // The engine's cursor, with rows also as run numbers.
-    int32_t y_ = 0;
-    RunSlot* cur_runs_ = nullptr;
-    RunSlot* prev_runs_ = nullptr;
-    int32_t cur_count_ = 0, prev_count_ = 0;
+    // The engine's cursor (RowCursor), with rows also as run numbers.
     int32_t cur_begin_ = 0, prev_begin_ = 0;
-    int32_t cur_idx_ = -1, prev_idx_ = -1;
     int32_t cur_slot_ = -1, prev_slot_ = -1;
     bool self_pair_ = false;
 };

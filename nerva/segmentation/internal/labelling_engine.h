@@ -67,30 +67,48 @@ namespace detail {
 
 using RunSlot = std::shared_ptr<segment>;
 
+// The img2regs record's row cursor as plain values, so that walking the runs
+// costs no reference-count update: copied out before a sweep, back after it.
+struct RowCursor {
+    int32_t y;
+    RunSlot* cur_runs;
+    RunSlot* prev_runs;
+    int32_t cur_count, prev_count;
+    int32_t cur_idx, prev_idx;
+
+    static RowCursor of(const img2regs& s)
+    {
+        return {s.y, s.cur_runs, s.prev_runs, s.cur_count, s.prev_count, s.cur_idx, s.prev_idx};
+    }
+    void write_into(img2regs& s) const
+    {
+        s.y = y;
+        s.cur_runs = cur_runs;
+        s.prev_runs = prev_runs;
+        s.cur_count = cur_count;
+        s.prev_count = prev_count;
+        s.cur_idx = cur_idx;
+        s.prev_idx = prev_idx;
+    }
+};
+
 template <class Owners>
-class LabellingEngine {
+class LabellingEngine : RowCursor {
 public:
     using handle = typename Owners::handle;
 
     // `segm` may be null for the steps that take no pool region (advancing in
     // the previous row, fusion, replace).
     LabellingEngine(img2regs& state, MV_RLEsegm* segm, Owners owners)
-        : store(owners), segm_(segm), state_(state), y(state.y), cur_runs(state.cur_runs), prev_runs(state.prev_runs),
-          cur_count(state.cur_count), prev_count(state.prev_count), cur_idx(state.cur_idx), prev_idx(state.prev_idx),
-          cur(state.cur_seg.get()), prev(state.prev_seg.get()), cur_slot(&state.cur_seg), prev_slot(&state.prev_seg)
+        : RowCursor(RowCursor::of(state)), store(owners), segm_(segm), state_(state), cur(state.cur_seg.get()),
+          prev(state.prev_seg.get()), cur_slot(&state.cur_seg), prev_slot(&state.prev_seg)
     {}
 
     // Writes the cursor back into the img2regs record; the two run references
     // only where they moved.
     void store_cursor()
     {
-        state_.y = y;
-        state_.cur_runs = cur_runs;
-        state_.prev_runs = prev_runs;
-        state_.cur_count = cur_count;
-        state_.prev_count = prev_count;
-        state_.cur_idx = cur_idx;
-        state_.prev_idx = prev_idx;
+        write_into(state_);
         if (cur_slot != &state_.cur_seg) state_.cur_seg = *cur_slot;
         if (prev_slot != &state_.prev_seg) state_.prev_seg = *prev_slot;
         cur_slot = &state_.cur_seg;
@@ -356,13 +374,6 @@ private:
     MV_RLEsegm* segm_;  // the run-length image and the pools
     img2regs& state_;
 
-    // The cursor: a copy of the img2regs fields in plain pointers, so that
-    // walking the runs costs no reference-count update.
-    int32_t y;
-    RunSlot* cur_runs;
-    RunSlot* prev_runs;
-    int32_t cur_count, prev_count;
-    int32_t cur_idx, prev_idx;
     bool self_pair_ = false;  // the first non-empty row, paired with itself
     // The runs under the cursors, and the slots their shared pointers live in
     // (the record's own cur_seg and prev_seg until the cursor moves).

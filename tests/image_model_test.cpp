@@ -117,13 +117,6 @@ TEST(ImageOrigins, RectanglesClipToTheSizeAndAddressThroughTheOrigins)
     ASSERT_EQ(grey_thresholding(src, 25, &first_two, mask), 0);  // src indices 2, 3 into mask 0, 1
     EXPECT_EQ(bytes(mask, 4), (bytes_t{255, 255, 7, 7}));
 
-    // A difference with one image moved: each is read at its own index of the same frame pixel.
-    image* a = keep.make(GREY_IMG, 4, 1, {0, 0, 0, 0});
-    a->x_origin = 2;
-    image* out = keep.make(GREY_IMG, 4, 1, bytes_t(4, 7));
-    ASSERT_EQ(abs_difference(a, keep.make(GREY_IMG, 4, 1, {1, 2, 3, 4}), &all, out), 0);
-    EXPECT_EQ(bytes(out, 4), (bytes_t{7, 7, 3, 4}));  // columns 2, 3: indices 0, 1 of a, 2, 3 of b and out
-
     // The grey conversion is made with origins 0: a moved source lands shifted.
     image* real = keep.make(FLOAT_IMG, 3, 1);
     put_all<float>(real, {1.0f, 2.0f, 3.0f});

@@ -74,16 +74,12 @@ TEST(SegmenterObservers, WhatAnObserverChangesIsCheckedBeforeAnyRowIsRead)
               std::make_pair(2, std::string("RLEsegm_segmentKAP(): called from an observer's notify during a "
                                             "frame; nothing segmented\n")));
     EXPECT_EQ(inner, nullptr);
-    // Moved outside the frame, or freed: refused after notification, one line.
+    // Moved outside the frame: refused after notification, in one line (the
+    // fuzzer holds the other changes an observer may make).
     auto [blobs, text] = frame_with([&] { RLEsegm_set_ROI(0, 0, 500, 500, s); });
-    EXPECT_EQ(vals(blobs, text.rfind("RLEsegm_segmentKAP(): region of interest x 0..500", 0)), vals(0, size_t{0}));
+    EXPECT_EQ(vals(blobs, text.rfind("RLEsegm_segmentKAP(): region of interest x 0..500", 0), text.back()),
+              vals(0, size_t{0}, '\n'));
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
-    RLEsegm_set_ROI(0, 0, m.cols - 1, m.rows - 1, s);
-    std::tie(blobs, text) = frame_with([&] { RLEsegm_free_private(s); });
-    EXPECT_EQ(vals(blobs, text.find("segmenter not initialised") != std::string::npos), vals(0, true)) << text;
-    mover.action = nullptr;
-    RLEsegm_init_privateKAP(s, 0, m.cols - 1, 0, m.rows - 1, m.cols, m.rows);
-    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(m, s)), 2);
 }
 
 TEST(RunLengthImageLifetime, AHeldImageNeverPointsIntoReleasedRunsNorPoolsReinitialisedUnderIt)
@@ -120,8 +116,6 @@ TEST(RunLengthImageLifetime, AHeldImageNeverPointsIntoReleasedRunsNorPoolsReinit
     RLEsegm_segmentKAP(stripes, s);
     RLEsegm_seg_pool_init(1000, s);
     for (const auto& line : s->rle_img->lines) EXPECT_EQ(line->nb_segs, 0);
-    RLEsegm_set_ROI(0, 0, 9, 9, s);
-    EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(stripes, s)), 5);
 
     CapturedMessages out;
     s->RLEsegm_build_RLElineKAP(50, two_squares());  // 40 rows in the mask
@@ -136,22 +130,18 @@ TEST(SegmenterRefusals, NullSegmenterIsRefusedWithOneLineEach)
     segm_ptr none;
     CapturedMessages out;
     RLEsegm_init_privateKAP(none, 0, 9, 0, 9, 10, 10);
-    EXPECT_TRUE(RLEsegm_reg_pool_init(5, none).empty());
-    EXPECT_TRUE(RLEsegm_seg_pool_init(5, none).empty());
-    EXPECT_EQ(RLEsegm_segmentKAP(two_squares(), none), nullptr);
+    EXPECT_TRUE(RLEsegm_reg_pool_init(5, none).empty() && RLEsegm_seg_pool_init(5, none).empty());
     for (auto f : {RLEsegm_reset, RLEsegm_free_private, RLEsegm_increase_blobs_number, RLEsegm_decrease_blobs_number,
                    RLEreset_blob_idents})
         f(none);
     RLEsegm_set_steps(none, 1, 1);
-    EXPECT_EQ(RLEsegm_get_rle_img(none), nullptr);
     RLEsegm_set_ROI(0, 0, 1, 1, none);
-    EXPECT_EQ(RLEsegm_get_blobs_number(none), -1);
     set_segs_in_regsKAP(none, 10);
-    EXPECT_EQ(RLEsegm_regions2blobsKAP(0, 0, none), nullptr);
-    EXPECT_EQ(RLEsegm_get_new_blob(none), nullptr);
     for (auto f : {RLEsegm_blob_list_append, RLEsegm_blob_list_append_to_head, RLEsegm_blob_list_remove_blob})
         f(blob_new(), none);
-    EXPECT_EQ(RLEsegm_get_region(0, none), nullptr);
+    EXPECT_FALSE(RLEsegm_segmentKAP(two_squares(), none) || RLEsegm_get_rle_img(none) ||
+                 RLEsegm_regions2blobsKAP(0, 0, none) || RLEsegm_get_new_blob(none) || RLEsegm_get_region(0, none));
+    EXPECT_EQ(RLEsegm_get_blobs_number(none), -1);
     double sx = 7, sy = 7;
     int lo = 0, hi = 0;
     EXPECT_EQ(subregion_get_sumxsumy(0, 0, 0, 9, 9, &sx, &sy, none), 0);

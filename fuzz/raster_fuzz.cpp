@@ -235,16 +235,11 @@ struct any_rle {
     explicit any_rle(FuzzedDataProvider& in)
     {
         // Negative, past the image record's 2^32 - 1 pixels (no render can be made), or small.
+        static const std::pair<int32_t, int32_t> odd_sizes[] = {{INT32_MIN, 2}, {-1, 0},          {0, INT32_MIN},
+                                                                {3, -1},        {100000, 100000}, {INT32_MAX, 3},
+                                                                {65536, 65536}, {3, INT32_MAX}};
         std::pair<int32_t, int32_t> size{in.ConsumeIntegralInRange(0, 40), in.ConsumeIntegralInRange(0, 10)};
-        if (in.ConsumeIntegralInRange(0, 1) == 0)
-            size = in.PickValueInArray<std::pair<int32_t, int32_t>>({{INT32_MIN, 2},
-                                                                     {-1, 0},
-                                                                     {0, INT32_MIN},
-                                                                     {3, -1},
-                                                                     {100000, 100000},
-                                                                     {INT32_MAX, 3},
-                                                                     {65536, 65536},
-                                                                     {3, INT32_MAX}});
+        if (in.ConsumeBool()) size = in.PickValueInArray(odd_sizes);
         std::tie(rle->width, rle->height) = size;
         const int lines = in.ConsumeIntegralInRange(0, 10);
         rle->lines.resize(static_cast<size_t>(lines));

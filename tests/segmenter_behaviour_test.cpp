@@ -37,8 +37,7 @@ TEST(RunExtraction, RowSamplingBackFillsAndSkipsOddRowsWhileSparse)
 {
     // Rows 1-3 hold a blob; the dot on row 5 lies on a row sparse mode skips.
     auto m = mask_from({"..........", "...##.....", "...##.....", "...##.....", "..........", ".#........"});
-    auto sampled = segmenter_for(m, 1, 2);
-    auto found = blobs(m, sampled);
+    auto found = blobs(m, segmenter_for(m, 1, 2));
     ASSERT_EQ(found.size(), 1u);
     EXPECT_EQ(vals(found[0]->npix, found[0]->bbox.ymin, found[0]->bbox.ymax), vals(6, 1, 3));  // row 1 back-filled
 
@@ -55,16 +54,14 @@ TEST(Labelling, UMergeSurvivorAndFirstRowSelfPairingHoles)
     auto s = segmenter_for(u);
     ASSERT_EQ(blobs(u, s).size(), 1u);
     auto left = RLEsegm_get_region(0, s), right = RLEsegm_get_region(1, s);
-    EXPECT_EQ(right->absorber, left);  // the lower ident survives
-    EXPECT_FALSE(left->absorber);
+    EXPECT_TRUE(right->absorber == left && !left->absorber);  // the lower ident survives
     for (int k = 0; k < s->nb_segs; ++k) EXPECT_EQ(s->seg_pool[k]->owner, left);
 
     // Three runs on the first non-empty row: the self-pairing counts a hole on
     // the regions of the first and second runs.
     ASSERT_EQ(blobs(mask_from({"..........", "#.#.#....."}), s).size(), 3u);
-    EXPECT_EQ(
-        vals(RLEsegm_get_region(0, s)->nholes, RLEsegm_get_region(1, s)->nholes, RLEsegm_get_region(2, s)->nholes),
-        vals(1, 1, 0));
+    const auto holes = [&](int i) { return RLEsegm_get_region(i, s)->nholes; };
+    EXPECT_EQ(vals(holes(0), holes(1), holes(2)), vals(1, 1, 0));
     EXPECT_EQ(RLEsegm_get_region(0, s)->hole, RLEsegm_get_region(1, s));
 }
 
@@ -83,25 +80,19 @@ TEST(RegionsToBlobs, SizeFiltersAndBoxAreaStatistics)
 // (created blobs, blobs used in the last frame) -> created blobs after the next reset
 TEST(RegionsToBlobs, PoolTrimmingBoundaryAndTrimmedBlobsComeBackNew)
 {
-    struct Case {
-        int pool, used, expect_after;
-    };
-    for (Case c : {Case{45, 30, 29}, Case{40, 30, 29}, Case{39, 30, 39}, Case{60, 20, 60}}) {
-        auto first = dots(c.pool);
+    for (auto [pool, used, after] : {std::tuple{45, 30, 29}, {40, 30, 29}, {39, 30, 39}, {60, 20, 60}}) {
+        auto first = dots(pool);
         auto s = segmenter_for(first);
         for (RLEblob* b : blobs(first, s)) b->info[0] = 'x', b->measures[3] = 5, b->fathers[4999] = 7;  // host data
-        RLEsegm_segmentKAP(dots(c.used, first.rows), s);
+        RLEsegm_segmentKAP(dots(used, first.rows), s);
         RLEsegm_reset(s);
-        EXPECT_EQ(s->nb_pool_blobs, c.expect_after) << c.pool << "/" << c.used;
-
+        EXPECT_EQ(s->nb_pool_blobs, after) << pool << "/" << used;
         auto again = blobs(first, s);
-        ASSERT_EQ(again.size(), static_cast<size_t>(c.pool));
-        for (int i = 0; i < c.pool; ++i) {
-            const bool kept = i < c.expect_after;  // a kept blob keeps what the host wrote
+        ASSERT_EQ(again.size(), static_cast<size_t>(pool));
+        for (int i = 0; i < pool; ++i)  // a kept blob keeps what the host wrote, a new one comes clean
             ASSERT_EQ(vals(again[i]->info[0], again[i]->measures[3], again[i]->fathers[4999]),
-                      vals(kept ? 'x' : '\0', kept ? 5.0 : 0.0, kept ? 7 : 0))
+                      i < after ? vals('x', 5.0, 7) : vals('\0', 0.0, 0))
                 << i;
-        }
     }
 }
 
@@ -150,11 +141,8 @@ TEST(SubregionMeasures, SumsAndLimits)
     auto s = segmenter_for(m);
     const int id = RLEsegm_segmentKAP(m, s)->fathers[0];
     double sx = -1, sy = -1;
-    EXPECT_EQ(subregion_get_sumxsumy(id, 4, 0, 6, 4, &sx, &sy, s), 3);
-    EXPECT_EQ(vals(sx, sy), vals(15.0, 6.0));
-    EXPECT_EQ(subregion_get_sumxsumy(id, 0, 4, 9, 0, &sx, &sy, s), 0);  // inverted
-    EXPECT_EQ(sx, 0.0);
-
+    EXPECT_TRUE(subregion_get_sumxsumy(id, 4, 0, 6, 4, &sx, &sy, s) == 3 && sx == 15.0 && sy == 6.0);
+    EXPECT_TRUE(subregion_get_sumxsumy(id, 0, 4, 9, 0, &sx, &sy, s) == 0 && sx == 0.0);  // inverted
     // The run ends exactly at x1 = 8: counted by the sums and the vertical
     // scan, ignored by the strict horizontal scan.
     EXPECT_EQ(subregion_get_sumxsumy(id, 8, 0, 9, 4, &sx, &sy, s), 1);

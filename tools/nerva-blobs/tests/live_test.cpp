@@ -232,14 +232,6 @@ TEST_F(LiveSource, ReconnectsNumbersGoOnAndSigtermStopsCleanly)
     EXPECT_EQ(frames, lines.size()) << "the video holds every frame written as a line";
 }
 
-TEST_F(LiveSource, AnAddressThatNeverAnswersFailsByName)
-{
-    const auto nobody = nerva_blobs(url() + " --reconnect 1");
-    EXPECT_EQ(nobody->wait(30s), 1);
-    EXPECT_EQ(slurp(dir_ / "err.txt"), "nerva-blobs: cannot open '" + url() +
-                                           "': no answer, or not a stream that can be decoded (2 attempts)\n");
-}
-
 // Nobody reads the program's output for 4 s (about 100 frames), then it is
 // read until a SIGTERM at 5 s: processing stalls, the camera does not, so
 // frames are dropped and counted.

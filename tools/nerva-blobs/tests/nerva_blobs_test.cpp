@@ -207,13 +207,15 @@ TEST_F(NervaBlobs, BadInputGivesOneLineAndTheRightStatus)
         {"junk.avi", 1, "cannot decode 'junk.avi'"},
         {"empty.avi", 1, "holds no PNG, PGM, PPM or JPEG file"},
         {"none_%03d.png", 1, "no file matches 'none_%03d.png'"},
+        // Port 1 answers nobody: one retry, then the address by name.
+        {"http://127.0.0.1:1/cam.ts --reconnect 1", 1,
+         "cannot open 'http://127.0.0.1:1/cam.ts': no answer, or not a stream that can be decoded (2 attempts)"},
         {"square.avi --roi 150,100,20,10", 2, "lies outside the 160x120 frame"},
         {"square.avi --roi 1,2,3", 2, "--roi"},
         {"square.avi --steps 1,-2", 2, "steps must be at least 1"},
         {"square.avi -o no/such/dir/out.jsonl", 1, "cannot write 'no/such/dir/out.jsonl'"},
         {"square.avi --video-out no/such/dir/v.avi", 1, "cannot write video"},
         {"square.avi --frobnicate", 2, "--frobnicate"},
-        {"", 2, "input is required"},
         // Values that used to be read as 0 or passed the range checks.
         {"square.avi --threshold ''", 2, "--threshold: empty value"},
         {"square.avi --learning-rate nan", 2, "--learning-rate: must lie between 0 and 1"},

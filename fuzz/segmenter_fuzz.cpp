@@ -118,10 +118,8 @@ void check_frame(const cv::Mat& mask, const segm_ptr& s, const Roi& roi, bool re
     // The list ends, within the pool.
     int count = 0;
     for (const RLEblob* b = head; b; b = b->next.get()) CHECK(++count <= kBlobSlots);
-    if (refused) {
-        CHECK(head == nullptr);
-        return;
-    }
+    CHECK(!refused || !head);
+    if (refused) return;
     CHECK(count == s->nb_blobs_cur);
     if (s->step_x != 1 || s->step_y != 1) return;
 
@@ -136,13 +134,10 @@ void check_frame(const cv::Mat& mask, const segm_ptr& s, const Roi& roi, bool re
                 runs += seg.x_end - seg.x_start + 1;
             }
         }
-    CHECK(runs == (empty_roi ? 0
-                             : cv::countNonZero(mask(
-                                   cv::Rect(roi.xmin, roi.ymin, roi.xmax - roi.xmin + 1, roi.ymax - roi.ymin + 1)))));
-    if (runs == 0) {
-        CHECK(head == nullptr);
-        return;
-    }
+    const cv::Rect area(cv::Point(roi.xmin, roi.ymin), cv::Point(roi.xmax + 1, roi.ymax + 1));
+    CHECK(runs == (empty_roi ? 0 : cv::countNonZero(mask(area))));
+    CHECK(runs != 0 || !head);
+    if (runs == 0) return;
     long npix = 0;
     const region* end = s->i2r->last ? s->i2r->last->next.get() : nullptr;
     for (const region* r = s->i2r->first.get(); r && r != end; r = r->next.get())
@@ -180,8 +175,7 @@ void check_measures(FuzzedDataProvider& in, const segm_ptr& s, const Roi& roi, b
         int lo = 0, hi = 0;
         CHECK(subregion_get_xlimit(ident, x1, y1, x2, y2, &lo, &hi, s) != 1 || (lo == x1 && hi == x2));
         lo = hi = 0;
-        const int found = subregion_get_ylimit(ident, x1, y1, x2, y2, &lo, &hi, s);
-        CHECK(found != 1 || (y1 <= lo && lo <= hi && hi <= y2));
+        CHECK(subregion_get_ylimit(ident, x1, y1, x2, y2, &lo, &hi, s) != 1 || (y1 <= lo && lo <= hi && hi <= y2));
 
         const std::shared_ptr<region> r = RLEsegm_get_region(ident, s);
         if (exact && r && ident < s->nb_regs && !r->absorber) {

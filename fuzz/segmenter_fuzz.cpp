@@ -134,8 +134,9 @@ void check_frame(const cv::Mat& mask, const segm_ptr& s, const Roi& roi, bool re
                 runs += seg.x_end - seg.x_start + 1;
             }
         }
-    const cv::Rect area(cv::Point(roi.xmin, roi.ymin), cv::Point(roi.xmax + 1, roi.ymax + 1));
-    CHECK(runs == (empty_roi ? 0 : cv::countNonZero(mask(area))));
+    if (!empty_roi)
+        CHECK(runs ==
+              cv::countNonZero(mask(cv::Rect(roi.xmin, roi.ymin, roi.xmax - roi.xmin + 1, roi.ymax - roi.ymin + 1))));
     CHECK(runs != 0 || !head);
     if (runs == 0) return;
     long npix = 0;

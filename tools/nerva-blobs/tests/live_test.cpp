@@ -1,6 +1,5 @@
 // Live sources: ffmpeg serves a clip as MPEG-TS over loopback HTTP, read as a
 // camera. Waits have generous deadlines: a loaded machine slows, not fails.
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -9,36 +8,15 @@
 
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <nlohmann/json.hpp>
 #include <opencv2/videoio.hpp>
-#include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
 
-namespace fs = std::filesystem;
-using nlohmann::json;
+#include "program_test_support.h"
+
 using namespace std::chrono_literals;
 using steady = std::chrono::steady_clock;
 
 namespace {
-
-std::string slurp(const fs::path& p)
-{
-    std::ifstream in(p, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-// Complete lines only: the last one may still be on its way.
-std::vector<json> json_lines(const std::string& text)
-{
-    std::vector<json> lines;
-    std::istringstream in(text.substr(0, text.rfind('\n') + 1));
-    for (std::string line; std::getline(in, line);) lines.push_back(json::parse(line));
-    return lines;
-}
 
 // A child process running `command` through the shell; killed if the test
 // ends early.
@@ -55,10 +33,7 @@ public:
     }
     ~Child()
     {
-        if (pid_ > 0 && status_ < 0) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-        }
+        if (pid_ > 0 && status_ < 0) kill(pid_, SIGKILL), waitpid(pid_, nullptr, 0);
     }
     void signal(int sig) const { kill(pid_, sig); }
     // Exit status, -1 if still running after `timeout`, 128 + n if killed by signal n.
@@ -153,11 +128,6 @@ protected:
         return server;
     }
 
-    std::unique_ptr<Child> nerva_blobs(const std::string& args) const
-    {
-        return std::make_unique<Child>("'" NERVA_BLOBS_EXE "' " + args + " 2>err.txt", dir_);
-    }
-
     // Frame numbers grow, and skip exactly the frames said to be dropped.
     static void expect_consistent(const std::vector<json>& lines)
     {
@@ -178,7 +148,8 @@ protected:
 TEST_F(LiveSource, ReconnectsNumbersGoOnAndSigtermStopsCleanly)
 {
     auto server = serve("pattern.ts");
-    const auto run = nerva_blobs(url() + " -o live.jsonl --video-out live.mkv");
+    const auto run = std::make_unique<Child>(
+        "'" NERVA_BLOBS_EXE "' " + url() + " -o live.jsonl --video-out live.mkv 2>err.txt", dir_);
     ASSERT_TRUE(wait_until([&] { return json_lines(slurp(dir_ / "live.jsonl")).size() >= 25; }))
         << slurp(dir_ / "err.txt");
     server->signal(SIGKILL);

@@ -1,7 +1,6 @@
 // Runs the nerva-blobs program as a user would, on inputs made here: a small
 // video of a square moving over a textured background, mask images, and
 // broken inputs.
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,18 +8,11 @@
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
-#include <sstream>
-#include <string>
-#include <vector>
 
-namespace fs = std::filesystem;
-using nlohmann::json;
+#include "program_test_support.h"
 
 namespace {
 
@@ -33,22 +25,10 @@ cv::Rect square_at(int f)
     return t < 0 ? cv::Rect() : cv::Rect(8 + 3 * t, 30 + 2 * t, kSide, kSide);
 }
 
-std::string slurp(const fs::path& p)
-{
-    std::ifstream in(p, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 struct Result {
     int status = -1;
     std::string out, err;
-    std::vector<json> lines() const
-    {
-        std::vector<json> v;
-        std::istringstream in(out);
-        for (std::string line; std::getline(in, line);) v.push_back(json::parse(line));
-        return v;
-    }
+    std::vector<json> lines() const { return json_lines(out); }
 };
 
 class NervaBlobs : public ::testing::Test {
@@ -108,7 +88,7 @@ TEST_F(NervaBlobs, FollowsTheMovingSquareOnEveryFrameAndDrawsIt)
             "--video-out annotated.avi --overview overview.png --progress");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(r.out.empty()) << "JSON goes to --output only";
-    const auto lines = Result{0, slurp(dir_ / "blobs.jsonl"), ""}.lines();
+    const auto lines = json_lines(slurp(dir_ / "blobs.jsonl"));
     ASSERT_EQ(lines.size(), static_cast<size_t>(kFrames));
     for (int f = 0; f < kFrames; ++f) {
         SCOPED_TRACE("frame " + std::to_string(f));
@@ -185,7 +165,7 @@ TEST_F(NervaBlobs, MasksFromADirectoryOrAPatternAreSegmentedExactlyAndKeepTheirS
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("frame 3 ('sizes/mask_0003.png') is 32x24, earlier frames are 64x48"), std::string::npos)
         << r.err;
-    const auto kept = Result{0, slurp(dir_ / "sizes.jsonl"), ""}.lines();
+    const auto kept = json_lines(slurp(dir_ / "sizes.jsonl"));
     ASSERT_EQ(kept.size(), 3u);
     for (int n = 0; n < 3; ++n) EXPECT_EQ(kept[n]["frame"], n);
 }
@@ -259,7 +239,7 @@ TEST_F(NervaBlobs, FullDiskAndCutInputAreReportedAndLeaveNoCutLine)
     const std::string text = slurp(dir_ / "limited.jsonl");
     ASSERT_FALSE(text.empty());
     EXPECT_EQ(text.back(), '\n') << "the file ends on a complete line";
-    EXPECT_NO_THROW((Result{0, text, ""}.lines()));
+    EXPECT_NO_THROW(json_lines(text));
 
     for (const char* args :
          {"--video-out limited.avi", "--video-out limited.mkv", "--annotate limited", "--overview limited.png"}) {

@@ -32,14 +32,11 @@ TEST(Draw, RectangleOutlinesStraightAndDiagonalLines)
 
     image* grey = keep.make(GREY_IMG, 5, 4);
     ASSERT_EQ(draw_color_rectangle(&dot, grey, 1, 2, 3), 0);  // colour ignored
-    EXPECT_EQ(grey->data[2 * 5 + 2], 155);
-    EXPECT_EQ(nonzero_bytes(grey), 1);
+    EXPECT_TRUE(grey->data[2 * 5 + 2] == 155 && nonzero_bytes(grey) == 1);
     EXPECT_EQ(draw_rectangle(&dot, keep.make(INT_IMG, 4, 4)), -1);
 
-    clear_image(grey);
     rectangle wide = box(0, 0, 6, 2), tall = box(0, 0, 2, 5);  // xmax == width, ymax == height
-    EXPECT_EQ(draw_rectangle(&wide, grey), -1);
-    EXPECT_EQ(draw_rectangle(&tall, grey), -1);
+    EXPECT_TRUE(draw_rectangle(&wide, grey) == -1 && draw_rectangle(&tall, grey) == -1);
 
     image* img = keep.make(COLOR_IMG_3BYTES, 5, 5);
     ASSERT_EQ(bb_draw_color_line(1, 3, 2, VERTICAL_LINE, img, 9, 8, 7), 0);

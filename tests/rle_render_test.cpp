@@ -18,10 +18,7 @@ struct hand_rle {
     void row(int y, const std::vector<std::pair<int, int>>& runs)  // (first, last), left to right
     {
         rle->lines[y]->nb_segs = static_cast<int32_t>(runs.size()), rle->lines[y]->segs = &pool[used];
-        for (auto [first, last] : runs) {
-            pool[used] = segment_new(), pool[used]->x_start = first;
-            pool[used++]->x_end = last;
-        }
+        for (auto [first, last] : runs) pool[used++] = std::make_shared<segment>(segment{last, first, nullptr});
     }
 };
 
@@ -59,8 +56,7 @@ TEST(RLERenderDeathTest, RunsPaintClearAndClip)
     RLEimage_to_binary_raw_gray(g.rle, raw.data());
     EXPECT_EQ(raw, expected);
     EXPECT_EXIT(RLEimage_to_binary_raw_gray(g.rle, nullptr), testing::ExitedWithCode(1),
-                "FATAL ERROR: RLEimage::RLEimage_to_binaire_raw_gray.\n Memory space for binary raw data MUST be "
-                "allocated BEFORE calling this function. \n");
+                "FATAL ERROR: RLEimage::RLEimage_to_binaire_raw_gray.\n Memory space for binary raw data MUST be");
 }
 
 TEST(RLERender, SavedPictureShowsRunsAndBlueBoxes)

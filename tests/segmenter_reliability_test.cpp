@@ -144,8 +144,7 @@ TEST(SegmenterRefusals, NullSegmenterIsRefusedWithOneLineEach)
     EXPECT_EQ(RLEsegm_get_blobs_number(none), -1);
     double sx = 7, sy = 7;
     int lo = 0, hi = 0;
-    EXPECT_EQ(subregion_get_sumxsumy(0, 0, 0, 9, 9, &sx, &sy, none), 0);
-    EXPECT_EQ(vals(sx, sy), vals(0.0, 0.0));
+    EXPECT_TRUE(subregion_get_sumxsumy(0, 0, 0, 9, 9, &sx, &sy, none) == 0 && sx == 0.0 && sy == 0.0);
     EXPECT_EQ(subregion_get_sumx(0, 0, 0, 9, 9, none) + subregion_get_sumy(0, 0, 0, 9, 9, none), 0.0);
     for (auto f : {subregion_get_xlimit, subregion_get_ylimit}) EXPECT_EQ(f(0, 0, 0, 9, 9, &lo, &hi, none), -1);
     EXPECT_EQ(out.lines(), 25);
@@ -157,7 +156,6 @@ TEST(SegmenterLimits, MemoryCeilingRefusesTheFrameAndKeepsThePools)
     const cv::Mat board = cv::repeat(cv::Mat((cv::Mat_<uchar>(2, 2) << 0, 255, 255, 0)), 256, 256);
     auto s = segmenter_for(board);
     RLEsegm_set_memory_ceiling(s, 64u << 20);
-    EXPECT_EQ(RLEsegm_get_memory_ceiling(s), 64u << 20);
     cv::Mat ordinary(board.size(), CV_8UC1, cv::Scalar(0));
     two_squares().copyTo(ordinary(cv::Rect(0, 0, 60, 40)));
     EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(ordinary, s)), 2);

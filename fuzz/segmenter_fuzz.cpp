@@ -8,12 +8,11 @@
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <random>
 #include <tuple>
 #include <vector>
 
+#include "fuzz_check.h"
 #include "nerva/nerva.h"
 
 using namespace nerva;
@@ -24,8 +23,6 @@ constexpr int kMaxSide = 96;
 constexpr int kMaxWide = 1100;  // wide frames are at most kMaxWideRows high
 constexpr int kMaxWideRows = 6;
 constexpr int kBlobSlots = 2000;
-
-#include "fuzz_check.h"
 
 // Random at a density, a few spans in empty rows (long skips), a comb, or the
 // input's bits; sometimes a view of a larger all-foreground matrix, so a read

@@ -6,8 +6,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include "segmenter_test_support.h"
 

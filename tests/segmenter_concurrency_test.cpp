@@ -3,8 +3,6 @@
 
 #include <random>
 #include <thread>
-#include <tuple>
-#include <vector>
 
 #include "segmenter_test_support.h"
 

@@ -82,10 +82,7 @@ image* any_image(FuzzedDataProvider& in)
             const int r = initialize_image(img, static_cast<image_type>(in.ConsumeIntegralInRange(-8, 5)), w2, h2);
             CHECK(is_code(r, {-1, 0, 1}));
             if (r == 0) kept.free_if_forgotten();
-            if (r < 0) {
-                release(img);
-                return nullptr;
-            }
+            if (r < 0) return release(img), nullptr;
         }
     }
     const size_t held = img->data ? (img->capacity ? size_t{img->capacity} : size_t{img->width} * img->height) *
@@ -103,10 +100,7 @@ rectangle any_rectangle(FuzzedDataProvider& in)
     // Sizes matter only to COPY_CROP, which allocates them: small, negative,
     // or too many pixels for an image record; never a legal multi-gigabyte one.
     switch (in.ConsumeIntegralInRange(0, 3)) {
-    case 0:
-        r.width = in.PickValueInArray({INT32_MIN, -1, -100});
-        r.height = in.ConsumeIntegralInRange(-2, 20);
-        break;
+    case 0: r.width = in.PickValueInArray({INT32_MIN, -1, -100}), r.height = in.ConsumeIntegralInRange(-2, 20); break;
     case 1: r.width = r.height = in.PickValueInArray({100000, INT32_MAX}); break;
     default: r.width = in.ConsumeIntegralInRange(-3, 20); r.height = in.ConsumeIntegralInRange(-3, 20);
     }

@@ -29,7 +29,7 @@ blob_occl_type occl(uint32_t v) { return static_cast<blob_occl_type>(v); }
 
 }  // namespace
 
-TEST(BlobVocabulary, OneWayNamesAndTheHighestOcclusionBit)
+TEST(BlobVocabulary, OneWayNamesFallbacksAndTheDetailedForm)
 {
     uint32_t v;
     // Read, never written: these codes are written "CONTEXT" or "UNKNOWN".
@@ -55,11 +55,7 @@ TEST(BlobVocabulary, OneWayNamesAndTheHighestOcclusionBit)
                   "Warning: unknown occultation type " + name + "\n");
         EXPECT_EQ(v, 0u) << name;
     }
-}
 
-TEST(BlobVocabulary, FallbacksForUnknownNamesAndCodesAndTheDetailedForm)
-{
-    uint32_t v;
     // "CONTEXT" is only written; names are exact and case-sensitive.
     for (const char* name : {"CONTEXT", "person", "PERSON ", "", "CARGO_VEHICLE"}) {
         EXPECT_EQ(printed_by(get_type_from_name, name, &v), kUnknownType) << name;

@@ -7,7 +7,7 @@
 
 using namespace image_test;
 
-TEST(BackgroundUpdate, RunningAverageTruncatesInSinglePrecisionAndAnyRateGivesADefinedValue)
+TEST(BackgroundUpdate, RunningAverageAtAnyRateAndThresholdedUpdatesLearningOnlySmallChanges)
 {
     owned keep;
     image* bg = keep.make(GREY_IMG, 3, 1, {100, 50, 10});
@@ -31,22 +31,18 @@ TEST(BackgroundUpdate, RunningAverageTruncatesInSinglePrecisionAndAnyRateGivesAD
         ASSERT_EQ(update(bg, cur, rate, &all), 0);
         EXPECT_EQ(bytes(bg, 2), (bytes_t{50, 7})) << rate;
     }
-}
 
-TEST(BackgroundUpdate, ThresholdedUpdatesLearnOnlySmallChanges)
-{
-    owned keep;
-    image* bg = keep.make(GREY_IMG, 2, 1, {100, 100});
-    rectangle all = box(0, 0, 2, 1);
-    EXPECT_EQ(after(grey_thresholded_update(bg, keep.make(GREY_IMG, 2, 1, {50, 95}), 0.5f, 10, &all), bg, 2),
+    image* learned = keep.make(GREY_IMG, 2, 1, {100, 100});
+    rectangle two = box(0, 0, 2, 1);
+    EXPECT_EQ(after(grey_thresholded_update(learned, keep.make(GREY_IMG, 2, 1, {50, 95}), 0.5f, 10, &two), learned, 2),
               done({100, 97}));
 
     image* colour = keep.make(COLOR_IMG_3BYTES, 2, 1, bytes_t(6, 100));
     image* colour_cur = keep.make(COLOR_IMG_3BYTES, 2, 1, bytes_t(6, 96));
-    EXPECT_EQ(grey_thresholded_update(bg, colour_cur, 0.0f, 10, &all), 0);  // one grey image suffices
-    EXPECT_EQ(grey_thresholded_update(colour, colour_cur, 0.5f, 10, &all), -1);
+    EXPECT_EQ(grey_thresholded_update(learned, colour_cur, 0.0f, 10, &two), 0);  // one grey image suffices
+    EXPECT_EQ(grey_thresholded_update(colour, colour_cur, 0.5f, 10, &two), -1);
     // Red threshold only, one-byte steps: step 0 learns byte 2, step 1 byte 3.
-    EXPECT_EQ(after(color_thresholded_update(colour, colour_cur, 0.5f, 5, 0, 0, &all), colour, 6),
+    EXPECT_EQ(after(color_thresholded_update(colour, colour_cur, 0.5f, 5, 0, 0, &two), colour, 6),
               done({100, 100, 98, 98, 100, 100}));
 }
 

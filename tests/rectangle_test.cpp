@@ -26,7 +26,7 @@ F fields(const rectangle* r) { return r ? F{r->xmin, r->ymin, r->xmax, r->ymax, 
 
 }  // namespace
 
-TEST(Rectangle, GuardedAndUnguardedInitSetOperationsAndTheSharedColumn)
+TEST(Rectangle, InitSetOperationsRatiosAndDistances)
 {
     rect_ptr r(new_rectangle());
     init_rectangle(r.get(), 10, 20, 0, 5);
@@ -52,11 +52,8 @@ TEST(Rectangle, GuardedAndUnguardedInitSetOperationsAndTheSharedColumn)
     EXPECT_EQ(rectangleIntersectionArea(c.get(), d.get()), 3);
     EXPECT_EQ(rectangles_intersect(c.get(), d.get()), 0);  // the strict test disagrees
     EXPECT_TRUE(rect_distance(c.get(), d.get()) == 0.0 && rectangleIntersectionArea(c.get(), nullptr) == 0);
-}
 
-TEST(Rectangle, PlainAndStrictRatiosAndDistances)
-{
-    auto a = box(0, 0, 9, 9), b = box(5, 0, 14, 9);
+    a = box(0, 0, 9, 9), b = box(5, 0, 14, 9);
     EXPECT_DOUBLE_EQ(rectangle_intersect_ratio(a.get(), b.get()), 0.5);
 
     EXPECT_DOUBLE_EQ(rectangle_intersect_ratio_strict(a.get(), b.get()), 0.5);  // B <= A, I/B >= 0.5: I/A
@@ -70,7 +67,7 @@ TEST(Rectangle, PlainAndStrictRatiosAndDistances)
     EXPECT_EQ(rectangle_intersect_ratio_strict(nullptr, b.get()), 0.0);
 
     a = box(0, 0, 5, 5), b = box(7, 0, 9, 5);
-    auto c = box(8, 9, 12, 13);
+    c = box(8, 9, 12, 13);
     EXPECT_EQ(rectangle_distance(a.get(), b.get()), 2);  // the gap without subtracting one
     EXPECT_EQ(rectangle_distance(a.get(), c.get()), 5);  // dx 3, dy 4
     EXPECT_EQ(rectangle_distance(a.get(), nullptr), -1);

@@ -171,11 +171,8 @@ TEST_F(NervaBlobs, BadInputGivesOneLineAndTheRightStatus)
     const std::string png = slurp(dir_ / "bad" / "mask_0000.png");
     std::ofstream(dir_ / "bad" / "cut.png") << png.substr(0, png.size() / 2);
     std::ofstream(dir_ / "bad" / "huge.ppm") << "P6\n100000 100000\n255\n" << std::string(64, '\0');
-    const struct {
-        const char* args;
-        int status;
-        const char* message;
-    } cases[] = {
+    const std::tuple<const char*, int, const char*> cases[] = {
+        // arguments, status, message
         {"missing.avi", 1, "input 'missing.avi' does not exist"},
         {"junk.avi", 1, "cannot decode 'junk.avi'"},
         {"empty.avi", 1, "holds no PNG, PGM, PPM or JPEG file"},
@@ -201,12 +198,12 @@ TEST_F(NervaBlobs, BadInputGivesOneLineAndTheRightStatus)
         {"--masks bad/huge.ppm", 1, "cannot decode image 'bad/huge.ppm'"},
         {"square.avi >/dev/full", 1, "cannot write to standard output: No space left on device"},
     };
-    for (const auto& c : cases) {
-        const Result r = run(c.args);
-        EXPECT_EQ(r.status, c.status) << c.args << ": " << r.err;
-        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
-        EXPECT_EQ(r.err.rfind("nerva-blobs: ", 0), 0u) << r.err;
-        EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+    for (auto [args, status, message] : cases) {
+        const Result r = run(args);
+        EXPECT_EQ(r.status, status) << args << ": " << r.err;
+        EXPECT_TRUE(r.err.rfind("nerva-blobs: ", 0) == 0 && std::count(r.err.begin(), r.err.end(), '\n') == 1 &&
+                    r.err.find(message) != std::string::npos)
+            << r.err;
     }
 
     // A reader that has gone: an error, not a crash. The program starts after

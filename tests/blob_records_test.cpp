@@ -61,7 +61,7 @@ std::vector<int> idents_checked(blob_ptr head)
 
 }  // namespace
 
-TEST(ProbRelData, CopiesAreDeepAndThePartialCopiesTakeOppositeArgumentOrders)
+TEST(ProbRelData, CopiesArgumentOrdersTheExchangeWithBlobsAndSetNull)
 {
     prob_rel_data* head = chain({PERSON, CAR, TRUCK});
     prob_rel_data* mid = head->next;
@@ -103,36 +103,35 @@ TEST(ProbRelData, CopiesAreDeepAndThePartialCopiesTakeOppositeArgumentOrders)
     std::free(loose);  // owns nothing it points to
     free_prd_list(a);
     free_prd_list(b);
-}
 
-TEST(ProbRelData, ExchangeWithBlobCrossesMeasuresAndSetNullKeepsTheIdentity)
-{
     prob_rel_data* p = prdata_new();
     p->m1 = 101, p->m2 = 102, p->m3 = 103, p->m4 = 104, p->m5 = 105, p->m6 = 106, p->m12 = 112, p->m16 = 116;
     p->type = VEHICLE, p->subtype = STANDING, p->occlusion = MM_CAM_OCCL_LEFT;
     init_rectangle(&p->bbox, 1, 2, 3, 4);
     std::strcpy(p->info, "hyp");
     p->info3D[5] = 9.5;
-    blob_ptr b = blob_new();
-    b->occlusion = MM_OBJECT_TOP, b->measures[4] = -1;
-    copy_prd_to_blob(p, b);
+    blob_ptr blob = blob_new();
+    blob->occlusion = MM_OBJECT_TOP, blob->measures[4] = -1;
+    copy_prd_to_blob(p, blob);
     // m1 and m2 cross; m3..m5 go aside; the occlusion stays the blob's.
-    EXPECT_EQ(vals(b->measures[1], b->measures[2], b->measures[3], b->measures[10], b->measures[11], b->measures[4]),
+    EXPECT_EQ(vals(blob->measures[1], blob->measures[2], blob->measures[3], blob->measures[10], blob->measures[11],
+                   blob->measures[4]),
               vals(102.0, 101.0, 112.0, 116.0, 106.0, -1.0));
-    EXPECT_EQ(vals(b->prd_extra[0], b->prd_extra[2], b->type, b->subtype, b->bbox.ymax, b->occlusion, b->info3D[5]),
+    EXPECT_EQ(vals(blob->prd_extra[0], blob->prd_extra[2], blob->type, blob->subtype, blob->bbox.ymax, blob->occlusion,
+                   blob->info3D[5]),
               vals(103.0, 105.0, VEHICLE, STANDING, 5, MM_OBJECT_TOP, 9.5));
-    EXPECT_STREQ(b->info, "hyp");
+    EXPECT_STREQ(blob->info, "hyp");
 
     // Back into a record: m3..m5, occlusion and links are left alone.
     prob_rel_data* q = chain({UNKNOWN, UNKNOWN});
     q->occlusion = MM_AOI_OUTSIDE, q->m4 = 7;
-    copy_blob_to_prd(b, q);
+    copy_blob_to_prd(blob, q);
     EXPECT_EQ(vals(q->m1, q->m2, q->m12, q->m3, q->m4, q->occlusion, q->next->prev, q->type, q->info3D[5]),
               vals(101.0, 102.0, 112.0, 0.0, 7.0, MM_AOI_OUTSIDE, q, VEHICLE, 9.5));
 
     q->sublist = prd(FACE), q->subtype = LYING, q->occlusion = MM_CAM_OCCL_TOP, q->m9 = 3, q->info[0] = 'x';
-    init_rectangle(&b->bbox, 5, 6, 7, 8);
-    set_null_3D_prd(b, q);
+    init_rectangle(&blob->bbox, 5, 6, 7, 8);
+    set_null_3D_prd(blob, q);
     EXPECT_EQ(vals(q->type, q->subtype, q->bbox.xmax, q->occlusion, q->m9, q->info[0], q->sublist->type, q->next->type),
               vals(VEHICLE, LYING, 11, MM_OCCL_NONE, 0.0, '\0', FACE, UNKNOWN));
     prdata_free(p);

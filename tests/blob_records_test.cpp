@@ -147,16 +147,16 @@ TEST(BlobCopy, CopiesDropDuplicateOrFreeOwnedDataAndDataCopiesKeepPlaceAndIdenti
 
     // Same neighbours (the list unchanged), no lists, aux kept: only copy_blob(src, dst) clears it.
     blob_ptr copy = copy_blob(b);
-    EXPECT_TRUE(copy->aux == b.get() && copy->next == c && copy->prev == a && a->next == b);
-    EXPECT_FALSE(copy->prd_list || copy->prd_list_2);
+    EXPECT_TRUE(copy->aux == b.get() && copy->next == c && copy->prev == a && a->next == b && !copy->prd_list &&
+                !copy->prd_list_2);
     blob_ptr deep = copy_blob_with_lists(b);
     EXPECT_EQ(deep->prd_list_2->type, CAR);
     blob_free(deep);  // frees the copies only
     // Overwriting frees the destination's lists and buffer; the whole record comes over, ident included.
     copy->prd_list = prd(CAR), copy->prd_list_2 = prd(TRUCK), copy->buffer = std::malloc(16), copy->ident = 9;
     EXPECT_EQ(copy_blob(b, copy), copy.get());
-    EXPECT_TRUE(copy->ident == 2 && copy->bbox.ymax == 3 && copy->next == c);
-    EXPECT_TRUE(!copy->prd_list && !copy->prd_list_2 && !copy->buffer && !copy->aux);
+    EXPECT_TRUE(copy->ident == 2 && copy->bbox.ymax == 3 && copy->next == c && !copy->prd_list && !copy->prd_list_2 &&
+                !copy->buffer && !copy->aux);
     copy->next = copy->prev = nullptr;
     free_blob_list(a);
 
@@ -192,10 +192,7 @@ TEST(BlobList, CopyCountBiggestFreeUnlinksAndCleanForgetsTheBuffer)
     // loose, so one the host still holds comes back unlinked.
     std::weak_ptr<RLEblob> tail = head->next->next, copy_tail = copy->next->next;
     blob_ptr held = copy->next;
-    free_blob_list(head);
-    free_blob_list(copy);
-    head.reset();
-    copy.reset();
+    for (blob_ptr* list : {&head, &copy}) free_blob_list(*list), list->reset();
     EXPECT_TRUE(tail.expired() && copy_tail.expired());
     EXPECT_FALSE(held->next || held->prev);
 
@@ -207,8 +204,7 @@ TEST(BlobList, CopyCountBiggestFreeUnlinksAndCleanForgetsTheBuffer)
     EXPECT_FALSE(b->buffer || b->prd_list || b->prd_list_2);
     b->prd_list = prd(PERSON), b->buffer = &local;
     blob_free(b);  // the caller's pointer is a copy: it stays set
-    ASSERT_TRUE(b);
-    EXPECT_FALSE(b->prd_list || b->buffer);
+    EXPECT_TRUE(b && !b->prd_list && !b->buffer);
 }
 
 TEST(BlobGeometry, OverlapRatiosContainmentSplitsAndOcclusionPredicates)

@@ -16,13 +16,13 @@ const char kUndefinedSubtype[] =
     "Warning: undefined expected object subtype in context file. It must be defined in blob.h and in "
     "functions get_subtype_from_name and get_name_from_subtype\n";
 
-// Reads a name with standard output captured; returns what was printed.
+// What reading `name` prints on standard output, and the code it gives.
 template <typename Read>
-std::string printed_by(Read read, const char* name, uint32_t* value)
+std::pair<std::string, uint32_t> read(Read reader, const char* name)
 {
     testing::internal::CaptureStdout();
-    *value = static_cast<uint32_t>(read(name));
-    return testing::internal::GetCapturedStdout();
+    const auto value = static_cast<uint32_t>(reader(name));
+    return {testing::internal::GetCapturedStdout(), value};
 }
 
 blob_occl_type occl(uint32_t v) { return static_cast<blob_occl_type>(v); }
@@ -31,19 +31,16 @@ blob_occl_type occl(uint32_t v) { return static_cast<blob_occl_type>(v); }
 
 TEST(BlobVocabulary, OneWayNamesFallbacksAndTheDetailedForm)
 {
-    uint32_t v;
     // Read, never written: these codes are written "CONTEXT" or "UNKNOWN".
     for (auto [value, name] : {std::pair{5u, "CONTEXT_OBJECT"}, {22u, "LEFT_FOOD_CUPBOARD_DOOR"}, {29u, "LUGGAGE"}}) {
-        EXPECT_EQ(printed_by(get_type_from_name, name, &v), "") << name;
-        EXPECT_EQ(v, value) << name;
+        EXPECT_EQ(read(get_type_from_name, name), std::pair(std::string(), value));
         EXPECT_EQ(get_name_from_type(static_cast<blob_type_t>(value)), value == 5 ? "CONTEXT" : "UNKNOWN") << value;
     }
     EXPECT_EQ(get_type_from_name("TWO-PERSONS"), TWO_PERSONS);
     // Subtype 1 is written "UNDEFINED", 2 "GLOBAL"; only "NO_SUBTYPES" reads back to 2.
     EXPECT_EQ(get_name_from_subtype(SUBTYPE_UNDEFINED), std::string("UNDEFINED"));
     EXPECT_EQ(get_name_from_subtype(static_cast<blob_subtype_t>(2)), std::string("GLOBAL"));
-    EXPECT_EQ(printed_by(get_subtype_from_name, "NO_SUBTYPES", &v), "");
-    EXPECT_EQ(v, 2u);
+    EXPECT_EQ(read(get_subtype_from_name, "NO_SUBTYPES"), std::pair(std::string(), 2u));
 
     EXPECT_EQ(get_occl_name_from_type(occl(0x6)), std::string("MM_CAM_OCCL_TOP_LEFT"));
     EXPECT_EQ(get_occl_name_from_type(occl(0x80000000u)), std::string("MM_CAM_TOP_VIEW"));
@@ -51,20 +48,17 @@ TEST(BlobVocabulary, OneWayNamesFallbacksAndTheDetailedForm)
     // The object corners are only written.
     for (uint32_t o : {0x50u, 0x90u, 0x60u, 0xA0u}) {
         const std::string name = get_occl_name_from_type(occl(o));
-        EXPECT_EQ(printed_by(get_occl_type_from_name, name.c_str(), &v),
-                  "Warning: unknown occultation type " + name + "\n");
-        EXPECT_EQ(v, 0u) << name;
+        EXPECT_EQ(read(get_occl_type_from_name, name.c_str()),
+                  std::pair("Warning: unknown occultation type " + name + "\n", 0u));
     }
 
     // "CONTEXT" is only written; names are exact and case-sensitive.
     for (const char* name : {"CONTEXT", "person", "PERSON ", "", "CARGO_VEHICLE"}) {
-        EXPECT_EQ(printed_by(get_type_from_name, name, &v), kUnknownType) << name;
-        EXPECT_EQ(v, 0u);
+        EXPECT_EQ(read(get_type_from_name, name), std::pair(std::string(kUnknownType), 0u)) << name;
     }
     // An unknown subtype name gives the undefined subtype (1), not 0.
     for (const char* name : {"GLOBAL", "UNDEFINED", "standing"}) {
-        EXPECT_EQ(printed_by(get_subtype_from_name, name, &v), kUndefinedSubtype) << name;
-        EXPECT_EQ(v, 1u);
+        EXPECT_EQ(read(get_subtype_from_name, name), std::pair(std::string(kUndefinedSubtype), 1u)) << name;
     }
     EXPECT_EQ(get_name_from_type(static_cast<blob_type_t>(-1)), std::string("UNKNOWN"));
     EXPECT_EQ(get_occl_name_from_type(occl(0x11)), std::string("MM_OCCL_OTHER"));

@@ -193,8 +193,7 @@ TEST(BlobList, CopyCountBiggestFreeUnlinksAndCleanForgetsTheBuffer)
     std::weak_ptr<RLEblob> tail = head->next->next, copy_tail = copy->next->next;
     blob_ptr held = copy->next;
     for (blob_ptr* list : {&head, &copy}) free_blob_list(*list), list->reset();
-    EXPECT_TRUE(tail.expired() && copy_tail.expired());
-    EXPECT_FALSE(held->next || held->prev);
+    EXPECT_TRUE(tail.expired() && copy_tail.expired() && !held->next && !held->prev);
 
     // Clean and free release the lists but forget the buffer, which is not theirs.
     int local = 0;

@@ -38,8 +38,7 @@ TEST(SaveImage, RoundTripsHeaderOnlyKindsFailuresAndTheFourGradientFiles)
     EXPECT_EQ(decoded(ppm, CV_8UC3, 3, 2), bytes(img, 18));  // blue, green, red like the record
 
     image* grey = keep.make(GREY_IMG, 4, 2, {0, 30, 60, 90, 120, 150, 180, 210});
-    ASSERT_EQ(save_image(grey, pgm.c_str()), 0);
-    EXPECT_EQ(decoded(pgm, CV_8UC1, 4, 2), bytes(grey, 8));
+    EXPECT_TRUE(save_image(grey, pgm.c_str()) == 0 && decoded(pgm, CV_8UC1, 4, 2) == bytes(grey, 8));
     image* f = keep.make(FLOAT_IMG, 3, 1);
     put_all<float>(f, {300.7f, -1.0f, 12.9f});  // wraps like a byte
     ASSERT_EQ(save_image(f, pgm.c_str()), 0);

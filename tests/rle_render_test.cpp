@@ -71,8 +71,7 @@ TEST(RLERender, SavedPictureShowsRunsAndBlueBoxes)
     const std::string path = temp_path("rle_boxes.ppm");
     ASSERT_EQ(RLEimage_save_binaire(h.rle, path.c_str(), first), 0);
     const cv::Mat saved = cv::imread(path, cv::IMREAD_UNCHANGED);
-    ASSERT_EQ(saved.type(), CV_8UC3);
-    ASSERT_EQ(saved.size(), cv::Size(6, 4));
+    ASSERT_TRUE(saved.type() == CV_8UC3 && saved.size() == cv::Size(6, 4));
     const cv::Vec3b white(255, 255, 255), black(0, 0, 0), blue(255, 0, 0);  // imread order: b, g, r
     for (int y = 0; y < 4; ++y)
         for (int x = 0; x < 6; ++x) {

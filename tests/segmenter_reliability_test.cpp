@@ -32,13 +32,9 @@ cv::Mat two_squares()
 }
 
 struct CallingObserver : Observer<CSegmentMessage> {
-    std::function<void()> action;
+    std::function<void()> action = [] {};
     int calls = 0;
-    void notify(CSegmentMessage*) override
-    {
-        ++calls;
-        if (action) action();
-    }
+    void notify(CSegmentMessage*) override { ++calls, action(); }
 };
 
 }  // namespace
@@ -85,9 +81,9 @@ TEST(RunLengthImageLifetime, AHeldImageNeverPointsIntoReleasedRunsNorPoolsReinit
 
         // Freeing keeps the emptied record (its size too) and re-initialising reuses it.
         RLEsegm_free_private(s);
-        EXPECT_EQ(RLEsegm_get_rle_img(s), held);
-        EXPECT_EQ(vals(held->width, held->height, held->lines.size(), held_line->nb_segs, held_line->segs),
-                  vals(60, 40, 0u, 0, (std::shared_ptr<segment>*)nullptr));
+        EXPECT_EQ(vals(RLEsegm_get_rle_img(s) == held, held->width, held->height, held->lines.size(),
+                       held_line->nb_segs, held_line->segs),
+                  vals(true, 60, 40, 0u, 0, (std::shared_ptr<segment>*)nullptr));
         RLEsegm_init_privateKAP(s, 0, m.cols - 1, 0, m.rows - 1, m.cols, m.rows);
         EXPECT_EQ(RLEsegm_get_rle_img(s), held);
         RLEsegm_segmentKAP(m, s);

@@ -29,7 +29,8 @@ TEST(RunExtraction, RowSamplingBackFillsAndSkipsOddRowsWhileSparse)
 {
     // Rows 1-3 hold a blob; the dot on row 5 lies on a row sparse mode skips.
     auto m = mask_from({"..........", "...##.....", "...##.....", "...##.....", "..........", ".#........"});
-    auto found = blobs(m, segmenter_for(m, 1, 2));
+    auto sampled = segmenter_for(m, 1, 2);  // holds the blobs found
+    auto found = blobs(m, sampled);
     ASSERT_EQ(found.size(), 1u);
     EXPECT_EQ(vals(found[0]->npix, found[0]->bbox.ymin, found[0]->bbox.ymax), vals(6, 1, 3));  // row 1 back-filled
 

@@ -33,7 +33,7 @@ TEST(BlobVocabulary, OneWayNamesFallbacksAndTheDetailedForm)
 {
     // Read, never written: these codes are written "CONTEXT" or "UNKNOWN".
     for (auto [value, name] : {std::pair{5u, "CONTEXT_OBJECT"}, {22u, "LEFT_FOOD_CUPBOARD_DOOR"}, {29u, "LUGGAGE"}}) {
-        EXPECT_EQ(read(get_type_from_name, name), std::pair(std::string(), value));
+        EXPECT_EQ(read(get_type_from_name, name), std::pair(std::string(), value)) << name;
         EXPECT_EQ(get_name_from_type(static_cast<blob_type_t>(value)), value == 5 ? "CONTEXT" : "UNKNOWN") << value;
     }
     EXPECT_EQ(get_type_from_name("TWO-PERSONS"), TWO_PERSONS);

@@ -1,6 +1,6 @@
 // The segmenter's behaviours that a host depends on beyond plain labelling:
 // sampling quirks, hole counting, merge survivors, the blob pool and its
-// trimming, statistics, observers, subregion measures and refusals.
+// trimming, statistics, subregion measures and refusals.
 #include <gtest/gtest.h>
 
 #include <random>

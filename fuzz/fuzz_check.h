@@ -5,13 +5,8 @@
 
 #include "nerva/messages.h"
 
-#define CHECK(cond)                                                                       \
-    do {                                                                                  \
-        if (!(cond)) {                                                                    \
-            std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
-            std::abort();                                                                 \
-        }                                                                                 \
-    } while (0)
+#define CHECK(cond) \
+    ((cond) ? void(0) : (std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond), std::abort()))
 
 // Drops the library's expected messages so libFuzzer's and the sanitizers'
 // output stays readable; NERVA_FUZZ_VERBOSE keeps them.

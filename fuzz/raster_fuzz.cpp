@@ -9,10 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -28,6 +25,7 @@ namespace {
 
 constexpr unsigned kMaxSide = 12;
 std::string temp_base;
+FILE* sink;  // /dev/null, for the file writers' pieces
 
 bool is_code(int r, std::initializer_list<int> codes)
 {
@@ -38,11 +36,7 @@ bool is_code(int r, std::initializer_list<int> codes)
 // with capacity 0 hold no pixels and nothing to free.
 void release(image* img)
 {
-    if (!img) return;
-    if (img->type > 0 && img->capacity == 0) {
-        std::free(img->data);
-        img->data = nullptr;
-    }
+    if (img && img->type > 0 && img->capacity == 0) std::free(img->data), img->data = nullptr;
     destroy_image(img);
 }
 
@@ -60,15 +54,10 @@ int32_t any_coordinate(FuzzedDataProvider& in)
 // destinations, so a 0 x 0 source passes this on to them.
 struct buffer_before {
     image* img;
-    unsigned char* data;
-    bool owned;
-
-    explicit buffer_before(image* i)
-        : img(i), data(i ? i->data : nullptr), owned(i && (i->capacity != 0 || i->type > 0))
-    {}
+    unsigned char* data = img && (img->capacity != 0 || img->type > 0) ? img->data : nullptr;  // owned, if any
     void free_if_forgotten() const
     {
-        if (img && data && owned && !img->data && img->width == 0 && img->height == 0) std::free(data);
+        if (data && !img->data && img->width == 0 && img->height == 0) std::free(data);
     }
 };
 
@@ -88,15 +77,12 @@ image* any_image(FuzzedDataProvider& in)
         if (!img) return nullptr;
         if (in.ConsumeIntegralInRange(0, 3) == 0) {
             // Re-initialised: the record may keep its buffer and shape.
-            const buffer_before kept(img);
+            const buffer_before kept{img};
             const unsigned w2 = in.ConsumeIntegralInRange(0u, kMaxSide), h2 = in.ConsumeIntegralInRange(0u, kMaxSide);
             const int r = initialize_image(img, static_cast<image_type>(in.ConsumeIntegralInRange(-8, 5)), w2, h2);
             CHECK(is_code(r, {-1, 0, 1}));
             if (r == 0) kept.free_if_forgotten();
-            if (r < 0) {
-                release(img);
-                return nullptr;
-            }
+            if (r < 0) return release(img), nullptr;
         }
     }
     const size_t held = img->data ? (img->capacity ? size_t{img->capacity} : size_t{img->width} * img->height) *
@@ -114,10 +100,7 @@ rectangle any_rectangle(FuzzedDataProvider& in)
     // Sizes matter only to COPY_CROP, which allocates them: small, negative,
     // or too many pixels for an image record; never a legal multi-gigabyte one.
     switch (in.ConsumeIntegralInRange(0, 3)) {
-    case 0:
-        r.width = in.PickValueInArray({INT32_MIN, -1, -100});
-        r.height = in.ConsumeIntegralInRange(-2, 20);
-        break;
+    case 0: r.width = in.PickValueInArray({INT32_MIN, -1, -100}), r.height = in.ConsumeIntegralInRange(-2, 20); break;
     case 1: r.width = r.height = in.PickValueInArray({100000, INT32_MAX}); break;
     default: r.width = in.ConsumeIntegralInRange(-3, 20); r.height = in.ConsumeIntegralInRange(-3, 20);
     }
@@ -214,14 +197,10 @@ void image_operation(FuzzedDataProvider& in, image* a, image* b, image* c)
         CHECK(is_code(copy_from_bg(a, b, &r), {0, -1, -2, -3, -4}));
         break;
     case 23: CHECK(save_gradient(a, b, temp_base.c_str()) == (b ? 0 : -1)); break;
-    case 24: {
-        FILE* sink = std::fopen("/dev/null", "wb");
-        CHECK(sink);
-        const auto piece = in.PickValueInArray({_write_header, _write_color_data, _write_grey_data, _write_float_data});
-        CHECK(ok(piece(a, sink)));
-        std::fclose(sink);
+    case 24:
+        CHECK(
+            ok(in.PickValueInArray({_write_header, _write_color_data, _write_grey_data, _write_float_data})(a, sink)));
         break;
-    }
     default: check_saved_file(a);
     }
 }
@@ -235,33 +214,21 @@ struct any_rle {
     explicit any_rle(FuzzedDataProvider& in)
     {
         // Negative, past the image record's 2^32 - 1 pixels (no render can be made), or small.
+        static const std::pair<int32_t, int32_t> odd_sizes[] = {{INT32_MIN, 2}, {-1, 0},          {0, INT32_MIN},
+                                                                {3, -1},        {100000, 100000}, {INT32_MAX, 3},
+                                                                {65536, 65536}, {3, INT32_MAX}};
         std::pair<int32_t, int32_t> size{in.ConsumeIntegralInRange(0, 40), in.ConsumeIntegralInRange(0, 10)};
-        if (in.ConsumeIntegralInRange(0, 1) == 0)
-            size = in.PickValueInArray<std::pair<int32_t, int32_t>>({{INT32_MIN, 2},
-                                                                     {-1, 0},
-                                                                     {0, INT32_MIN},
-                                                                     {3, -1},
-                                                                     {100000, 100000},
-                                                                     {INT32_MAX, 3},
-                                                                     {65536, 65536},
-                                                                     {3, INT32_MAX}});
+        if (in.ConsumeBool()) size = in.PickValueInArray(odd_sizes);
         std::tie(rle->width, rle->height) = size;
         const int lines = in.ConsumeIntegralInRange(0, 10);
         rle->lines.resize(static_cast<size_t>(lines));
-        runs.resize(64);
+        runs.resize(40);  // four runs at most on each of at most ten lines
         size_t used = 0;
+        const auto x = [&] { return in.ConsumeBool() ? any_coordinate(in) : in.ConsumeIntegralInRange(-2, 42); };
         for (auto& line : rle->lines) {
-            line = std::make_shared<RLEline>(RLEline{0, 0, nullptr});
             const int n = in.ConsumeIntegralInRange(0, 4);
-            if (used + static_cast<size_t>(n) > runs.size()) break;
-            line->segs = &runs[used];
-            line->nb_segs = n;
-            const auto x = [&] { return in.ConsumeBool() ? any_coordinate(in) : in.ConsumeIntegralInRange(-2, 42); };
-            for (int k = 0; k < n; ++k) {
-                runs[used] = segment_new();
-                runs[used]->x_start = x();
-                runs[used++]->x_end = x();
-            }
+            line = std::make_shared<RLEline>(RLEline{n, 0, &runs[used]});
+            for (int k = 0; k < n; ++k) runs[used++] = std::make_shared<segment>(segment{x(), x(), nullptr});
         }
     }
 
@@ -297,12 +264,10 @@ void rle_operation(FuzzedDataProvider& in, image* given)
             blob_ptr b = blob_new();
             init_rectangle(&b->bbox, any_coordinate(in), any_coordinate(in), in.ConsumeIntegralInRange(-2, 50),
                            in.ConsumeIntegralInRange(-2, 50));
-            (tail ? tail->next : head) = b;
-            tail = b;
+            tail = (tail ? tail->next : head) = b;
         }
         const int res = RLEimage_save_binaire(r.rle, (temp_base + "-rle.ppm").c_str(), head);
-        CHECK(is_code(res, {0, -1}));
-        if (!r.renderable()) CHECK(res == -1);
+        CHECK(r.renderable() ? is_code(res, {0, -1}) : res == -1);
     }
     }
 }
@@ -312,6 +277,7 @@ void rle_operation(FuzzedDataProvider& in, image* given)
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     temp_base = "/tmp/nerva-fuzz-raster-" + std::to_string(getpid());
+    sink = std::fopen("/dev/null", "wb");
     silence_library_messages();
     return 0;
 }
@@ -324,7 +290,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     image* c = any_image(in);
     if (in.ConsumeIntegralInRange(0, 3) == 0) rle_operation(in, in.ConsumeBool() ? a : nullptr);
     else if (a) {
-        const buffer_before kept[] = {buffer_before(b), buffer_before(c)};
+        const buffer_before kept[] = {{b}, {c}};
         image_operation(in, a, b, c);
         for (const buffer_before& k : kept) k.free_if_forgotten();
     }

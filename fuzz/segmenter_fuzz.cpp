@@ -8,12 +8,11 @@
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <random>
 #include <tuple>
 #include <vector>
 
+#include "fuzz_check.h"
 #include "nerva/nerva.h"
 
 using namespace nerva;
@@ -24,8 +23,6 @@ constexpr int kMaxSide = 96;
 constexpr int kMaxWide = 1100;  // wide frames are at most kMaxWideRows high
 constexpr int kMaxWideRows = 6;
 constexpr int kBlobSlots = 2000;
-
-#include "fuzz_check.h"
 
 // Random at a density, a few spans in empty rows (long skips), a comb, or the
 // input's bits; sometimes a view of a larger all-foreground matrix, so a read
@@ -118,10 +115,8 @@ void check_frame(const cv::Mat& mask, const segm_ptr& s, const Roi& roi, bool re
     // The list ends, within the pool.
     int count = 0;
     for (const RLEblob* b = head; b; b = b->next.get()) CHECK(++count <= kBlobSlots);
-    if (refused) {
-        CHECK(head == nullptr);
-        return;
-    }
+    CHECK(!refused || !head);
+    if (refused) return;
     CHECK(count == s->nb_blobs_cur);
     if (s->step_x != 1 || s->step_y != 1) return;
 
@@ -136,13 +131,11 @@ void check_frame(const cv::Mat& mask, const segm_ptr& s, const Roi& roi, bool re
                 runs += seg.x_end - seg.x_start + 1;
             }
         }
-    CHECK(runs == (empty_roi ? 0
-                             : cv::countNonZero(mask(
-                                   cv::Rect(roi.xmin, roi.ymin, roi.xmax - roi.xmin + 1, roi.ymax - roi.ymin + 1)))));
-    if (runs == 0) {
-        CHECK(head == nullptr);
-        return;
-    }
+    if (!empty_roi)
+        CHECK(runs ==
+              cv::countNonZero(mask(cv::Rect(roi.xmin, roi.ymin, roi.xmax - roi.xmin + 1, roi.ymax - roi.ymin + 1))));
+    CHECK(runs != 0 || !head);
+    if (runs == 0) return;
     long npix = 0;
     const region* end = s->i2r->last ? s->i2r->last->next.get() : nullptr;
     for (const region* r = s->i2r->first.get(); r && r != end; r = r->next.get())
@@ -180,8 +173,7 @@ void check_measures(FuzzedDataProvider& in, const segm_ptr& s, const Roi& roi, b
         int lo = 0, hi = 0;
         CHECK(subregion_get_xlimit(ident, x1, y1, x2, y2, &lo, &hi, s) != 1 || (lo == x1 && hi == x2));
         lo = hi = 0;
-        const int found = subregion_get_ylimit(ident, x1, y1, x2, y2, &lo, &hi, s);
-        CHECK(found != 1 || (y1 <= lo && lo <= hi && hi <= y2));
+        CHECK(subregion_get_ylimit(ident, x1, y1, x2, y2, &lo, &hi, s) != 1 || (y1 <= lo && lo <= hi && hi <= y2));
 
         const std::shared_ptr<region> r = RLEsegm_get_region(ident, s);
         if (exact && r && ident < s->nb_regs && !r->absorber) {
@@ -254,8 +246,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     MeddlingObserver observer;
     observer.shared = s;
     s->add_observer(&observer);
-    const int frames = in.ConsumeIntegralInRange(1, 4);
-    for (int f = 0; f < frames && in.remaining_bytes() > 0; ++f) {
+    for (int f = 0, frames = in.ConsumeIntegralInRange(1, 4); f < frames && in.remaining_bytes() > 0; ++f) {
         // Mostly masks of the frame's size; sometimes smaller or larger ones.
         const bool other_size = in.ConsumeIntegralInRange(0, 7) == 0;
         const int w = other_size ? in.ConsumeIntegralInRange(1, wide ? kMaxWide : kMaxSide) : frame_w;

@@ -17,7 +17,7 @@ int nonzero_bytes(const image* img)
 
 }  // namespace
 
-TEST(Draw, RectangleOutlinesStraightAndDiagonalLines)
+TEST(Draw, RectangleOutlinesLinesAndMergedMasks)
 {
     owned keep;
     image* colour = keep.make(COLOR_IMG_3BYTES, 6, 5);
@@ -32,14 +32,11 @@ TEST(Draw, RectangleOutlinesStraightAndDiagonalLines)
 
     image* grey = keep.make(GREY_IMG, 5, 4);
     ASSERT_EQ(draw_color_rectangle(&dot, grey, 1, 2, 3), 0);  // colour ignored
-    EXPECT_EQ(grey->data[2 * 5 + 2], 155);
-    EXPECT_EQ(nonzero_bytes(grey), 1);
+    EXPECT_TRUE(grey->data[2 * 5 + 2] == 155 && nonzero_bytes(grey) == 1);
     EXPECT_EQ(draw_rectangle(&dot, keep.make(INT_IMG, 4, 4)), -1);
 
-    clear_image(grey);
     rectangle wide = box(0, 0, 6, 2), tall = box(0, 0, 2, 5);  // xmax == width, ymax == height
-    EXPECT_EQ(draw_rectangle(&wide, grey), -1);
-    EXPECT_EQ(draw_rectangle(&tall, grey), -1);
+    EXPECT_TRUE(draw_rectangle(&wide, grey) == -1 && draw_rectangle(&tall, grey) == -1);
 
     image* img = keep.make(COLOR_IMG_3BYTES, 5, 5);
     ASSERT_EQ(bb_draw_color_line(1, 3, 2, VERTICAL_LINE, img, 9, 8, 7), 0);
@@ -59,11 +56,7 @@ TEST(Draw, RectangleOutlinesStraightAndDiagonalLines)
     image* row = keep.make(COLOR_IMG_3BYTES, 206, 1);
     ASSERT_EQ(bb_draw_color_line_diag(0, 0, 205, 0, row, 1, 1, 1), 0);
     EXPECT_TRUE(pixel(row, 41, 0)[0] == 1 && pixel(row, 40, 0)[0] == 0);
-}
 
-TEST(MergeBinaryImages, DoorFamiliesAndPicture)
-{
-    owned keep;
     image* mask = keep.make(GREY_IMG, 4, 2, {255, 100, 0, 125, 50, 150, 200, 77});
     // Door pixels (blue, green, red): red, empty, red, not pure red, empty, red, grey, empty.
     image* door = keep.make(COLOR_IMG_3BYTES, 4, 2,
@@ -86,9 +79,7 @@ TEST(MergeBinaryImagesDeathTest, MissingOrMismatchedMasksExitWithStatusOne)
     image* mask = keep.make(GREY_IMG, 4, 2);
     image* door = keep.make(COLOR_IMG_3BYTES, 4, 2);
     const auto status_one = testing::ExitedWithCode(1);
-    EXPECT_EXIT(merge_binary_images(nullptr, door), status_one,
-                "the Mask image is NULL : this mask image must be defined \\(use an empty mask \\(pix=255\\)if you do "
-                "not want to hide any thing\\)\n");
+    EXPECT_EXIT(merge_binary_images(nullptr, door), status_one, "the Mask image is NULL : this mask image must be");
     EXPECT_EXIT(merge_binary_images_color(mask, mask), status_one,
                 "io_img2 is not a COLOR_IMG_3BYTES : no merge color is applied \n");
 }

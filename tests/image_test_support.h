@@ -3,6 +3,7 @@
 #include <cstring>
 #include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "nerva/nerva.h"
@@ -22,6 +23,11 @@ inline rectangle box(int x, int y, int w, int h)
 inline rectangle bounds(int xmin, int ymin, int xmax, int ymax) { return {xmin, ymin, xmax, ymax, 0, 0}; }
 
 inline bytes_t bytes(const image* img, size_t n) { return {img->data, img->data + n}; }
+// An operation's result with the first n bytes it left in img, compared with
+// done(bytes): after(update(bg, ...), bg, n). The bytes are read once the
+// operation has run.
+inline std::pair<int, bytes_t> after(int result, const image* img, size_t n) { return {result, bytes(img, n)}; }
+inline std::pair<int, bytes_t> done(bytes_t expected) { return {0, std::move(expected)}; }
 
 template <typename T>
 T at(const image* img, size_t i)

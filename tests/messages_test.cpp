@@ -10,21 +10,13 @@
 
 using namespace nerva;
 
-namespace {
-
-using Messages = std::vector<std::pair<message_stream_t, std::string>>;
-
-void collect(message_stream_t stream, const char* text, size_t length, void* context)
-{
-    static_cast<Messages*>(context)->emplace_back(stream, std::string(text, length));
-}
-
-}  // namespace
-
 TEST(MessageSink, TakesEveryMessageWithItsStreamAndGivesThemBack)
 {
+    using Messages = std::vector<std::pair<message_stream_t, std::string>>;
     Messages got;
-    set_message_sink(collect, &got);
+    set_message_sink([](message_stream_t stream, const char* text, size_t n,
+                        void* to) { static_cast<Messages*>(to)->emplace_back(stream, std::string(text, n)); },
+                     &got);
     auto s = std::make_shared<MV_RLEsegm>();
     EXPECT_FALSE(RLEsegm_segmentKAP(cv::Mat(4, 4, CV_8UC1, cv::Scalar(0)), s));  // not initialised
     get_occl_type_from_name("NOT-A-NAME");

@@ -1,6 +1,6 @@
 // The segmenter's behaviours that a host depends on beyond plain labelling:
 // sampling quirks, hole counting, merge survivors, the blob pool and its
-// trimming, statistics, observers, subregion measures and refusals.
+// trimming, statistics, subregion measures and refusals.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -12,14 +12,6 @@ using namespace segmenter_test;
 namespace {
 
 using Runs = std::vector<std::pair<int, int>>;
-Runs first_row_runs(const cv::Mat& m, segm_ptr s)
-{
-    RLEsegm_segmentKAP(m, s);
-    Runs runs;
-    auto line = RLEimage_get_line(s->rle_img, s->roi_ymin);
-    for (int k = 0; k < line->nb_segs; ++k) runs.emplace_back(line->segs[k]->x_start, line->segs[k]->x_end);
-    return runs;
-}
 
 std::vector<RLEblob*> blobs(const cv::Mat& m, segm_ptr s) { return blobs_of(RLEsegm_segmentKAP(m, s)); }
 
@@ -37,7 +29,7 @@ TEST(RunExtraction, RowSamplingBackFillsAndSkipsOddRowsWhileSparse)
 {
     // Rows 1-3 hold a blob; the dot on row 5 lies on a row sparse mode skips.
     auto m = mask_from({"..........", "...##.....", "...##.....", "...##.....", "..........", ".#........"});
-    auto sampled = segmenter_for(m, 1, 2);
+    auto sampled = segmenter_for(m, 1, 2);  // holds the blobs found
     auto found = blobs(m, sampled);
     ASSERT_EQ(found.size(), 1u);
     EXPECT_EQ(vals(found[0]->npix, found[0]->bbox.ymin, found[0]->bbox.ymax), vals(6, 1, 3));  // row 1 back-filled
@@ -55,20 +47,18 @@ TEST(Labelling, UMergeSurvivorAndFirstRowSelfPairingHoles)
     auto s = segmenter_for(u);
     ASSERT_EQ(blobs(u, s).size(), 1u);
     auto left = RLEsegm_get_region(0, s), right = RLEsegm_get_region(1, s);
-    EXPECT_EQ(right->absorber, left);  // the lower ident survives
-    EXPECT_FALSE(left->absorber);
+    EXPECT_TRUE(right->absorber == left && !left->absorber);  // the lower ident survives
     for (int k = 0; k < s->nb_segs; ++k) EXPECT_EQ(s->seg_pool[k]->owner, left);
 
     // Three runs on the first non-empty row: the self-pairing counts a hole on
     // the regions of the first and second runs.
     ASSERT_EQ(blobs(mask_from({"..........", "#.#.#....."}), s).size(), 3u);
-    EXPECT_EQ(
-        vals(RLEsegm_get_region(0, s)->nholes, RLEsegm_get_region(1, s)->nholes, RLEsegm_get_region(2, s)->nholes),
-        vals(1, 1, 0));
+    const auto holes = [&](int i) { return RLEsegm_get_region(i, s)->nholes; };
+    EXPECT_EQ(vals(holes(0), holes(1), holes(2)), vals(1, 1, 0));
     EXPECT_EQ(RLEsegm_get_region(0, s)->hole, RLEsegm_get_region(1, s));
 }
 
-TEST(RegionsToBlobs, SizeFiltersAndBoxAreaStatistics)
+TEST(RegionsToBlobs, SizeFiltersBoxAreaStatisticsAndDensities)
 {
     auto m = mask_from({"#####.....###", ".#####......."});
     auto s = segmenter_for(m);
@@ -78,30 +68,38 @@ TEST(RegionsToBlobs, SizeFiltersAndBoxAreaStatistics)
     EXPECT_EQ(blobs(m, s).size(), 1u);
     s->min_blob_side = 0, s->min_blob_pixels = 4;
     EXPECT_EQ(blobs(m, s).size(), 1u);
+
+    // The previous frame's statistics; densities kept over an empty frame.
+    auto one = mask_from({"##..", "##.."}), none = mask_from({"....", "...."});
+    s = segmenter_for(one);
+    rectangle* r = make_rectangle(0, 0, 2, 4);
+    s->densities[r] = 16.0;
+    auto stats = [&] { return vals(s->nb_blobs_cur, s->blob_area_cur, s->nb_blobs_prev, s->blob_area_prev); };
+    RLEsegm_segmentKAP(one, s);
+    EXPECT_EQ(vals(stats(), s->densities[r]), vals(vals(1, 4, -1, -1), 2.0));
+    EXPECT_EQ(RLEsegm_segmentKAP(none, s), nullptr);
+    EXPECT_EQ(vals(stats(), s->densities[r]), vals(vals(0, 0, 1, 4), 2.0));
+    RLEsegm_segmentKAP(one, s);
+    EXPECT_EQ(s->densities[r], 0.25);  // rescaled again every frame
+    free_rectangle(r);
 }
 
 // (created blobs, blobs used in the last frame) -> created blobs after the next reset
 TEST(RegionsToBlobs, PoolTrimmingBoundaryAndTrimmedBlobsComeBackNew)
 {
-    struct Case {
-        int pool, used, expect_after;
-    };
-    for (Case c : {Case{45, 30, 29}, Case{40, 30, 29}, Case{39, 30, 39}, Case{60, 20, 60}}) {
-        auto first = dots(c.pool);
+    for (auto [pool, used, after] : {std::tuple{45, 30, 29}, {40, 30, 29}, {39, 30, 39}, {60, 20, 60}}) {
+        auto first = dots(pool);
         auto s = segmenter_for(first);
         for (RLEblob* b : blobs(first, s)) b->info[0] = 'x', b->measures[3] = 5, b->fathers[4999] = 7;  // host data
-        RLEsegm_segmentKAP(dots(c.used, first.rows), s);
+        RLEsegm_segmentKAP(dots(used, first.rows), s);
         RLEsegm_reset(s);
-        EXPECT_EQ(s->nb_pool_blobs, c.expect_after) << c.pool << "/" << c.used;
-
+        EXPECT_EQ(s->nb_pool_blobs, after) << pool << "/" << used;
         auto again = blobs(first, s);
-        ASSERT_EQ(again.size(), static_cast<size_t>(c.pool));
-        for (int i = 0; i < c.pool; ++i) {
-            const bool kept = i < c.expect_after;  // a kept blob keeps what the host wrote
+        ASSERT_EQ(again.size(), static_cast<size_t>(pool));
+        for (int i = 0; i < pool; ++i)  // a kept blob keeps what the host wrote, a new one comes clean
             ASSERT_EQ(vals(again[i]->info[0], again[i]->measures[3], again[i]->fathers[4999]),
-                      vals(kept ? 'x' : '\0', kept ? 5.0 : 0.0, kept ? 7 : 0))
+                      i < after ? vals('x', 5.0, 7) : vals('\0', 0.0, 0))
                 << i;
-        }
     }
 }
 
@@ -111,9 +109,8 @@ TEST(RegionsToBlobs, PoolFullReusesTheLastBlobWithoutLoopingTheList)
     auto s = segmenter_for(m);
     CapturedMessages out;
     const std::shared_ptr<RLEblob> head = RLEsegm_segmentKAP(m, s);
-    std::string expected;
-    for (int i = 0; i < 3; ++i) expected += "RLEsegm_get_new_blob(): too many blobs !Last blob reused.\n";
-    EXPECT_EQ(out.text, expected);
+    const std::string reused = "RLEsegm_get_new_blob(): too many blobs !Last blob reused.\n";
+    EXPECT_EQ(out.text, reused + reused + reused);
     EXPECT_EQ(vals(s->nb_blobs, count_blobs(head), s->nb_blobs_cur), vals(2003, 2000, 2000));
     EXPECT_EQ(s->blob_pool[1999]->fathers[0], 2002);  // overwritten by the last region
     // The reused blob stays the tail, linked to its neighbour on one side only,
@@ -124,36 +121,7 @@ TEST(RegionsToBlobs, PoolFullReusesTheLastBlobWithoutLoopingTheList)
     };
     EXPECT_EQ(tail_links(), vals(true, true, true));
     RLEsegm_blob_list_append(s->blob_pool[1999], s);
-    EXPECT_EQ(tail_links(), vals(true, true, true));
-    EXPECT_EQ(s->nb_blobs, 2004);
-}
-
-TEST(SegmenterStatistics, EmptyFramesDensitiesAndObservers)
-{
-    struct CountingObserver : Observer<CSegmentMessage> {
-        int calls = 0;
-        CSegmentMessage last{nullptr};
-        void notify(CSegmentMessage* msg) override { ++calls, last = *msg; }
-    } obs;
-    auto one = mask_from({"##..", "##.."}), none = mask_from({"....", "...."});
-    auto s = segmenter_for(one);
-    s->add_observer(&obs);
-    rectangle* r = make_rectangle(0, 0, 2, 4);
-    s->densities[r] = 16.0;
-    auto stats = [&] { return vals(s->nb_blobs_cur, s->blob_area_cur, s->nb_blobs_prev, s->blob_area_prev); };
-    RLEsegm_segmentKAP(one, s);
-    EXPECT_EQ(stats(), vals(1, 4, -1, -1));
-    EXPECT_EQ(s->densities[r], 2.0);
-    EXPECT_EQ(obs.calls, 1);
-    EXPECT_EQ(RLEsegm_segmentKAP(none, s), nullptr);
-    EXPECT_EQ(stats(), vals(0, 0, 1, 4));  // densities untouched on an empty frame
-    EXPECT_EQ(s->densities[r], 2.0);
-    EXPECT_EQ(vals(obs.calls, obs.last.type, obs.last.arg1, obs.last.arg2), vals(2, 1, -1, -1));
-    s->remove_observer(&obs);
-    RLEsegm_segmentKAP(one, s);
-    EXPECT_EQ(s->densities[r], 0.25);  // rescaled again every frame
-    EXPECT_EQ(obs.calls, 2);
-    free_rectangle(r);
+    EXPECT_EQ(vals(tail_links(), s->nb_blobs), vals(vals(true, true, true), 2004));
 }
 
 TEST(SubregionMeasures, SumsAndLimits)
@@ -162,11 +130,8 @@ TEST(SubregionMeasures, SumsAndLimits)
     auto s = segmenter_for(m);
     const int id = RLEsegm_segmentKAP(m, s)->fathers[0];
     double sx = -1, sy = -1;
-    EXPECT_EQ(subregion_get_sumxsumy(id, 4, 0, 6, 4, &sx, &sy, s), 3);
-    EXPECT_EQ(vals(sx, sy), vals(15.0, 6.0));
-    EXPECT_EQ(subregion_get_sumxsumy(id, 0, 4, 9, 0, &sx, &sy, s), 0);  // inverted
-    EXPECT_EQ(sx, 0.0);
-
+    EXPECT_TRUE(subregion_get_sumxsumy(id, 4, 0, 6, 4, &sx, &sy, s) == 3 && sx == 15.0 && sy == 6.0);
+    EXPECT_TRUE(subregion_get_sumxsumy(id, 0, 4, 9, 0, &sx, &sy, s) == 0 && sx == 0.0);  // inverted
     // The run ends exactly at x1 = 8: counted by the sums and the vertical
     // scan, ignored by the strict horizontal scan.
     EXPECT_EQ(subregion_get_sumxsumy(id, 8, 0, 9, 4, &sx, &sy, s), 1);
@@ -191,19 +156,18 @@ TEST(SegmenterRefusals, UnsafeInputGivesAnEmptyListAndOneLine)
     auto expect_refused = [&](const cv::Mat& mask, const char* why) {
         CapturedMessages out;
         EXPECT_FALSE(RLEsegm_segmentKAP(mask, s)) << why;
-        EXPECT_EQ(vals(out.lines(), out.text.rfind("RLEsegm_segmentKAP(): ", 0)), vals(1L, size_t{0})) << out.text;
-        EXPECT_NE(out.text.find(why), std::string::npos) << out.text;
+        EXPECT_TRUE(out.lines() == 1 && out.text.rfind("RLEsegm_segmentKAP(): ", 0) == 0 &&
+                    out.text.find(why) != std::string::npos)
+            << out.text;
     };
     expect_refused(cv::Mat(2, 4, CV_8UC3, cv::Scalar(255, 255, 255)), "8-bit single-channel");
     expect_refused(cv::Mat(), "non-empty");
     expect_refused(m(cv::Rect(0, 0, 2, 2)), "lies outside");  // mask smaller than the region of interest
     RLEsegm_set_steps(s, 0, 1);
     expect_refused(m, "column step 0");
-    RLEsegm_set_steps(s, 1, 1);
-    EXPECT_TRUE(RLEsegm_segmentKAP(m, s));  // and the segmenter still works
+    RLEsegm_set_steps(s, 1, 1);  // and the segmenter still works: signed bytes, negative ones foreground too
     const std::shared_ptr<RLEblob> head = RLEsegm_segmentKAP(cv::Mat(2, 4, CV_8SC1, cv::Scalar(-5)), s);
-    ASSERT_EQ(count_blobs(head), 1) << "signed bytes, negative ones foreground too";
-    EXPECT_EQ(head->npix, 8);
+    EXPECT_TRUE(count_blobs(head) == 1 && head->npix == 8);
     RLEsegm_free_private(s);
     expect_refused(m, "not initialised");
 }
@@ -250,7 +214,11 @@ TEST(RunExtraction, WideRowsSampledAtAnyStepFollowTheColumnRule)
         const int xmin = static_cast<int>(rng() % w), xmax = xmin + static_cast<int>(rng() % (w - xmin));
         RLEsegm_set_steps(s, step, 1);
         RLEsegm_set_ROI(xmin, 0, xmax, 0, s);
-        ASSERT_EQ(first_row_runs(m, s), sampled_runs_by_rule(m.ptr<uchar>(0), xmin, xmax, step))
+        RLEsegm_segmentKAP(m, s);
+        Runs runs;
+        for (auto line = s->rle_img->lines[0]; runs.size() < size_t(line->nb_segs);)
+            runs.emplace_back(line->segs[runs.size()]->x_start, line->segs[runs.size()]->x_end);
+        ASSERT_EQ(runs, sampled_runs_by_rule(m.ptr<uchar>(0), xmin, xmax, step))
             << "width " << w << " step " << step << " columns " << xmin << ".." << xmax;
     }
 }

@@ -3,31 +3,24 @@
 
 #include <random>
 #include <thread>
-#include <tuple>
-#include <vector>
 
 #include "segmenter_test_support.h"
 
 using namespace segmenter_test;
-
-namespace {
-constexpr int kWidth = 64, kHeight = 48;
-}
 
 // make check-thread runs this under ThreadSanitizer.
 TEST(SegmenterConcurrency, FourSegmentersOnFourThreadsMatchOneThread)
 {
     using Record = std::tuple<int, int, int, int, int, int, int>;  // npix, box, centre
     std::mt19937 rng(9);
-    std::vector<cv::Mat> masks;
-    for (int i = 0; i < 60; ++i) {
-        cv::Mat m(kHeight, kWidth, CV_8UC1);
-        for (auto it = m.begin<uchar>(); it != m.end<uchar>(); ++it) *it = rng() % 100 < 5 + 10u * (i % 9) ? 255 : 0;
-        masks.push_back(m);
+    std::vector<cv::Mat> masks(60);
+    for (size_t i = 0; i < masks.size(); ++i) {
+        masks[i].create(48, 64, CV_8UC1);
+        for (auto& px : cv::Mat_<uchar>(masks[i])) px = rng() % 100 < 5 + 10u * (i % 9) ? 255 : 0;
     }
     const int steps[][2] = {{1, 1}, {4, 2}, {2, 3}, {1, 4}};  // exact and sampled alike
     auto run = [&](std::vector<std::vector<Record>>& out) {
-        auto s = segmenter_for(kWidth, kHeight);
+        auto s = segmenter_for(64, 48);
         for (size_t i = 0; i < masks.size(); ++i) {
             RLEsegm_set_steps(s, steps[i % 4][0], steps[i % 4][1]);
             std::vector<Record> frame;

@@ -19,6 +19,5 @@ TEST(Stamps, InitialiserAndBooleanTextByPrefix)
     for (const char* s : {"false", "FALSE", "falsehood", "0", "0.5", "000"}) EXPECT_FALSE(atob(s)) << s;
     for (const char* s : {"", "1", "fals", "fAlse", "no", " false", "-0", "10"})
         EXPECT_TRUE(atob(s)) << '"' << s << '"';
-    EXPECT_FALSE(atob(std::string("0\0x", 3)));
-    EXPECT_TRUE(atob(std::string("\0", 1)));
+    EXPECT_TRUE(!atob(std::string("0\0x", 3)) && atob(std::string("\0", 1)));
 }

@@ -74,8 +74,7 @@ def test_the_command_line_matches_the_program_and_reruns_skip(nerva_blobs, clien
 def test_a_bad_input_fails_alone_and_chunks_of_masks_are_exact(client, videos, tmp_path):
     (tmp_path / "broken.avi").write_bytes(b"\x00garbage" * 500)
     out = tmp_path / "out"
-    status = run(client, videos / "cam0.avi", tmp_path / "broken.avi", tmp_path / "missing.avi", "--output", out)
-    assert status == 1
+    assert run(client, videos / "cam0.avi", tmp_path / "broken.avi", tmp_path / "missing.avi", "--output", out) == 1
     entries = manifest(out)
     assert entries["cam0"]["status"] == "done"
     assert entries["broken"]["status"] == "failed" and "cannot decode" in entries["broken"]["reason"]
@@ -88,8 +87,7 @@ def test_a_bad_input_fails_alone_and_chunks_of_masks_are_exact(client, videos, t
     write_video(tmp_path / "masks.avi", frames)
     whole, chunked = tmp_path / "whole", tmp_path / "chunked"
     assert run(client, tmp_path / "masks.avi", "--masks", "--output", whole) == 0
-    assert run(client, tmp_path / "masks.avi", "--masks", "--chunk", "10", "--warmup", "3",
-               "--output", chunked) == 0
+    assert run(client, tmp_path / "masks.avi", "--masks", "--chunk", "10", "--warmup", "3", "--output", chunked) == 0
     assert (chunked / "masks.jsonl").read_bytes() == (whole / "masks.jsonl").read_bytes()
     assert manifest(chunked)["masks"]["frames"] == 45
 

@@ -47,8 +47,8 @@ def test_mask_sequences_match_the_program(nerva_blobs, tmp_path, rng):
         cv2.imwrite(str(tmp_path / f"m_{i:03d}.png"), mask)
     pattern = tmp_path / "m_%03d.png"
     assert generator_lines(pattern, masks=True) == program_lines(nerva_blobs, pattern, "--masks")
-    assert generator_lines(tmp_path, masks=True, closing=3) == program_lines(nerva_blobs, tmp_path, "--masks",
-                                                                            "--close", "3")
+    closed = program_lines(nerva_blobs, tmp_path, "--masks", "--close", "3")
+    assert generator_lines(tmp_path, masks=True, closing=3) == closed
 
 
 def test_start_and_stop_and_unreadable_inputs_and_bad_options(tmp_path, video):

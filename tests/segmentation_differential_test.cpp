@@ -219,3 +219,59 @@ TEST(SegmentationDifferential, EveryRunKernelThisCpuRunsFindsTheSameRuns)
         }
     }
 }
+
+// A row step above 1 never cuts a blob: what it finds is a whole component,
+// and it finds every component crossing a read row (y a multiple of the step).
+TEST(SegmentationDifferential, RowStepsFindWholeComponentsAndEveryOneOnAReadRow)
+{
+    std::mt19937 rng(2024);
+    segm_ptr by_step[8];  // reused from frame to frame, at the largest size
+    for (int step : {2, 3, 4, 7}) by_step[step] = segmenter_for(64, 48, 1, step);
+    for (int trial = 0; trial < 400; ++trial) {
+        const int w = 2 + static_cast<int>(rng() % 63), h = 2 + static_cast<int>(rng() % 47),
+                  step = "\2\3\4\7"[trial % 4];
+        const cv::Mat mask = trial % 2 ? blocky(rng, w, h, 0.05 + 0.1 * (trial % 5)) : speckled(rng, w, h, 0.1);
+        const cv::Rect roi(rng() % (w / 2), rng() % (h / 2), w / 2, h / 2);
+        const segm_ptr& s = by_step[step];
+        RLEsegm_set_ROI(roi.x, roi.y, roi.x + roi.width - 1, roi.y + roi.height - 1, s);
+        RLEsegm_segmentKAP(mask, s);
+        cv::Mat labels, stats, centroids;
+        const int n = cv::connectedComponentsWithStats(mask(roi), labels, stats, centroids, 4, CV_32S);
+        std::set<int> found;
+        for (int i = 0; i < s->nb_regs; ++i) {
+            const region& r = *s->reg_pool[i];
+            if (r.absorber) continue;
+            const int label = labels.at<int>(r.y_min - roi.y, r.seed_x - roi.x);
+            const int* st = stats.ptr<int>(label);
+            ASSERT_TRUE(found.insert(label).second) << "trial " << trial;
+            ASSERT_EQ(vals(r.npix, r.x_min - roi.x, r.y_min - roi.y, r.x_max - r.x_min + 1, r.y_max - r.y_min + 1),
+                      vals(st[cv::CC_STAT_AREA], st[cv::CC_STAT_LEFT], st[cv::CC_STAT_TOP], st[cv::CC_STAT_WIDTH],
+                           st[cv::CC_STAT_HEIGHT]))
+                << "trial " << trial;
+        }
+        for (int y = (step - roi.y % step) % step; y < labels.rows; y += step)  // the read rows
+            for (int x = 0; x < labels.cols; ++x)
+                ASSERT_TRUE(!labels.at<int>(y, x) || found.count(labels.at<int>(y, x))) << "trial " << trial;
+        ASSERT_LE(static_cast<int>(found.size()), n - 1);
+    }
+}
+
+// Masks of several sizes through one segmenter: initialised at the largest
+// with the region of interest set to each mask, or initialised again at each
+// size, which sets the region of interest to the new frame and keeps the steps.
+TEST(SegmentationDifferential, MasksOfSeveralSizesThroughTheRegionOfInterestOrAnotherInitialisation)
+{
+    std::mt19937 rng(77);
+    auto largest = segmenter_for(64, 48), resized = segmenter_for(8, 8);
+    for (int frame = 0; frame < 150; ++frame) {
+        const int w = 1 + static_cast<int>(rng() % 64), h = 1 + static_cast<int>(rng() % 48);
+        const cv::Mat mask = frame % 2 ? blocky(rng, w, h, 0.4) : speckled(rng, w, h, 0.3);
+        ASSERT_EQ(differs(mask, largest), "") << w << "x" << h;
+        RLEsegm_set_steps(resized, 2, 3);
+        RLEsegm_init_privateKAP(resized, 0, w - 1, 0, h - 1, w, h);
+        ASSERT_EQ(vals(resized->step_x, resized->step_y, resized->roi_xmax, resized->roi_ymax),
+                  vals(2, 3, w - 1, h - 1));
+        RLEsegm_set_steps(resized, 1, 1);
+        ASSERT_EQ(differs(mask, resized), "") << w << "x" << h << " after initialising again";
+    }
+}

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <opencv2/imgcodecs.hpp>
@@ -112,6 +113,12 @@ TEST_F(NervaBlobs, FollowsTheMovingSquareOnEveryFrameAndDrawsIt)
     EXPECT_GT(cv::countNonZero(green), 2 * kSide);
     // The live test reads a written video back frame by frame.
     EXPECT_TRUE(fs::file_size(dir_ / "annotated.avi") > 0 && !cv::imread((dir_ / "overview.png").string()).empty());
+
+    // --realtime paces a file as a camera would deliver it: 40 frames at 25 a second.
+    const auto start = std::chrono::steady_clock::now();
+    const Result paced = run("square.avi --realtime -o /dev/null");
+    EXPECT_GT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 1.4);
+    EXPECT_NE(paced.err.find("frames dropped; from arrival to JSON line: median"), std::string::npos) << paced.err;
 }
 
 TEST_F(NervaBlobs, MasksFromADirectoryOrAPatternAreSegmentedExactlyAndKeepTheirSize)

@@ -61,6 +61,9 @@ TEST(SaveImage, RoundTripsHeaderOnlyKindsFailuresAndTheFourGradientFiles)
     testing::internal::CaptureStderr();
     EXPECT_EQ(save_image(img, "/dev/full"), -1);
     EXPECT_NE(testing::internal::GetCapturedStderr().find("Error writing in /dev/full"), std::string::npos);
+    testing::internal::CaptureStderr();  // the float writer's message is spelt its own way, no newline
+    EXPECT_EQ(save_image(keep.make(FLOAT_IMG, 100, 100), "/dev/full"), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Error wrinting in /dev/full");
 
     image* gx = keep.make(FLOAT_IMG, 3, 3);
     image* gy = keep.make(FLOAT_IMG, 3, 3);

@@ -15,8 +15,8 @@ struct Contender {
 };
 
 // nerva with steps (1,1) and (4,2), OpenCV's connectedComponentsWithStats
-// under every 4-connectivity algorithm and with 8-connectivity, and
-// countNonZero (one read of the mask).
+// under every 4-connectivity algorithm, with 8-connectivity and held to one
+// thread, and countNonZero (one read of the mask).
 std::vector<Contender> contenders();
 
 // The contender's call for each mask: masks of one size share one state (a

@@ -9,8 +9,9 @@
 //
 // NERVA_BENCH_VIDEO overrides the video; NERVA_STAGE_MASKS=mog2 takes the
 // video's MOG2 foreground (noisy masks) instead of nerva-blobs' change
-// detection; NERVA_MASK_CACHE names a file that keeps the decoded masks
-// between runs.
+// detection, NERVA_STAGE_MASKS=comb the two 1920x1080 combs (the worst
+// shape); NERVA_MASK_CACHE names a file that keeps the decoded masks between
+// runs.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -48,6 +49,7 @@ std::vector<cv::Mat> load_masks(const std::string& video)
         masks.clear();
     }
     const char* kind = std::getenv("NERVA_STAGE_MASKS");
+    if (kind && std::strcmp(kind, "comb") == 0) return {comb_mask({1920, 1080}, 3), comb_mask({1920, 1080}, 1)};
     masks = kind && std::strcmp(kind, "mog2") == 0 ? mog2_masks(video, 1, 0) : vtest_masks(video, 1);
     if (cache && !masks.empty()) {
         std::ofstream out(cache, std::ios::binary);

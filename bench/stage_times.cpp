@@ -10,8 +10,8 @@
 // NERVA_BENCH_VIDEO overrides the video; NERVA_STAGE_MASKS=mog2 takes the
 // video's MOG2 foreground (noisy masks) instead of nerva-blobs' change
 // detection, NERVA_STAGE_MASKS=comb the two 1920x1080 combs (the worst
-// shape); NERVA_MASK_CACHE names a file that keeps the decoded masks between
-// runs.
+// shape); NERVA_STAGE_COLD=1 flushes every cache before each frame's stages;
+// NERVA_MASK_CACHE names a file that keeps the decoded masks between runs.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -129,8 +129,12 @@ int main(int argc, char** argv)
     const cv::Mat zero = cv::Mat::zeros(size, CV_8UC1);
     auto since = [](Clock::time_point t) { return std::chrono::duration<double, std::nano>(Clock::now() - t).count(); };
     volatile long sink = 0;
+    // NERVA_STAGE_COLD=1: every frame's stages start with every cache flushed.
+    const bool cold = std::getenv("NERVA_STAGE_COLD") != nullptr;
+    std::vector<char> flush(64 << 20);
     for (int p = 0; p < passes; ++p) {
         for (const cv::Mat& m : masks) {
+            if (cold) std::memset(flush.data(), p + static_cast<int>(runs), flush.size());
             auto t = Clock::now();
             nerva::RLEsegm_reset(s);
             nerva::RLEreset_blob_idents(s);
@@ -187,7 +191,6 @@ int main(int argc, char** argv)
     // which drives the mask and the records out of every cache but leaves
     // the predictor as it was. Every 4th mask.
     double again_ns = 0, flushed_ns = 0, replays = 0;
-    std::vector<char> flush(64 << 20);
     for (size_t i = 0; i < masks.size(); i += 4, ++replays) {
         nerva::RLEsegm_segmentKAP(masks[i], s);
         auto t = Clock::now();

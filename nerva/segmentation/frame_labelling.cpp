@@ -47,7 +47,7 @@ public:
         regions_grew();
     }
 
-    // Labels row row_y against the row above: img2regs_init on the first row of
+    // Labels the row at row_y against the row above: img2regs_init on the first row of
     // interest that holds a run, then one img2regs_exec step per row. Rows
     // come in order, each once, every row of interest.
     void add_row(int32_t row_y)

@@ -32,6 +32,8 @@ using Clock = std::chrono::steady_clock;
 
 std::vector<cv::Mat> load_masks(const std::string& video)
 {
+    const char* kind = std::getenv("NERVA_STAGE_MASKS");
+    if (kind && std::strcmp(kind, "comb") == 0) return {comb_mask({1920, 1080}, 3), comb_mask({1920, 1080}, 1)};
     const char* cache = std::getenv("NERVA_MASK_CACHE");
     std::vector<cv::Mat> masks;
     if (cache) {
@@ -48,8 +50,6 @@ std::vector<cv::Mat> load_masks(const std::string& video)
         }
         masks.clear();
     }
-    const char* kind = std::getenv("NERVA_STAGE_MASKS");
-    if (kind && std::strcmp(kind, "comb") == 0) return {comb_mask({1920, 1080}, 3), comb_mask({1920, 1080}, 1)};
     masks = kind && std::strcmp(kind, "mog2") == 0 ? mog2_masks(video, 1, 0) : vtest_masks(video, 1);
     if (cache && !masks.empty()) {
         std::ofstream out(cache, std::ios::binary);
@@ -131,10 +131,14 @@ int main(int argc, char** argv)
     volatile long sink = 0;
     // NERVA_STAGE_COLD=1: every frame's stages start with every cache flushed.
     const bool cold = std::getenv("NERVA_STAGE_COLD") != nullptr;
+    // Writing 64 MB, a different byte each time, drives the mask and the
+    // records out of every cache.
     std::vector<char> flush(64 << 20);
+    int flushes = 0;
+    const auto flush_caches = [&] { std::memset(flush.data(), ++flushes, flush.size()); };
     for (int p = 0; p < passes; ++p) {
         for (const cv::Mat& m : masks) {
-            if (cold) std::memset(flush.data(), p + static_cast<int>(runs), flush.size());
+            if (cold) flush_caches();
             auto t = Clock::now();
             nerva::RLEsegm_reset(s);
             nerva::RLEreset_blob_idents(s);
@@ -196,7 +200,7 @@ int main(int argc, char** argv)
         auto t = Clock::now();
         nerva::RLEsegm_segmentKAP(masks[i], s);
         again_ns += since(t);
-        std::memset(flush.data(), static_cast<int>(i), flush.size());
+        flush_caches();
         t = Clock::now();
         nerva::RLEsegm_segmentKAP(masks[i], s);
         flushed_ns += since(t);

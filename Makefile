@@ -9,7 +9,7 @@ MAKEFLAGS += --no-print-directory
 # The demo: a real surveillance video from Debian's opencv-doc package.
 DEMO_VIDEO ?= /usr/share/doc/opencv-doc/examples/data/vtest.avi
 DEMO_OUT   ?= demo-out
-DEMO_FLAGS ?= --open 3 --close 7 --min-pixels 150
+DEMO_FLAGS ?=
 NERVA_BLOBS = $(BUILD_DIR)/tools/nerva-blobs/nerva-blobs
 # Debian's interpreter: the first python3 on PATH may be a version manager's
 # shim without numpy.

@@ -30,6 +30,10 @@ class CMakeBuild(build_ext):
         target = self.get_ext_fullpath(ext.name)
         os.makedirs(os.path.dirname(target), exist_ok=True)
         self.copy_file(built, target)
+        # The library the module links, found beside it ($ORIGIN).
+        for name in os.listdir(os.path.dirname(built)):
+            if name.startswith("libnerva.so"):
+                self.copy_file(os.path.join(os.path.dirname(built), name), os.path.dirname(target))
 
 
 setup(version=version(), ext_modules=[Extension("nerva._nerva", sources=[])], cmdclass={"build_ext": CMakeBuild})

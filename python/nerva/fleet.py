@@ -26,9 +26,21 @@ import time
 import uuid
 from typing import Dict, List, Optional, Tuple
 
+from . import _nerva
 from .fleet_task import segment_piece, write_atomically
 
 MANIFEST = "manifest.json"
+_EXAMPLES = """examples:
+  nerva-fleet videos/ -o results/
+      every video of a folder, one worker process per core
+  nerva-fleet cam1.avi cam2.avi --preset vehicles -o results/
+      two videos, with the clean-up and size floor for cars
+  nerva-fleet masks/ --masks -o results/
+      a folder of mask images (or of folders of masks), segmented as given
+  nerva-fleet long.mp4 --chunk 2000 -o results/
+      one long video split over the workers
+  nerva-fleet videos/ --scheduler tcp://10.0.0.5:8786 -o /shared/results/
+      an existing Dask cluster (inputs and output on a shared file system)"""
 VIDEO_SUFFIXES = (".avi", ".mp4", ".mkv", ".mov", ".m4v", ".mpg", ".mpeg", ".webm", ".wmv", ".flv", ".ts")
 
 
@@ -78,51 +90,88 @@ def save_manifest(path: str, entries: Dict[str, dict]) -> None:
     write_atomically(path, lambda f: json.dump({"inputs": entries}, f, indent=1, sort_keys=True))
 
 
-def _positive_pair(text: str) -> Tuple[int, int]:
-    try:
-        sx, sy = (int(v) for v in text.split(","))
-    except ValueError:
-        raise argparse.ArgumentTypeError(f"'{text}' is not two integers sx,sy") from None
-    if sx < 1 or sy < 1:
-        raise argparse.ArgumentTypeError(f"steps must be at least 1 (got {text})")
-    return sx, sy
+def _integers(count: int):
+    def parse(text: str) -> Tuple[int, ...]:
+        try:
+            values = tuple(int(v) for v in text.split(","))
+        except ValueError:
+            values = ()
+        if len(values) != count:
+            raise argparse.ArgumentTypeError(f"'{text}' is not {count} integers separated by commas")
+        return values
+    return parse
 
 
-def _roi(text: str) -> Tuple[int, int, int, int]:
+def _integer(text: str) -> int:
     try:
-        x, y, w, h = (int(v) for v in text.split(","))
+        return int(text)
     except ValueError:
-        raise argparse.ArgumentTypeError(f"'{text}' is not four integers x,y,w,h") from None
-    if w < 1 or h < 1 or x < 0 or y < 0:
-        raise argparse.ArgumentTypeError(f"'{text}': x and y must be at least 0, width and height at least 1")
-    return x, y, w, h
+        raise argparse.ArgumentTypeError(f"'{text}' is not an integer") from None
+
+
+def _number(text: str) -> float:
+    try:
+        return float(text)
+    except ValueError:
+        raise argparse.ArgumentTypeError(f"'{text}' is not a number") from None
+
+
+# How argparse reads each of the pipeline's options; their flags, meanings
+# and defaults, and the check of their values, are nerva-blobs' own.
+_PIPELINE_ARGUMENTS = {
+    "preset": dict(choices=[p["name"] for p in _nerva.presets()]),
+    "masks": dict(action="store_true"),
+    "background": dict(choices=("average", "mog2"), default="average"),
+    "learning_rate": dict(type=_number),
+    "threshold": dict(type=_integer, default=25),
+    "open": dict(type=_integer),
+    "close": dict(type=_integer),
+    "roi": dict(type=_integers(4)),
+    "steps": dict(type=_integers(2), default=(1, 1)),
+    "min_side": dict(type=_integer, default=0),
+    "min_pixels": dict(type=_integer),
+}
+
+
+def _add_pipeline_arguments(p: argparse.ArgumentParser) -> None:
+    groups = {}
+    for option in _nerva.option_table():
+        group = groups.get(option["group"])
+        if group is None:
+            group = groups[option["group"]] = p.add_argument_group(f"{option['group'].lower()} (as nerva-blobs)")
+        how = dict(_PIPELINE_ARGUMENTS[option["name"]])
+        if option["value"] and "choices" not in how:
+            how["metavar"] = option["value"]
+        meaning = f"{option['meaning']} [default: {option['default']}]".replace("%", "%%")
+        group.add_argument(option["flag"], dest=option["name"], help=meaning, **how)
 
 
 def _count(low: int):
     def parse(text: str) -> int:
-        try:
-            value = int(text)
-        except ValueError:
-            raise argparse.ArgumentTypeError(f"'{text}' is not an integer") from None
+        value = _integer(text)
         if value < low:
             raise argparse.ArgumentTypeError(f"must be at least {low} (got {value})")
         return value
     return parse
 
 
-def _rate(text: str) -> float:
-    try:
-        value = float(text)
-    except ValueError:
-        raise argparse.ArgumentTypeError(f"'{text}' is not a number") from None
-    if not 0 <= value <= 1:
-        raise argparse.ArgumentTypeError("must lie between 0 and 1")
-    return value
+def _unknown_options(p: argparse.ArgumentParser, extras: List[str]) -> None:
+    """Exits with the first unknown option and the nearest known ones."""
+    import difflib
+    flags = [flag for action in p._actions for flag in action.option_strings if flag.startswith("--")]
+    for extra in extras:
+        typed = extra.split("=")[0]
+        near = difflib.get_close_matches(typed, flags, n=2, cutoff=0.6) if typed.startswith("-") else []
+        hint = f"; did you mean {' or '.join(near)}?" if near else ""
+        p.error(f"unknown option {typed}{hint}" if typed.startswith("-") else f"unexpected argument '{extra}'")
 
 
 def parse_arguments(argv: Optional[List[str]]) -> argparse.Namespace:
+    presets = "\n".join(f"  {p['name']}: {p['meaning']}" for p in _nerva.presets())
     p = argparse.ArgumentParser(prog="nerva-fleet", description=__doc__.split("\n\n")[0],
-                                epilog="Foreground and segmentation options mean what they mean to nerva-blobs.")
+                                formatter_class=argparse.RawDescriptionHelpFormatter,
+                                allow_abbrev=False,  # as nerva-blobs: a misspelt option is named, not guessed
+                                epilog=f"presets (--preset):\n{presets}\n\n{_EXAMPLES}")
     p.add_argument("inputs", nargs="+", metavar="INPUT",
                    help="videos, image patterns (frames/img_%%04d.png), folders of images, or folders of videos")
     p.add_argument("-o", "--output", required=True, metavar="DIR", help="folder for <name>.jsonl and manifest.json")
@@ -135,23 +184,13 @@ def parse_arguments(argv: Optional[List[str]]) -> argparse.Namespace:
                    help="with --chunk: frames read before each chunk to warm its background up (default 200)")
     p.add_argument("--progress", action="store_true", help="progress even when standard error is not a terminal")
     p.add_argument("-q", "--quiet", action="store_true", help="no summary table")
-    g = p.add_argument_group("foreground (as nerva-blobs)")
-    g.add_argument("--masks", action="store_true", help="inputs hold foreground masks (non-zero = foreground)")
-    g.add_argument("--background", choices=("average", "mog2"), default="average")
-    g.add_argument("--learning-rate", type=_rate, metavar="R")
-    g.add_argument("--threshold", type=_count(0), default=25, metavar="T")
-    g.add_argument("--open", type=_count(0), default=0, metavar="N")
-    g.add_argument("--close", type=_count(0), default=0, metavar="N")
-    g = p.add_argument_group("segmentation (as nerva-blobs)")
-    g.add_argument("--roi", type=_roi, metavar="x,y,w,h")
-    g.add_argument("--steps", type=_positive_pair, default=(1, 1), metavar="sx,sy")
-    g.add_argument("--min-side", type=_count(0), default=0, metavar="N")
-    g.add_argument("--min-pixels", type=_count(0), default=0, metavar="N")
-    args = p.parse_args(argv)
-    if args.threshold > 255:
-        p.error("--threshold: must lie between 0 and 255")
-    if args.masks and args.background == "mog2":
-        p.error("--masks and --background mog2 exclude each other: masks need no background")
+    _add_pipeline_arguments(p)
+    args, extras = p.parse_known_args(argv)
+    if extras:
+        _unknown_options(p, extras)
+    wrong = _nerva.check_options(pipeline_options(args), "flags")
+    if wrong:
+        p.error(wrong)
     names = [name for name, _ in expand_inputs(args.inputs)]
     twice = sorted({n for n in names if names.count(n) > 1})
     if twice:
@@ -161,10 +200,12 @@ def parse_arguments(argv: Optional[List[str]]) -> argparse.Namespace:
 
 def pipeline_options(args: argparse.Namespace) -> dict:
     """Keyword arguments of blobs_in_video; JSON-safe, recorded in the manifest."""
+    from .video import resolve_preset
+    opening, closing, min_pixels = resolve_preset(args.preset, args.masks, args.open, args.close, args.min_pixels)
     return dict(masks=args.masks, background=args.background, learning_rate=args.learning_rate,
-                threshold=args.threshold, opening=args.open, closing=args.close,
+                threshold=args.threshold, opening=opening, closing=closing,
                 roi=list(args.roi) if args.roi else None, steps=list(args.steps),
-                min_side=args.min_side, min_pixels=args.min_pixels)
+                min_side=args.min_side, min_pixels=min_pixels)
 
 
 # ---- the run ----

@@ -17,12 +17,10 @@ from typing import Iterator, List, Optional, Tuple
 
 import numpy as np
 
+from . import _nerva
 from ._nerva import AverageBackground, Blobs, Segmenter
 
 IMAGE_SUFFIXES = (".png", ".pgm", ".ppm", ".pnm", ".pbm", ".jpg", ".jpeg")
-# The addresses nerva-blobs takes as live sources.
-_STREAM = re.compile(r"^(rtsps?|rtmps?|https?|udp|tcp|rtp|srt)://.+", re.IGNORECASE)
-_DEVICE = re.compile(r"^/dev/video[0-9]+$")
 
 
 class InputError(RuntimeError):
@@ -40,6 +38,12 @@ def _cv2():
 
 def is_image_name(path: str) -> bool:
     return os.path.splitext(path)[1].lower() in IMAGE_SUFFIXES
+
+
+def input_kind(source: str) -> str:
+    """How nerva-blobs reads `source`: "missing", "network", "device", "directory", "image", "pattern" or
+    "video". A path that exists is read as that file or directory, whatever characters it holds."""
+    return _nerva.input_kind(source)
 
 
 def _files_of_pattern(pattern: str) -> List[str]:
@@ -96,17 +100,16 @@ def _image_frames(files: List[str], masks: bool, start: int) -> Iterator[np.ndar
 
 def is_live_source(source: str) -> bool:
     """A network stream address or a V4L2 camera; a path that exists as a file is neither."""
-    if _STREAM.match(source):
-        return not os.path.isfile(source)
-    return bool(_DEVICE.match(source)) and os.path.exists(source) and not os.path.isfile(source)
+    return input_kind(source) in ("network", "device")
 
 
 def _video_frames(path: str, start: int) -> Iterator[np.ndarray]:
     cv2 = _cv2()
-    live = is_live_source(path)
+    kind = input_kind(path)
+    live = kind in ("network", "device")
     if not live:
         _check_readable(path)
-    backend = cv2.CAP_V4L2 if live and _DEVICE.match(path) else cv2.CAP_FFMPEG
+    backend = cv2.CAP_V4L2 if kind == "device" else cv2.CAP_FFMPEG
     capture = cv2.VideoCapture(path, backend)
     if not capture.isOpened():
         if live:
@@ -134,28 +137,28 @@ def read_frames(source: str, *, masks: bool = False, start: int = 0) -> Iterator
     A path that exists is read as that file or directory, whatever characters
     it holds; a live source is read as it comes, without reconnection.
     """
-    if is_live_source(source):
-        return _video_frames(source, start)
-    if "%" in source and not os.path.exists(source):
-        return _image_frames(_files_of_pattern(source), masks, start)
-    if not os.path.exists(source):
+    kind = input_kind(source)
+    if kind == "missing":
         raise InputError(f"input '{source}' does not exist")
-    if os.path.isdir(source):
+    if kind == "pattern":
+        return _image_frames(_files_of_pattern(source), masks, start)
+    if kind == "directory":
         return _image_frames(_files_of_directory(source), masks, start)
-    if is_image_name(source):
+    if kind == "image":
         return _image_frames([source], masks, start)
     return _video_frames(source, start)
 
 
 def frame_count(source: str) -> int:
     """Frames the container announces (videos; it may be wrong), files of a sequence, or -1."""
-    if is_live_source(source):
+    kind = input_kind(source)
+    if kind in ("network", "device", "missing"):
         return -1
-    if "%" in source and not os.path.exists(source):
+    if kind == "pattern":
         return len(_files_of_pattern(source))
-    if os.path.isdir(source):
+    if kind == "directory":
         return len(_files_of_directory(source))
-    if is_image_name(source):
+    if kind == "image":
         return 1
     cv2 = _cv2()
     capture = cv2.VideoCapture(source, cv2.CAP_FFMPEG)
@@ -211,25 +214,26 @@ def _foreground(masks: bool, background: str, learning_rate: Optional[float], th
     return average
 
 
-def check_options(*, masks: bool = False, background: str = "average", learning_rate: Optional[float] = None,
-                  threshold: int = 25, opening: int = 0, closing: int = 0, **_ignored) -> None:
-    """ValueError for options nerva-blobs refuses on its command line (those that need no frame)."""
-    if background not in ("average", "mog2"):
-        raise ValueError(f"background must be 'average' or 'mog2', not {background!r}")
-    if learning_rate is not None and not 0 <= learning_rate <= 1:
-        raise ValueError("learning_rate must lie between 0 and 1")
-    if not 0 <= threshold <= 255:
-        raise ValueError("threshold must lie between 0 and 255")
-    if opening < 0 or closing < 0:
-        raise ValueError("opening and closing kernel sizes cannot be negative")
-    if masks and background == "mog2":
-        raise ValueError("masks and background 'mog2' exclude each other: masks need no background")
+def check_options(options: dict, frame_size: Optional[Tuple[int, int]] = None) -> None:
+    """ValueError for options nerva-blobs refuses; with a frame size (width, height), what only the frame shows
+    too (a region of interest outside it, a clean-up kernel larger than it). The program's own check."""
+    width, height = frame_size if frame_size else (None, None)
+    wrong = _nerva.check_options(options, "keywords", width, height)
+    if wrong:
+        raise ValueError(wrong)
 
 
-def blobs_in_video(source: str, *, masks: bool = False, background: str = "average",
-                   learning_rate: Optional[float] = None, threshold: int = 25, opening: int = 0, closing: int = 0,
-                   roi: Optional[Tuple[int, int, int, int]] = None, steps: Tuple[int, int] = (1, 1),
-                   min_side: int = 0, min_pixels: int = 0,
+def resolve_preset(preset: Optional[str], masks: bool, opening: Optional[int], closing: Optional[int],
+                   min_pixels: Optional[int]) -> Tuple[int, int, int]:
+    """(opening, closing, min_pixels) as nerva-blobs settles them: the values given, the preset's for the
+    others; the people preset for frames and raw for masks when none is named."""
+    return _nerva.preset_values(preset, masks, opening, closing, min_pixels)
+
+
+def blobs_in_video(source: str, *, preset: Optional[str] = None, masks: bool = False, background: str = "average",
+                   learning_rate: Optional[float] = None, threshold: int = 25, opening: Optional[int] = None,
+                   closing: Optional[int] = None, roi: Optional[Tuple[int, int, int, int]] = None,
+                   steps: Tuple[int, int] = (1, 1), min_side: int = 0, min_pixels: Optional[int] = None,
                    start: int = 0, stop: Optional[int] = None,
                    with_time: bool = False) -> Iterator[Tuple[int, np.ndarray, Blobs]]:
     """Yields (frame_index, frame, blobs) for each frame of a video or image sequence.
@@ -242,6 +246,10 @@ def blobs_in_video(source: str, *, masks: bool = False, background: str = "avera
                     udp://, tcp://, rtmp://... through FFmpeg, /dev/videoN
                     through V4L2); a live source is read until it ends,
                     without the program's reconnection or frame dropping
+    preset          "people" (default for frames: opening 3, closing 7,
+                    min_pixels 150), "vehicles" (5, 11, 400) or "raw"
+                    (default for masks: 0, 0, 0); opening, closing and
+                    min_pixels given beside it win
     masks           the source already holds foreground masks (any non-zero
                     value in any channel is foreground)
     background      "average": the library's running average on grey frames
@@ -262,8 +270,10 @@ def blobs_in_video(source: str, *, masks: bool = False, background: str = "avera
     Raises InputError for a source that cannot be read and ValueError for bad
     options, a region of interest outside the frame included.
     """
-    check_options(masks=masks, background=background, learning_rate=learning_rate, threshold=threshold,
-                  opening=opening, closing=closing)
+    opening, closing, min_pixels = resolve_preset(preset, masks, opening, closing, min_pixels)
+    options = dict(masks=masks, background=background, learning_rate=learning_rate, threshold=threshold,
+                   opening=opening, closing=closing, roi=roi, steps=steps, min_side=min_side, min_pixels=min_pixels)
+    check_options(options)
     if start < 0 or (stop is not None and stop < start):
         raise ValueError("start must be at least 0 and stop at least start")
     began = time.monotonic()
@@ -275,6 +285,7 @@ def blobs_in_video(source: str, *, masks: bool = False, background: str = "avera
             break
         if size is None:
             size = (frame.shape[1], frame.shape[0])
+            check_options(options, size)
             segmenter = Segmenter(size[0], size[1], roi=roi, steps=steps, min_side=min_side,
                                   min_pixels=min_pixels)
             foreground = _foreground(masks, background, learning_rate, threshold, size, segmenter.roi)
@@ -293,20 +304,13 @@ def blobs_in_video(source: str, *, masks: bool = False, background: str = "avera
         raise InputError(f"'{source}' holds no frame")
 
 
-def json_line(index: int, blobs: Blobs, time: Optional[float] = None, dropped: int = 0) -> str:
+def json_line(index: int, blobs: Blobs, time: Optional[float] = None, dropped: int = 0,
+              components: Optional[int] = None) -> str:
     """One frame as nerva-blobs writes it to its JSON Lines output, newline included.
 
     With a `time` (seconds) the line ends with the program's "time" and
     "dropped" fields; without, it holds the frame and its blobs only.
+    `components`, when the frame held more blobs than the segmenter's pool
+    and `blobs` is cut short, adds "truncated": true and that count.
     """
-    items = ",".join(
-        f'{{"id":{b.ident},"bbox":[{b.xmin},{b.ymin},{b.xmax},{b.ymax}],"width":{b.width},'
-        f'"height":{b.height},"npix":{b.npix},"xc":{b.xc},"yc":{b.yc}}}' for b in blobs)
-    extras = "" if time is None else f',"time":{_json_number(round(time * 1e6) / 1e6)},"dropped":{dropped}'
-    return f'{{"frame":{index},"blobs":[{items}]{extras}}}\n'
-
-
-def _json_number(x: float) -> str:
-    # The shortest text that reads back as x, with ".0" on whole numbers:
-    # what the program's JSON writer prints for the times it writes.
-    return repr(float(x))
+    return _nerva.json_line(index, blobs, time, dropped, components)

@@ -11,4 +11,5 @@ PYBIND11_MODULE(_nerva, m)
     nerva_python::bind_segmenter(m);
     nerva_python::bind_background(m);
     nerva_python::bind_bench_support(m);
+    nerva_python::bind_pipeline(m);
 }

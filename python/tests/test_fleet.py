@@ -118,3 +118,11 @@ def test_bad_command_lines_exit_2(tmp_path, argv):
     result = subprocess.run([sys.executable, "-m", "nerva.fleet", "x.avi", *argv,
                              *(["--output", str(tmp_path)] if argv else [])], capture_output=True, text=True)
     assert result.returncode == 2 and "nerva-fleet: error:" in result.stderr
+
+
+def test_options_the_frame_refuses_fail_the_input_at_once(client, videos, tmp_path):
+    out = tmp_path / "out"
+    assert run(client, videos / "cam0.avi", "-o", out, "--close", "3000") == 1
+    entry = manifest(out)["cam0"]
+    assert entry["status"] == "failed"
+    assert "closing 3000: the kernel is larger than the 160x120 frame" in entry["reason"]

@@ -32,6 +32,8 @@ def video(tmp_path_factory):
      dict(opening=3, closing=5, min_pixels=10, roi=(10, 20, 130, 90), steps=(1, 2), threshold=30,
           learning_rate=0.05)),
     (["--background", "mog2", "--min-side", "3"], dict(background="mog2", min_side=3)),
+    (["--preset", "raw"], dict(preset="raw")),
+    (["--preset", "vehicles", "--close", "3"], dict(preset="vehicles", closing=3)),
 ])
 def test_generator_matches_the_program(nerva_blobs, video, program_options, options):
     expected = program_lines(nerva_blobs, video, *program_options)

@@ -159,12 +159,7 @@ private:
 
 std::unique_ptr<Foreground> make_foreground(const Options& options, cv::Size frame_size, cv::Rect roi)
 {
-    // A kernel that fits nowhere in the frame only costs time (minutes for a
-    // few thousand pixels, exabytes asked of the allocator near INT_MAX).
-    for (const auto& [name, side] : {std::pair{"--open", options.open}, std::pair{"--close", options.close}})
-        if (side > frame_size.width || side > frame_size.height)
-            throw UsageError(std::string(name) + " " + std::to_string(side) + ": the kernel is larger than the " +
-                             std::to_string(frame_size.width) + "x" + std::to_string(frame_size.height) + " frame");
+    // region_of_interest() has checked the options against the frame.
     if (options.masks) return std::make_unique<GivenMasks>(options);
     if (options.background == Background::mog2) return std::make_unique<Mog2>(options);
     return std::make_unique<RunningAverage>(options, frame_size, roi);

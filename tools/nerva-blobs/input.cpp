@@ -19,20 +19,13 @@
 #include <opencv2/videoio.hpp>
 
 #include "errors.h"
+#include "input_kind.h"
 #include "live_source.h"
 
 namespace fs = std::filesystem;
 
 namespace nerva_blobs {
 namespace {
-
-bool is_image_name(const fs::path& p)
-{
-    std::string ext = p.extension().string();
-    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
-    return ext == ".png" || ext == ".pgm" || ext == ".ppm" || ext == ".pnm" || ext == ".pbm" || ext == ".jpg" ||
-           ext == ".jpeg";
-}
 
 // Refuses early what the decoders would only report vaguely.
 void check_readable(const std::string& path)
@@ -211,7 +204,8 @@ std::vector<std::string> files_of_directory(const std::string& dir)
     std::vector<std::string> files;
     std::error_code ec;
     for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec))
-        if (it->is_regular_file() && is_image_name(it->path())) files.push_back(it->path().string());
+        if (it->is_regular_file() && nerva_pipeline::is_image_name(it->path().string()))
+            files.push_back(it->path().string());
     if (ec) throw RuntimeError("cannot list directory '" + dir + "': " + ec.message());
     if (files.empty()) throw RuntimeError("directory '" + dir + "' holds no PNG, PGM, PPM or JPEG file");
     // Zero-padded numbering gives the frame order.
@@ -223,20 +217,17 @@ std::vector<std::string> files_of_directory(const std::string& dir)
 
 std::unique_ptr<FrameSource> open_source(const std::string& path, bool as_masks)
 {
-    // A file that exists is read as a file, whatever its name holds
-    // ("cam%20view.avi"); only a name that matches nothing is a pattern.
-    std::error_code ec;
-    const fs::file_status status = fs::status(path, ec);
-    if (!fs::exists(status)) {
-        if (is_network_address(path)) return make_live_source(path, LiveKind::network);
-        if (path.find('%') != std::string::npos)
-            return std::make_unique<ImageListSource>(files_of_pattern(path), as_masks);
-        throw RuntimeError("input '" + path + "' does not exist");
+    using nerva_pipeline::InputKind;
+    switch (nerva_pipeline::input_kind(path)) {
+    case InputKind::missing: break;
+    case InputKind::network: return make_live_source(path, LiveKind::network);
+    case InputKind::device: return make_live_source(path, LiveKind::device);
+    case InputKind::pattern: return std::make_unique<ImageListSource>(files_of_pattern(path), as_masks);
+    case InputKind::directory: return std::make_unique<ImageListSource>(files_of_directory(path), as_masks);
+    case InputKind::image: return std::make_unique<ImageListSource>(std::vector<std::string>{path}, as_masks);
+    case InputKind::video: return std::make_unique<VideoSource>(path);
     }
-    if (is_v4l2_device(path)) return make_live_source(path, LiveKind::device);
-    if (fs::is_directory(status)) return std::make_unique<ImageListSource>(files_of_directory(path), as_masks);
-    if (is_image_name(path)) return std::make_unique<ImageListSource>(std::vector<std::string>{path}, as_masks);
-    return std::make_unique<VideoSource>(path);
+    throw RuntimeError("input '" + path + "' does not exist");
 }
 
 }  // namespace nerva_blobs

@@ -1,9 +1,5 @@
 #include "live_source.h"
 
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
-
-#include <regex>
 #include <vector>
 
 namespace nerva_blobs {
@@ -46,19 +42,6 @@ private:
 };
 
 }  // namespace
-
-bool is_network_address(const std::string& text)
-{
-    static const std::regex scheme("^(rtsps?|rtmps?|https?|udp|tcp|rtp|srt)://.+", std::regex::icase);
-    return std::regex_match(text, scheme);
-}
-
-bool is_v4l2_device(const std::string& path)
-{
-    constexpr unsigned kVideo4LinuxMajor = 81;
-    struct stat st {};
-    return ::stat(path.c_str(), &st) == 0 && S_ISCHR(st.st_mode) && major(st.st_rdev) == kVideo4LinuxMajor;
-}
 
 std::unique_ptr<FrameSource> make_live_source(const std::string& address, LiveKind kind)
 {

@@ -15,12 +15,6 @@ namespace nerva_blobs {
 
 enum class LiveKind { network, device };
 
-// "rtsp://...", "http://..." and the other schemes FFmpeg streams from.
-bool is_network_address(const std::string& text);
-
-// A V4L2 character device (/dev/video0); other devices are read as files.
-bool is_v4l2_device(const std::string& path);
-
 std::unique_ptr<FrameSource> make_live_source(const std::string& address, LiveKind kind);
 
 // The capture's frame rate when it gives a plausible one, else 25.

@@ -74,7 +74,9 @@ int run(const Options& o)
         const std::vector<Blob>& blobs = segmenter.segment(mask);
         const double segment_ms = ms_since(t);
 
-        json.write(index, blobs, LineExtras{frame.time, frame.dropped, frame.outage_s, frame.outage_attempts});
+        json.write(
+            index, blobs,
+            LineExtras{frame.time, frame.dropped, frame.outage_s, frame.outage_attempts, segmenter.components()});
         summary.add_latency(std::chrono::duration<double, std::milli>(clock_type::now() - frame.arrival).count());
         summary.add(static_cast<int>(blobs.size()), frame.decode_ms, foreground_ms, segment_ms);
         if (overview) overview->count(static_cast<int>(blobs.size()));

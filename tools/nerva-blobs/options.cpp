@@ -14,6 +14,8 @@
 namespace nerva_blobs {
 namespace {
 
+namespace pipeline = nerva_pipeline;
+
 std::string lower_extension(const std::string& path)
 {
     const auto dot = path.find_last_of('.');
@@ -24,24 +26,10 @@ std::string lower_extension(const std::string& path)
     return ext;
 }
 
-void check_values(const Options& o, const std::vector<int>& roi, const std::vector<int>& steps)
+// What only this program has: its outputs and the live-source options.
+void check_program_values(const Options& o)
 {
-    if (!roi.empty() && (roi[2] < 1 || roi[3] < 1))
-        throw UsageError("--roi: width and height must be at least 1 (got " + std::to_string(roi[2]) + "x" +
-                         std::to_string(roi[3]) + ")");
-    if (!roi.empty() && (roi[0] < 0 || roi[1] < 0))
-        throw UsageError("--roi: the region of interest starts outside the frame (x and y must be at least 0)");
-    if (steps[0] < 1 || steps[1] < 1)
-        throw UsageError("--steps: steps must be at least 1 (got " + std::to_string(steps[0]) + "," +
-                         std::to_string(steps[1]) + ")");
-    if (!(o.learning_rate >= 0.0f && o.learning_rate <= 1.0f))  // NaN fails both
-        throw UsageError("--learning-rate: must lie between 0 and 1");
-    if (o.threshold < 0 || o.threshold > 255) throw UsageError("--threshold: must lie between 0 and 255");
-    if (o.open < 0 || o.close < 0) throw UsageError("--open/--close: kernel sizes cannot be negative");
-    if (o.min_side < 0 || o.min_pixels < 0) throw UsageError("--min-side/--min-pixels: cannot be negative");
     if (o.every < 1) throw UsageError("--every: must be at least 1");
-    if (o.masks && o.background == Background::mog2)
-        throw UsageError("--masks and --background mog2 exclude each other: masks need no background");
     if (!o.overview.empty()) {
         const std::string ext = lower_extension(o.overview);
         if (ext != "png" && ext != "jpg" && ext != "jpeg")
@@ -54,7 +42,123 @@ void check_values(const Options& o, const std::vector<int>& roi, const std::vect
     }
 }
 
+// Help's lines at most 80 columns wide beside the option column.
+std::string wrapped(const std::string& text)
+{
+    constexpr size_t kWidth = 80;
+    std::string out;
+    size_t line = 0;
+    for (size_t start = 0; start < text.size();) {
+        size_t end = text.find(' ', start);
+        if (end == std::string::npos) end = text.size();
+        const std::string word = text.substr(start, end - start);
+        if (line > 0 && line + 1 + word.size() > kWidth) {
+            out += '\n';
+            line = 0;
+        } else if (line > 0) {
+            out += ' ';
+            ++line;
+        }
+        out += word;
+        line += word.size();
+        start = end + 1;
+    }
+    return out;
+}
+
+// An option of the table shared with Python and nerva-fleet: its flag,
+// placeholder, default and meaning come from there.
+template <typename T>
+CLI::Option* add_shared(CLI::App& app, const char* name, T& variable)
+{
+    const pipeline::OptionInfo& info = pipeline::option(name);
+    const std::string meaning = wrapped(std::string(info.meaning) + " [default: " + info.default_text + "]");
+    CLI::Option* option = app.add_option(info.flag, variable, meaning)->group(info.group);
+    if (*info.value) option->type_name(info.value);
+    return option;
+}
+
+std::string presets_text()
+{
+    std::string text = "Presets (--preset):\n";
+    for (const pipeline::Preset& p : pipeline::presets()) text += "  " + std::string(p.name) + ": " + p.meaning + "\n";
+    return text;
+}
+
+const char* const kExamples = R"(Examples:
+  nerva-blobs street.avi -o blobs.jsonl
+      people-sized blobs of a video, one JSON line per frame
+  nerva-blobs street.avi --preset raw
+      every blob of the running average's mask, specks included
+  nerva-blobs --masks masks/ --min-pixels 50
+      ready-made masks (a folder of PNG files, or masks/m_%04d.png)
+  nerva-blobs rtsp://camera.local/stream --reconnect 5 -o live.jsonl
+      a network camera (or /dev/video0), reopened after an outage
+  nerva-blobs street.avi --overview overview.png -q -o /dev/null
+      a picture of annotated frames and the blob count
+  nerva-fleet videos/ -o results/
+      many videos at once, one worker per core (installed with the Python package)
+)";
+
+// The closest flag to a mistyped one: other tools' names for ours first,
+// then the flags a letter or two away, then those sharing its first word.
+std::string suggestion(const CLI::App& app, const std::string& typed)
+{
+    static const std::vector<std::pair<std::string, std::string>> other_names = {
+        {"--min-area", "--min-pixels"}, {"--area", "--min-pixels"},     {"--min-size", "--min-pixels"},
+        {"--opening", "--open"},        {"--closing", "--close"},       {"--mask", "--masks"},
+        {"--bg", "--background"},       {"--output-dir", "--annotate"},
+    };
+    const std::string key = typed.substr(0, typed.find('='));
+    for (const auto& [other, ours] : other_names)
+        if (key == other) return ours;
+    const auto distance = [](const std::string& a, const std::string& b) {
+        std::vector<size_t> row(b.size() + 1);
+        for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+        for (size_t i = 1; i <= a.size(); ++i) {
+            size_t diagonal = row[0];
+            row[0] = i;
+            for (size_t j = 1; j <= b.size(); ++j) {
+                const size_t above = row[j];
+                row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
+                diagonal = above;
+            }
+        }
+        return row[b.size()];
+    };
+    std::string best;
+    size_t best_distance = 3;  // farther than two edits is no typo
+    std::string same_word;
+    const std::string word = key.substr(0, key.find('-', 2));
+    for (const CLI::Option* option : app.get_options()) {
+        for (const std::string& name : option->get_lnames()) {
+            const std::string flag = "--" + name;
+            const size_t d = distance(key, flag);
+            if (d < best_distance) best_distance = d, best = flag;
+            if (same_word.empty() && word.size() > 3 && flag.rfind(word + "-", 0) == 0) same_word = flag;
+        }
+    }
+    return best.empty() ? same_word : best;
+}
+
 }  // namespace
+
+nerva_pipeline::Settings pipeline_settings(const Options& o)
+{
+    pipeline::Settings s;
+    s.masks = o.masks;
+    s.background = o.background == Background::mog2 ? "mog2" : "average";
+    if (o.learning_rate_given) s.learning_rate = o.learning_rate;
+    s.threshold = o.threshold;
+    s.open = o.open;
+    s.close = o.close;
+    s.roi = o.roi;
+    s.step_x = o.step_x;
+    s.step_y = o.step_y;
+    s.min_side = o.min_side;
+    s.min_pixels = o.min_pixels;
+    return s;
+}
 
 std::optional<Options> parse_options(int argc, char** argv)
 {
@@ -66,16 +170,33 @@ std::optional<Options> parse_options(int argc, char** argv)
     CLI::App app{
         "Segments the moving things of a video, image sequence, network stream or camera into blobs, one JSON line per "
         "frame.\n"
-        "Foreground comes from a running-average background (default), OpenCV's MOG2, or ready-made masks.",
+        "Foreground comes from a running-average background (default), OpenCV's MOG2, or ready-made masks; a light "
+        "clean-up\nand a size floor (the people preset) keep the blobs a person would point at.",
         "nerva-blobs"};
     app.set_version_flag("--version", std::string("nerva-blobs ") + NERVA_VERSION_STRING);
     app.get_formatter()->column_width(34);
+    app.footer(presets_text() + "\n" + kExamples);
 
     app.add_option("input", o.input,
                    "video file, printf-style image pattern (frame_%04d.png), directory of PNG/PGM/PPM/JPEG files,\n"
                    "network stream (rtsp://, http(s)://, udp://, tcp://, rtmp://) or V4L2 camera (/dev/video0)")
         ->required();
-    app.add_flag("--masks", o.masks, "the input holds foreground masks (non-zero = foreground)");
+
+    // The pipeline's options, shared with Python and nerva-fleet.
+    std::vector<std::string> preset_names;
+    for (const pipeline::Preset& p : pipeline::presets()) preset_names.push_back(p.name);
+    add_shared(app, "preset", o.preset)->check(CLI::IsMember(preset_names));
+    app.add_flag(pipeline::option("masks").flag, o.masks, pipeline::option("masks").meaning)
+        ->group(pipeline::option("masks").group);
+    add_shared(app, "background", background)->check(CLI::IsMember({"average", "mog2"}));
+    add_shared(app, "learning_rate", o.learning_rate);
+    add_shared(app, "threshold", o.threshold);
+    add_shared(app, "open", o.open);
+    add_shared(app, "close", o.close);
+    add_shared(app, "roi", roi)->delimiter(',')->expected(4);
+    add_shared(app, "steps", steps)->delimiter(',')->expected(2);
+    add_shared(app, "min_side", o.min_side);
+    add_shared(app, "min_pixels", o.min_pixels);
 
     auto* live = "Live sources";
     app.add_flag("--realtime", o.realtime,
@@ -86,49 +207,8 @@ std::optional<Options> parse_options(int argc, char** argv)
         ->default_str("unbounded")
         ->group(live);
 
-    auto* fg = "Foreground";
-    app.add_option("--background", background, "average: the library's running average; mog2: OpenCV MOG2")
-        ->check(CLI::IsMember({"average", "mog2"}))
-        ->default_str("average")
-        ->group(fg);
-    app.add_option("--learning-rate", o.learning_rate, "weight of the new frame in the background (0..1)")
-        ->default_str("0.01, MOG2: automatic")
-        ->group(fg);
-    app.add_option("--threshold", o.threshold,
-                   "grey difference from the background (at least) that counts as foreground")
-        ->default_val(o.threshold)
-        ->group(fg);
-    app.add_option("--open", o.open, "morphological opening with an N x N ellipse: removes specks (0 = off)")
-        ->default_val(o.open)
-        ->group(fg);
-    app.add_option("--close", o.close, "morphological closing with an N x N ellipse after the opening: fills gaps")
-        ->default_val(o.close)
-        ->group(fg);
-
-    auto* sg = "Segmentation";
-    app.add_option("--roi", roi, "region of interest x,y,w,h (default: the whole frame)")
-        ->type_name("X,Y,W,H")
-        ->delimiter(',')
-        ->expected(4)
-        ->group(sg);
-    app.add_option("--steps", steps,
-                   "column and row sampling steps sx,sy; 1,1 is exact. A row step sy reads empty\n"
-                   "stretches every sy rows: blobs it finds are exact, but things lying wholly between\n"
-                   "two read rows are missed. A column step above 1 leaves runs ending inside the region empty")
-        ->type_name("SX,SY")
-        ->delimiter(',')
-        ->expected(2)
-        ->default_str("1,1")
-        ->group(sg);
-    app.add_option("--min-side", o.min_side, "smallest blob width and height kept, pixels")
-        ->default_val(o.min_side)
-        ->group(sg);
-    app.add_option("--min-pixels", o.min_pixels, "smallest blob pixel count kept")
-        ->default_val(o.min_pixels)
-        ->group(sg);
-
     auto* out = "Output";
-    app.add_option("-o,--output", o.output, "JSON Lines file (default: standard output)")
+    app.add_option("-o,--output", o.output, "JSON Lines file [default: standard output]")
         ->type_name("FILE")
         ->group(out);
     app.add_option("--annotate", o.annotate_dir, "write annotated frames as PNG into DIR")
@@ -151,6 +231,8 @@ std::optional<Options> parse_options(int argc, char** argv)
     for (CLI::Option* option : app.get_options())
         if (option->get_type_size_min() > 0) option->check(not_empty);
 
+    // Unknown options are reported here, with the nearest known one.
+    app.allow_extras();
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -162,14 +244,34 @@ std::optional<Options> parse_options(int argc, char** argv)
     } catch (const CLI::ParseError& e) {
         throw UsageError(e.what());
     }
+    for (const std::string& extra : app.remaining()) {
+        if (extra.rfind("-", 0) != 0 || extra == "-")
+            throw UsageError("unexpected argument '" + extra + "': one input at a time");
+        const std::string near = suggestion(app, extra);
+        throw UsageError("unknown option " + extra.substr(0, extra.find('=')) +
+                         (near.empty() ? std::string() : "; did you mean " + near + "?"));
+    }
 
     o.background = background == "mog2" ? Background::mog2 : Background::running_average;
     o.learning_rate_given = app.count("--learning-rate") > 0;
     if (app.count("--reconnect") > 0 && o.reconnect < 0) throw UsageError("--reconnect: cannot be negative");
     if (!roi.empty()) o.roi = Roi{roi[0], roi[1], roi[2], roi[3]};
-    check_values(o, roi, steps);
     o.step_x = steps[0];
     o.step_y = steps[1];
+
+    if (o.preset.empty()) o.preset = pipeline::default_preset(o.masks);
+    std::vector<std::string> given;
+    for (const char* name : {"open", "close", "min_pixels"})
+        if (app.count(pipeline::option(name).flag) > 0) given.push_back(name);
+    pipeline::Settings settings = pipeline_settings(o);
+    pipeline::apply_preset(settings, o.preset, given);
+    o.open = settings.open;
+    o.close = settings.close;
+    o.min_pixels = settings.min_pixels;
+
+    const std::string wrong = pipeline::check_settings(settings, pipeline::Naming::flags);
+    if (!wrong.empty()) throw UsageError(wrong);
+    check_program_values(o);
     return o;
 }
 

@@ -3,13 +3,13 @@
 #include <optional>
 #include <string>
 
+#include "settings.h"
+
 namespace nerva_blobs {
 
 enum class Background { running_average, mog2 };
 
-struct Roi {
-    int x = 0, y = 0, width = 0, height = 0;
-};
+using Roi = nerva_pipeline::Roi;
 
 struct Options {
     std::string input;
@@ -21,8 +21,9 @@ struct Options {
     float learning_rate = 0.01f;
     bool learning_rate_given = false;  // MOG2 picks its own rate otherwise
     int threshold = 25;
-    int open = 0;   // side of the opening kernel, 0 = none
-    int close = 0;  // side of the closing kernel, 0 = none
+    std::string preset;  // what set open, close and min_pixels where not given
+    int open = 0;        // side of the opening kernel, 0 = none
+    int close = 0;       // side of the closing kernel, 0 = none
 
     std::optional<Roi> roi;  // whole frame when absent
     int step_x = 1, step_y = 1;
@@ -37,6 +38,10 @@ struct Options {
     bool progress = false;
     bool quiet = false;  // no summary
 };
+
+// The options the program shares with Python and nerva-fleet, for their
+// common checks.
+nerva_pipeline::Settings pipeline_settings(const Options& o);
 
 // Parses the command line. Prints help or the version and returns nullopt
 // when asked to (the caller exits 0); throws UsageError for anything wrong

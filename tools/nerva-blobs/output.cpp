@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 
 #include "errors.h"
@@ -52,21 +51,7 @@ JsonLinesWriter::~JsonLinesWriter()
 
 void JsonLinesWriter::write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras)
 {
-    // Field order is part of the format: new fields go at the end.
-    nlohmann::ordered_json line = {{"frame", frame}, {"blobs", nlohmann::ordered_json::array()}};
-    for (const Blob& b : blobs)
-        line["blobs"].push_back({{"id", b.id},
-                                 {"bbox", {b.xmin, b.ymin, b.xmax, b.ymax}},
-                                 {"width", b.width},
-                                 {"height", b.height},
-                                 {"npix", b.npix},
-                                 {"xc", b.xc},
-                                 {"yc", b.yc}});
-    line["time"] = std::round(extras.time * 1e6) / 1e6;
-    line["dropped"] = extras.dropped;
-    if (extras.outage_s > 0)
-        line["outage"] = {{"seconds", std::round(extras.outage_s * 1e3) / 1e3}, {"attempts", extras.outage_attempts}};
-    const std::string text = line.dump() + '\n';
+    const std::string text = nerva_pipeline::json_line(frame, blobs, extras);
 
     // One write per line, unbuffered: a line is either whole on disk or cut
     // back below, never left half-written behind a later one.

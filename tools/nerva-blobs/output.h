@@ -5,21 +5,14 @@
 
 #include <opencv2/core.hpp>
 
+#include "json_line.h"
 #include "segmenter.h"
 
 // JSON Lines: one object per frame, written as soon as the frame is done, so
 // that whatever has been written stays valid if the run stops.
 namespace nerva_blobs {
 
-// What a line says after the blobs. `time` in seconds; `dropped`: frames lost
-// since the previous line; `outage_s` > 0 on the first line after a live
-// source came back, with the attempts it took.
-struct LineExtras {
-    double time = 0.0;
-    long dropped = 0;
-    double outage_s = 0.0;
-    int outage_attempts = 0;
-};
+using LineExtras = nerva_pipeline::LineExtras;
 
 class JsonLinesWriter {
 public:

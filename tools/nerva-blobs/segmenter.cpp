@@ -8,15 +8,12 @@ namespace nerva_blobs {
 
 cv::Rect region_of_interest(const Options& options, cv::Size frame_size)
 {
-    const cv::Rect frame(0, 0, frame_size.width, frame_size.height);
-    if (!options.roi) return frame;
+    const std::string wrong = nerva_pipeline::check_for_frame(pipeline_settings(options), frame_size.width,
+                                                              frame_size.height, nerva_pipeline::Naming::flags);
+    if (!wrong.empty()) throw UsageError(wrong);
+    if (!options.roi) return cv::Rect(0, 0, frame_size.width, frame_size.height);
     const Roi& r = *options.roi;
-    const cv::Rect roi(r.x, r.y, r.width, r.height);
-    if ((roi & frame) != roi)
-        throw UsageError("--roi " + std::to_string(r.x) + "," + std::to_string(r.y) + "," + std::to_string(r.width) +
-                         "," + std::to_string(r.height) + " lies outside the " + std::to_string(frame_size.width) +
-                         "x" + std::to_string(frame_size.height) + " frame");
-    return roi;
+    return cv::Rect(r.x, r.y, r.width, r.height);
 }
 
 Segmenter::Segmenter(const Options& o, cv::Size size, cv::Rect roi) : segm_(std::make_shared<nerva::MV_RLEsegm>())
@@ -38,6 +35,12 @@ const std::vector<Blob>& Segmenter::segment(const cv::Mat& mask)
         blobs_.push_back(Blob{b->ident, b->bbox.xmin, b->bbox.ymin, b->bbox.xmax, b->bbox.ymax, b->bbox.width,
                               b->bbox.height, b->npix, b->xc, b->yc});
     return blobs_;
+}
+
+long Segmenter::components() const
+{
+    const int reused = nerva::RLEsegm_get_reused_blobs(segm_);
+    return reused > 0 ? static_cast<long>(blobs_.size()) + reused : -1;
 }
 
 }  // namespace nerva_blobs

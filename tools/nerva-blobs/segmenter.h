@@ -5,6 +5,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "json_line.h"
 #include "nerva/segmentation/segmentationRLE.h"
 #include "options.h"
 
@@ -12,13 +13,7 @@
 // copied out of its pool (the pool is reused by the next frame).
 namespace nerva_blobs {
 
-struct Blob {
-    int id = 0;
-    int xmin = 0, ymin = 0, xmax = 0, ymax = 0;  // inclusive
-    int width = 0, height = 0;
-    int npix = 0;
-    int xc = 0, yc = 0;
-};
+using Blob = nerva_pipeline::BlobRecord;
 
 class Segmenter {
 public:
@@ -29,6 +24,9 @@ public:
 
     // mask: 8-bit, one channel, the frame's size.
     const std::vector<Blob>& segment(const cv::Mat& mask);
+    // The blobs the last frame held when they were more than the pool
+    // keeps (its list then ends early); -1 when the list is whole.
+    long components() const;
 
 private:
     std::shared_ptr<nerva::MV_RLEsegm> segm_;

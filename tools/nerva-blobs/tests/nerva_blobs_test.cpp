@@ -157,6 +157,83 @@ TEST_F(NervaBlobs, MasksFromADirectoryOrAPatternAreSegmentedExactlyAndKeepTheirS
     for (int n = 0; n < 3; ++n) EXPECT_EQ(kept[n]["frame"], n);
 }
 
+// Specks of noise around the square: the default preset keeps the square
+// alone, raw keeps everything, and options beside a preset win.
+TEST_F(NervaBlobs, DefaultsKeepThingsAndDropSpecksWhileRawKeepsEverything)
+{
+    cv::VideoWriter writer((dir_ / "specks.avi").string(), cv::CAP_FFMPEG, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'),
+                           25, cv::Size(kWidth, kHeight));
+    ASSERT_TRUE(writer.isOpened());
+    cv::RNG rng(7);
+    for (int f = 0; f < kFrames; ++f) {
+        cv::Mat frame(kHeight, kWidth, CV_8UC3, cv::Scalar(70, 70, 70));
+        if (!square_at(f).empty()) frame(square_at(f)).setTo(cv::Scalar(230, 230, 230));
+        if (f > 0)
+            for (int k = 0; k < 20; ++k)
+                frame(cv::Rect(rng.uniform(0, kWidth - 2), rng.uniform(0, kHeight - 2), 2, 2))
+                    .setTo(cv::Scalar::all(255));
+        writer.write(frame);
+    }
+    writer.release();
+
+    const auto blob_counts = [&](const std::string& options) {
+        std::vector<size_t> counts;
+        for (const json& line : run("specks.avi -q " + options).lines()) counts.push_back(line["blobs"].size());
+        return counts;
+    };
+    const std::vector<size_t> cleaned = blob_counts(""), raw = blob_counts("--preset raw");
+    ASSERT_EQ(cleaned.size(), static_cast<size_t>(kFrames));
+    ASSERT_EQ(raw.size(), static_cast<size_t>(kFrames));
+    for (int f = kEmptyFrames; f < kFrames; ++f) {
+        SCOPED_TRACE("frame " + std::to_string(f));
+        EXPECT_EQ(cleaned[f], 1u) << "the square alone";
+        EXPECT_GT(raw[f], 10u) << "the square and the specks";
+    }
+    EXPECT_EQ(blob_counts("--preset raw --min-pixels 1000"), std::vector<size_t>(kFrames, 0)) << "the option wins";
+}
+
+// A frame of more blobs than the pool holds: one line on standard error, and
+// its JSON line says the list was cut and how many blobs there were.
+TEST_F(NervaBlobs, AFrameOverTheBlobCapSaysSoOnceInItsLine)
+{
+    fs::create_directories(dir_ / "dots");
+    cv::Mat dots(100, 120, CV_8UC1, cv::Scalar(0));
+    for (int y = 0; y < dots.rows; y += 2)
+        for (int x = 0; x < dots.cols; x += 2) dots.at<uchar>(y, x) = 255;  // 3000 single-pixel blobs
+    cv::imwrite((dir_ / "dots" / "a.png").string(), dots);
+    cv::imwrite((dir_ / "dots" / "b.png").string(), cv::Mat(100, 120, CV_8UC1, cv::Scalar(255)));
+
+    const Result r = run("--masks dots -q");
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::vector<json> lines = r.lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0]["truncated"], true);
+    EXPECT_EQ(lines[0]["components"], 3000);
+    EXPECT_LT(lines[0]["blobs"].size(), 3000u);
+    EXPECT_FALSE(lines[1].contains("truncated")) << "a whole list says nothing";
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+}
+
+// The examples --help gives run as shown, on a video and a folder of masks
+// named as they are there (live sources aside).
+TEST_F(NervaBlobs, TheExamplesOfTheHelpRun)
+{
+    const Result help = run("--help");
+    ASSERT_EQ(help.status, 0);
+    fs::copy_file(dir_ / "square.avi", dir_ / "street.avi", fs::copy_options::overwrite_existing);
+    write_masks(dir_ / "masks", 3);
+    std::istringstream lines(help.out);
+    int ran = 0;
+    for (std::string line; std::getline(lines, line);) {
+        const std::string prefix = "  nerva-blobs ";
+        if (line.rfind(prefix, 0) != 0 || line.find("://") != std::string::npos) continue;
+        const Result r = run(line.substr(prefix.size()) + " >/dev/null");
+        EXPECT_EQ(r.status, 0) << line << ": " << r.err;
+        ++ran;
+    }
+    EXPECT_EQ(ran, 4);
+}
+
 TEST_F(NervaBlobs, BadInputGivesOneLineAndTheRightStatus)
 {
     std::ofstream(dir_ / "junk.avi") << std::string(20000, 'x');
@@ -179,7 +256,11 @@ TEST_F(NervaBlobs, BadInputGivesOneLineAndTheRightStatus)
         {"square.avi --steps 1,-2", 2, "steps must be at least 1"},
         {"square.avi -o no/such/dir/out.jsonl", 1, "cannot write 'no/such/dir/out.jsonl'"},
         {"square.avi --video-out no/such/dir/v.avi", 1, "cannot write video"},
-        {"square.avi --frobnicate", 2, "--frobnicate"},
+        {"square.avi --frobnicate", 2, "unknown option --frobnicate (see --help)"},
+        // Misspelt options and other tools' names point at ours.
+        {"square.avi --min-area 100", 2, "unknown option --min-area; did you mean --min-pixels?"},
+        {"square.avi --min-pixel=100", 2, "unknown option --min-pixel; did you mean --min-pixels?"},
+        {"square.avi --preset trucks", 2, "--preset"},
         // Values that used to be read as 0 or passed the range checks.
         {"square.avi --threshold ''", 2, "--threshold: empty value"},
         {"square.avi --learning-rate nan", 2, "--learning-rate: must lie between 0 and 1"},

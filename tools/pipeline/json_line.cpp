@@ -1,0 +1,33 @@
+#include "json_line.h"
+
+#include <cmath>
+
+#include <nlohmann/json.hpp>
+
+namespace nerva_pipeline {
+
+std::string json_line(long frame, const std::vector<BlobRecord>& blobs, const LineExtras& extras)
+{
+    nlohmann::ordered_json line = {{"frame", frame}, {"blobs", nlohmann::ordered_json::array()}};
+    for (const BlobRecord& b : blobs)
+        line["blobs"].push_back({{"id", b.id},
+                                 {"bbox", {b.xmin, b.ymin, b.xmax, b.ymax}},
+                                 {"width", b.width},
+                                 {"height", b.height},
+                                 {"npix", b.npix},
+                                 {"xc", b.xc},
+                                 {"yc", b.yc}});
+    if (extras.time) {
+        line["time"] = std::round(*extras.time * 1e6) / 1e6;
+        line["dropped"] = extras.dropped;
+    }
+    if (extras.outage_s > 0)
+        line["outage"] = {{"seconds", std::round(extras.outage_s * 1e3) / 1e3}, {"attempts", extras.outage_attempts}};
+    if (extras.components >= 0) {
+        line["truncated"] = true;
+        line["components"] = extras.components;
+    }
+    return line.dump() + '\n';
+}
+
+}  // namespace nerva_pipeline

@@ -28,6 +28,8 @@ packages=(
   python3-pytest            # the Python tests
   python3-setuptools python3-pip python3-venv python3-wheel   # pip install . (offline, no build isolation)
   ffmpeg                    # nerva-blobs tests: serve a live stream on the loopback address
+  opencv-doc                # README test: vtest.avi, the video the README's commands run on
+  jq                        # README test: the README's JSON Lines examples
 )
 
 for extra in "$@"; do

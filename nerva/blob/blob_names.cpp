@@ -227,7 +227,7 @@ std::string get_occl_name_from_type_detailed(blob_occl_type o)
         const bool first = text.size() == sizeof(kTokenPrefix) - 1;
         if (first) {
             // Object-top leading the list is written as camera-top: the text
-            // hosts' context files hold (README, deliberate behaviours).
+            // hosts' context files hold (docs/reference.md, deliberate behaviours).
             text += token.code == MM_OBJECT_TOP ? "CAM_TOP" : token.name;
         } else {
             text += '-';

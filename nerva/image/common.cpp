@@ -22,7 +22,7 @@ void init_JpegHeader_st(JpegHeader* h)
 bool atob(const std::string& s)
 {
     // Only these three spellings of the prefix count, so "fAlse" and "no"
-    // read as true: settings files parse the same everywhere (README,
+    // read as true: settings files parse the same everywhere (docs/reference.md,
     // deliberate behaviours).
     const std::string head = s.substr(0, 5);
     if (head == "false" || head == "FALSE" || head == "False") return false;

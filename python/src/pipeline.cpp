@@ -113,10 +113,9 @@ void bind_pipeline(py::module_& m)
         [] {
             py::list rows;
             for (const pipeline::OptionInfo& o : pipeline::option_table())
-                rows.append(py::dict(py::arg("name") = o.name, py::arg("flag") = o.flag,
-                                     py::arg("keyword") = o.keyword, py::arg("group") = o.group,
-                                     py::arg("value") = o.value, py::arg("default") = o.default_text,
-                                     py::arg("meaning") = o.meaning));
+                rows.append(py::dict(py::arg("name") = o.name, py::arg("flag") = o.flag, py::arg("keyword") = o.keyword,
+                                     py::arg("group") = o.group, py::arg("value") = o.value,
+                                     py::arg("default") = o.default_text, py::arg("meaning") = o.meaning));
             return rows;
         },
         "The pipeline's options as nerva-blobs lists them: name, flag, keyword, group, value, default, meaning.");
@@ -131,8 +130,8 @@ void bind_pipeline(py::module_& m)
             return rows;
         },
         "The presets: name, opening, closing, min_pixels, meaning.");
-    m.def("preset_values", &preset_values, py::arg("preset"), py::arg("masks"), py::arg("opening"),
-          py::arg("closing"), py::arg("min_pixels"),
+    m.def("preset_values", &preset_values, py::arg("preset"), py::arg("masks"), py::arg("opening"), py::arg("closing"),
+          py::arg("min_pixels"),
           "(opening, closing, min_pixels): the preset's values where None; the default preset when preset is None.");
     m.def("check_options", &check_options, py::arg("options"), py::arg("naming") = "keywords",
           py::arg("width") = py::none(), py::arg("height") = py::none(),
@@ -140,8 +139,7 @@ void bind_pipeline(py::module_& m)
           "nerva-blobs spells it); empty when none. With a frame size, what only the frame shows too.");
     m.def(
         "input_kind", [](const std::string& path) { return pipeline::kind_name(pipeline::input_kind(path)); },
-        py::arg("path"),
-        "How nerva-blobs reads `path`: missing, network, device, directory, image, pattern or video.");
+        py::arg("path"), "How nerva-blobs reads `path`: missing, network, device, directory, image, pattern or video.");
     m.def("json_line", &json_line, py::arg("index"), py::arg("blobs"), py::arg("time") = py::none(),
           py::arg("dropped") = 0, py::arg("components") = py::none(), "nerva-blobs' JSON line of one frame.");
 }

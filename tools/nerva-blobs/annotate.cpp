@@ -23,31 +23,44 @@ Annotator::Annotator(cv::Size size)
 
 Annotator::~Annotator() { nerva::destroy_image(canvas_); }
 
+void Annotator::outline(const Blob& b, int ring, int rings, unsigned char red, unsigned char green, unsigned char blue)
+{
+    const int last_x = view_.cols - 1, last_y = view_.rows - 1;
+    for (int r = ring; r < ring + rings; ++r) {
+        nerva::rectangle box{std::max(b.xmin - r, 0),
+                             std::max(b.ymin - r, 0),
+                             std::min(b.xmax + r, last_x),
+                             std::min(b.ymax + r, last_y),
+                             0,
+                             0};
+        box.width = box.xmax - box.xmin + 1;
+        box.height = box.ymax - box.ymin + 1;
+        nerva::draw_color_rectangle(&box, canvas_, red, green, blue);
+    }
+}
+
 const cv::Mat& Annotator::draw(const cv::Mat& picture, const std::vector<Blob>& blobs, long frame)
 {
     if (picture.channels() == 1) cv::cvtColor(picture, view_, cv::COLOR_GRAY2BGR);
     else picture.copyTo(view_);
     CV_Assert(view_.data == canvas_->data);
 
-    const int last_x = view_.cols - 1, last_y = view_.rows - 1;
+    // Sized for the frame so that boxes and text survive the overview's
+    // scaling down (a 768-wide frame becomes a 384-wide thumbnail).
+    const double scale = std::max(0.4, view_.cols / 800.0);
+    const int thickness = std::max(2, view_.cols / 256);
     for (const Blob& b : blobs) {
-        // Two nested outlines: one pixel is lost once the frame is scaled down.
-        nerva::rectangle inner{b.xmin, b.ymin, b.xmax, b.ymax, b.width, b.height};
-        nerva::rectangle outer{std::max(b.xmin - 1, 0),
-                               std::max(b.ymin - 1, 0),
-                               std::min(b.xmax + 1, last_x),
-                               std::min(b.ymax + 1, last_y),
-                               0,
-                               0};
-        outer.width = outer.xmax - outer.xmin + 1;
-        outer.height = outer.ymax - outer.ymin + 1;
-        nerva::draw_color_rectangle(&inner, canvas_, 0, 255, 0);
-        nerva::draw_color_rectangle(&outer, canvas_, 0, 255, 0);
+        // Magenta stands out on grass, road and skin alike; a dark rim keeps
+        // it visible on bright or magenta-ish clothes.
+        outline(b, thickness, 1, 0, 0, 0);
+        for (int ring = 0; ring < thickness; ++ring) outline(b, ring, 1, 255, 0, 255);
+        const std::string id = std::to_string(b.id);
+        const cv::Point at(b.xmin, std::max(b.ymin - thickness - 3, static_cast<int>(14 * scale)));
+        cv::putText(view_, id, at, cv::FONT_HERSHEY_SIMPLEX, 0.8 * scale, cv::Scalar(0, 0, 0), 5, cv::LINE_AA);
+        cv::putText(view_, id, at, cv::FONT_HERSHEY_SIMPLEX, 0.8 * scale, cv::Scalar(255, 255, 255), 2, cv::LINE_AA);
     }
 
     const std::string caption = "frame " + std::to_string(frame) + "  " + std::to_string(blobs.size()) + " blobs";
-    // Sized for the frame so that it stays readable on the overview's thumbnails.
-    const double scale = std::max(0.4, view_.cols / 800.0);
     const cv::Point at(8, static_cast<int>(28 * scale));
     cv::putText(view_, caption, at, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(0, 0, 0), 4, cv::LINE_AA);
     cv::putText(view_, caption, at, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(255, 255, 255), 2, cv::LINE_AA);

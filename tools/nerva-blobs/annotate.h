@@ -25,6 +25,9 @@ public:
     const cv::Mat& draw(const cv::Mat& picture, const std::vector<Blob>& blobs, long frame);
 
 private:
+    // `rings` one-pixel outlines of the blob's box, from `ring` pixels outside it.
+    void outline(const Blob& b, int ring, int rings, unsigned char red, unsigned char green, unsigned char blue);
+
     nerva::image* canvas_ = nullptr;  // the library's colour image; OpenCV sees it through view_
     cv::Mat view_;
 };

@@ -87,7 +87,7 @@ int run(const Options& o)
             // Masks are shown as they were read; frames in colour.
             const cv::Mat& picture = annotator->draw(o.masks ? mask : frame.image, blobs, index);
             if (to_files) frame_files->write(picture, index);
-            if (to_overview) overview->add(index, picture);
+            if (to_overview) overview->add(index, picture, mask);
             if (video) video->write(picture);
         }
         progress.update(++done);

@@ -41,7 +41,8 @@ const std::vector<OptionInfo>& option_table()
     static const std::vector<OptionInfo> table = {
         {"preset", "--preset", "preset", "Foreground", "NAME", "people; raw with --masks",
          "clean-up and size floor: people, vehicles or raw (values below); options given beside it win"},
-        {"masks", "--masks", "masks", "Foreground", "", "off", "the input holds foreground masks (non-zero = foreground)"},
+        {"masks", "--masks", "masks", "Foreground", "", "off",
+         "the input holds foreground masks (non-zero = foreground)"},
         {"background", "--background", "background", "Foreground", "NAME", "average",
          "average: the library's running average on grey frames; mog2: OpenCV's MOG2, shadows left out"},
         {"learning_rate", "--learning-rate", "learning_rate", "Foreground", "R", "0.01; MOG2: automatic",

@@ -17,12 +17,12 @@ struct Roi {
 
 // The pipeline's options once a preset has been applied.
 struct Settings {
-    bool masks = false;                 // the input holds foreground masks
-    std::string background = "average";  // "average" or "mog2"
+    bool masks = false;                   // the input holds foreground masks
+    std::string background = "average";   // "average" or "mog2"
     std::optional<double> learning_rate;  // the detector's own default when absent
     int threshold = 25;
-    int open = 0;   // side of the opening kernel, 0 = none
-    int close = 0;  // side of the closing kernel, 0 = none
+    int open = 0;            // side of the opening kernel, 0 = none
+    int close = 0;           // side of the closing kernel, 0 = none
     std::optional<Roi> roi;  // the whole frame when absent
     int step_x = 1, step_y = 1;
     int min_side = 0;

@@ -118,6 +118,13 @@ bool segmenter_refuses_row(const MV_RLEsegm& segm, int y, const cv::Mat& mask, c
 // be segmented safely or when called from inside an observer's notify.
 bool notify_observers(MV_RLEsegm& segm, const cv::Mat& mask, const char* who);
 
+// Per-frame reset of what outlives the pools (nerva/segmentation/storage_trim.cpp):
+// empties the used regions' row indexes and the region lines; after a burst
+// of tall or crowded frames, releases what the stream no longer needs and
+// returns true. trim_spare_blobs then bounds the spare blob records.
+bool trim_row_indexes(MV_RLEsegm& segm);
+void trim_spare_blobs(MV_RLEsegm& segm);
+
 // Writes the pool-full notice for `count` reuses of the last blob: one line
 // per reuse, or one line with the count when the host asked for that.
 void report_reused_blobs(MV_RLEsegm& segm, int32_t count);

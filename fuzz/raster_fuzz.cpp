@@ -90,7 +90,10 @@ image* any_image(FuzzedDataProvider& in)
                                   : 0;
     const std::vector<uint8_t> pixels = in.ConsumeBytes<uint8_t>(held);
     if (!pixels.empty()) std::memcpy(img->data, pixels.data(), pixels.size());
-    if (in.ConsumeBool()) img->x_origin = any_coordinate(in), img->y_origin = any_coordinate(in);
+    if (in.ConsumeBool()) {
+        img->x_origin = any_coordinate(in);
+        img->y_origin = any_coordinate(in);
+    }
     return img;
 }
 

@@ -360,9 +360,11 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr segmen
     }
 
     // The sweep of img2regs_init, img2regs_exec over the rows of interest
-    // and img2regs_pass2, on compact arrays.
-    if (detail::label_frame(*segmenter)) detail::fill_region_lines(*segmenter, mask.rows);
-    else set_segs_in_regsKAP(segmenter, mask.rows);
+    // and img2regs_pass2, on compact arrays; then the region lines from the
+    // same arrays. A frame with runs always has a row of interest with runs
+    // (extraction reads those rows only), so the sweep always labels it.
+    detail::label_frame(*segmenter);
+    detail::fill_region_lines(*segmenter, mask.rows);
     std::shared_ptr<RLEblob> head = RLEsegm_regions2blobsKAP(min_side, min_pixels, segmenter);
 
     // "Area" is the area of the boxes, not the number of foreground pixels.

@@ -267,7 +267,9 @@ void rle_operation(FuzzedDataProvider& in, image* given)
             blob_ptr b = blob_new();
             init_rectangle(&b->bbox, any_coordinate(in), any_coordinate(in), in.ConsumeIntegralInRange(-2, 50),
                            in.ConsumeIntegralInRange(-2, 50));
-            tail = (tail ? tail->next : head) = b;
+            if (tail) tail->next = b;
+            else head = b;
+            tail = b;
         }
         const int res = RLEimage_save_binaire(r.rle, (temp_base + "-rle.ppm").c_str(), head);
         CHECK(r.renderable() ? is_code(res, {0, -1}) : res == -1);

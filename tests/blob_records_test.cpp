@@ -26,7 +26,8 @@ prob_rel_data* chain(const std::vector<blob_type_t>& types)
     prob_rel_data *head = nullptr, *tail = nullptr;
     for (blob_type_t t : types) {
         prob_rel_data* p = prd(t);
-        (tail ? tail->next : head) = p;
+        if (tail) tail->next = p;
+        else head = p;
         p->prev = tail;
         tail = p;
     }

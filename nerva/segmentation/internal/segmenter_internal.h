@@ -150,13 +150,13 @@ std::vector<RowRunsKernel> row_runs_kernels();
 // bounds in run_bounds, the segment records not yet written), exactly as
 // img2regs_init, img2regs_exec over the rows of interest and img2regs_pass2
 // would, leaving the same segment records, regions, run owners and img2regs
-// state. Run owners need not have been reset. True when the run owners and
-// region statistics in SegmenterWork::labels are the frame's (what
-// fill_region_lines reads).
+// state. Run owners need not have been reset. The run owners and region
+// statistics in SegmenterWork::labels are then the frame's (what
+// fill_region_lines reads). False when no row of interest held a run.
 bool label_frame(MV_RLEsegm& segm);
 
-// set_segs_in_regsKAP(segm, nrows) for a frame label_frame has just labelled
-// and returned true for, counting the rows of interest from its run owners.
+// set_segs_in_regsKAP(segm, nrows) for a frame label_frame has just labelled,
+// counting the rows of interest from its run owners.
 void fill_region_lines(MV_RLEsegm& segm, int nrows);
 
 // Grows the region pool by half (records of one new block, idents set).

@@ -35,7 +35,9 @@ void check_detailed(uint32_t code)
         CHECK(text == "OCC:NONE");
         return;
     }
-    CHECK(text.compare(0, 4, "OCC:") == 0 && text.size() > 4 && text.back() != '-');
+    CHECK(text.compare(0, 4, "OCC:") == 0);
+    CHECK(text.size() > 4);
+    CHECK(text.back() != '-');
     std::vector<std::string> tokens;
     std::istringstream list(text.substr(4));
     for (std::string token; std::getline(list, token, '-');) tokens.push_back(token);
@@ -100,7 +102,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         const blob_subtype_t st = get_subtype_from_name(name.data());
         const blob_occl_type o = get_occl_type_from_name(name.data());
         // A name accepted on input names a known code.
-        CHECK((t >= 0 && t <= 32) && ((st >= 0 && st <= 6)));
+        CHECK(t >= 0);
+        CHECK(t <= 32);
+        CHECK(st >= 0);
+        CHECK(st <= 6);
         if (o != MM_OCCL_NONE) CHECK(get_occl_name_from_type(o) == name.data());
     }
     return 0;

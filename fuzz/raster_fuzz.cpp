@@ -90,7 +90,10 @@ image* any_image(FuzzedDataProvider& in)
                                   : 0;
     const std::vector<uint8_t> pixels = in.ConsumeBytes<uint8_t>(held);
     if (!pixels.empty()) std::memcpy(img->data, pixels.data(), pixels.size());
-    if (in.ConsumeBool()) img->x_origin = any_coordinate(in), img->y_origin = any_coordinate(in);
+    if (in.ConsumeBool()) {
+        img->x_origin = any_coordinate(in);
+        img->y_origin = any_coordinate(in);
+    }
     return img;
 }
 
@@ -264,7 +267,9 @@ void rle_operation(FuzzedDataProvider& in, image* given)
             blob_ptr b = blob_new();
             init_rectangle(&b->bbox, any_coordinate(in), any_coordinate(in), in.ConsumeIntegralInRange(-2, 50),
                            in.ConsumeIntegralInRange(-2, 50));
-            tail = (tail ? tail->next : head) = b;
+            if (tail) tail->next = b;
+            else head = b;
+            tail = b;
         }
         const int res = RLEimage_save_binaire(r.rle, (temp_base + "-rle.ppm").c_str(), head);
         CHECK(r.renderable() ? is_code(res, {0, -1}) : res == -1);

@@ -127,7 +127,9 @@ void check_frame(const cv::Mat& mask, const segm_ptr& s, const Roi& roi, bool re
             const RLEline& line = *s->rle_img->lines[static_cast<size_t>(y)];
             for (int k = 0; k < line.nb_segs; ++k) {
                 const segment& seg = *line.segs[k];
-                CHECK(seg.x_start >= roi.xmin && seg.x_end <= roi.xmax && seg.x_start <= seg.x_end);
+                CHECK(seg.x_start >= roi.xmin);
+                CHECK(seg.x_end <= roi.xmax);
+                CHECK(seg.x_start <= seg.x_end);
                 runs += seg.x_end - seg.x_start + 1;
             }
         }
@@ -143,11 +145,17 @@ void check_frame(const cv::Mat& mask, const segm_ptr& s, const Roi& roi, bool re
     CHECK(npix == runs);
 
     for (const RLEblob* b = head; b; b = b->next.get()) {
-        CHECK(b->bbox.xmin >= roi.xmin && b->bbox.xmax <= roi.xmax && b->bbox.ymin >= roi.ymin &&
-              b->bbox.ymax <= roi.ymax);
-        CHECK(b->bbox.width == b->bbox.xmax - b->bbox.xmin + 1 && b->bbox.height == b->bbox.ymax - b->bbox.ymin + 1);
-        CHECK(b->npix >= 1 && b->npix <= b->bbox.width * b->bbox.height);
-        CHECK(b->npix >= s->min_blob_pixels && b->bbox.width >= s->min_blob_side && b->bbox.height >= s->min_blob_side);
+        CHECK(b->bbox.xmin >= roi.xmin);
+        CHECK(b->bbox.xmax <= roi.xmax);
+        CHECK(b->bbox.ymin >= roi.ymin);
+        CHECK(b->bbox.ymax <= roi.ymax);
+        CHECK(b->bbox.width == b->bbox.xmax - b->bbox.xmin + 1);
+        CHECK(b->bbox.height == b->bbox.ymax - b->bbox.ymin + 1);
+        CHECK(b->npix >= 1);
+        CHECK(b->npix <= b->bbox.width * b->bbox.height);
+        CHECK(b->npix >= s->min_blob_pixels);
+        CHECK(b->bbox.width >= s->min_blob_side);
+        CHECK(b->bbox.height >= s->min_blob_side);
     }
     const bool whole = roi.xmin == 0 && roi.ymin == 0 && roi.xmax == mask.cols - 1 && roi.ymax == mask.rows - 1 &&
                        mask.cols == s->rle_img->width && mask.rows == static_cast<int>(s->rle_img->lines.size());
@@ -155,7 +163,7 @@ void check_frame(const cv::Mat& mask, const segm_ptr& s, const Roi& roi, bool re
 }
 
 // Subregion measures for any region number and rectangle; over the region of
-// interest (rows outside it keep earlier runs, by design) a surviving
+// interest (rows outside it keep earlier runs: only the rows of interest are read) a surviving
 // region's own sums come back.
 void check_measures(FuzzedDataProvider& in, const segm_ptr& s, const Roi& roi, bool exact)
 {
@@ -169,7 +177,8 @@ void check_measures(FuzzedDataProvider& in, const segm_ptr& s, const Roi& roi, b
         const int x1 = coord(kMaxWide), y1 = coord(kMaxSide), x2 = coord(kMaxWide), y2 = coord(kMaxSide);
         double sx = 0, sy = 0;
         CHECK(subregion_get_sumxsumy(ident, x1, y1, x2, y2, &sx, &sy, s) >= 0);
-        CHECK(subregion_get_sumx(ident, x1, y1, x2, y2, s) == sx && subregion_get_sumy(ident, x1, y1, x2, y2, s) == sy);
+        CHECK(subregion_get_sumx(ident, x1, y1, x2, y2, s) == sx);
+        CHECK(subregion_get_sumy(ident, x1, y1, x2, y2, s) == sy);
         int lo = 0, hi = 0;
         CHECK(subregion_get_xlimit(ident, x1, y1, x2, y2, &lo, &hi, s) != 1 || (lo == x1 && hi == x2));
         lo = hi = 0;
@@ -178,7 +187,9 @@ void check_measures(FuzzedDataProvider& in, const segm_ptr& s, const Roi& roi, b
         const std::shared_ptr<region> r = RLEsegm_get_region(ident, s);
         if (exact && r && ident < s->nb_regs && !r->absorber) {
             const int whole = subregion_get_sumxsumy(ident, roi.xmin, roi.ymin, roi.xmax, roi.ymax, &sx, &sy, s);
-            CHECK(whole == r->npix && sx == r->sum_x && sy == r->sum_y);
+            CHECK(whole == r->npix);
+            CHECK(sx == r->sum_x);
+            CHECK(sy == r->sum_y);
         }
     }
 }
@@ -193,7 +204,9 @@ struct MeddlingObserver : Observer<CSegmentMessage> {
     const cv::Mat* mask = nullptr;
     void notify(CSegmentMessage* msg) override
     {
-        CHECK(msg->type == 1 && msg->arg1 == -1 && msg->arg2 == -1);
+        CHECK(msg->type == 1);
+        CHECK(msg->arg1 == -1);
+        CHECK(msg->arg2 == -1);
         switch (action) {
         case move_roi: RLEsegm_set_ROI(roi.xmin, roi.ymin, roi.xmax, roi.ymax, shared); break;
         case change_steps: RLEsegm_set_steps(shared, step_x, step_y); break;
@@ -267,8 +280,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             in.ConsumeIntegralInRange(0, 9) < 5 ? 0 : in.ConsumeIntegralInRange(1, 5));
         observer.mask = &mask;
         if (observer.action == MeddlingObserver::move_roi) observer.roi = make_roi(in, frame_w, frame_h);
-        if (observer.action == MeddlingObserver::change_steps)
-            observer.step_x = in.ConsumeIntegralInRange(-1, 40), observer.step_y = in.ConsumeIntegralInRange(-1, 6);
+        if (observer.action == MeddlingObserver::change_steps) {
+            observer.step_x = in.ConsumeIntegralInRange(-1, 40);
+            observer.step_y = in.ConsumeIntegralInRange(-1, 6);
+        }
 
         // Refused before the observers when the frame is bad as given; after
         // them when what they changed makes it so.

@@ -29,7 +29,7 @@ blob_occl_type occl(uint32_t v) { return static_cast<blob_occl_type>(v); }
 
 }  // namespace
 
-TEST(BlobVocabulary, OneWayNamesFallbacksAndTheDetailedForm)
+TEST(BlobVocabulary, SomeNamesAreReadButNeverWritten)
 {
     // Read, never written: these codes are written "CONTEXT" or "UNKNOWN".
     for (auto [value, name] : {std::pair{5u, "CONTEXT_OBJECT"}, {22u, "LEFT_FOOD_CUPBOARD_DOOR"}, {29u, "LUGGAGE"}}) {
@@ -41,7 +41,10 @@ TEST(BlobVocabulary, OneWayNamesFallbacksAndTheDetailedForm)
     EXPECT_EQ(get_name_from_subtype(SUBTYPE_UNDEFINED), std::string("UNDEFINED"));
     EXPECT_EQ(get_name_from_subtype(static_cast<blob_subtype_t>(2)), std::string("GLOBAL"));
     EXPECT_EQ(read(get_subtype_from_name, "NO_SUBTYPES"), std::pair(std::string(), 2u));
+}
 
+TEST(BlobVocabulary, ObjectCornerOcclusionsAreWrittenButNeverRead)
+{
     EXPECT_EQ(get_occl_name_from_type(occl(0x6)), std::string("MM_CAM_OCCL_TOP_LEFT"));
     EXPECT_EQ(get_occl_name_from_type(occl(0x80000000u)), std::string("MM_CAM_TOP_VIEW"));
     EXPECT_EQ(get_occl_name_from_type(occl(0x50)), std::string("MM_OBJECT_BOTTOM_LEFT"));
@@ -51,7 +54,10 @@ TEST(BlobVocabulary, OneWayNamesFallbacksAndTheDetailedForm)
         EXPECT_EQ(read(get_occl_type_from_name, name.c_str()),
                   std::pair("Warning: unknown occultation type " + name + "\n", 0u));
     }
+}
 
+TEST(BlobVocabulary, UnknownNamesWarnAndFallBack)
+{
     // "CONTEXT" is only written; names are exact and case-sensitive.
     for (const char* name : {"CONTEXT", "person", "PERSON ", "", "CARGO_VEHICLE"}) {
         EXPECT_EQ(read(get_type_from_name, name), std::pair(std::string(kUnknownType), 0u)) << name;
@@ -62,14 +68,20 @@ TEST(BlobVocabulary, OneWayNamesFallbacksAndTheDetailedForm)
     }
     EXPECT_EQ(get_name_from_type(static_cast<blob_type_t>(-1)), std::string("UNKNOWN"));
     EXPECT_EQ(get_occl_name_from_type(occl(0x11)), std::string("MM_OCCL_OTHER"));
+}
 
-    // Warnings land in order with the host's own standard output.
+// Warnings land in order with the host's own standard output.
+TEST(BlobVocabulary, WarningsLandInOrderWithTheHostsOutput)
+{
     testing::internal::CaptureStdout();
     std::printf("a\n");
     get_type_from_name("x");
     std::printf("b\n");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string("a\n") + kUnknownType + "b\n");
+}
 
+TEST(BlobVocabulary, DetailedOcclusionFormQuirks)
+{
     // Every code's detailed form is held by the names fuzzer; these are the quirks:
     // object-top leading the list reads as camera-top (later it does not),
     // the fixed order is not the order of the values, "OTHER" comes last.

@@ -57,7 +57,8 @@ TEST(BackgroundCopies, PackUnpackAndRefusals)
     rectangle all = bounds(0, 0, 1, 1), to_edge = bounds(1, 0, 2, 2), inverted = bounds(1, 0, 0, 1),
               negative = bounds(-1, 0, 1, 1), wide = bounds(0, 0, 3, 1);
     ASSERT_EQ(copy_to_bg(colour, bg, &all), 0);
-    EXPECT_TRUE(at<uint32_t>(bg, 0) == pack(5, 25, 45) && at<uint32_t>(bg, 3) == (pack(185, 205, 225) | 0xC0000000u));
+    EXPECT_EQ(at<uint32_t>(bg, 0), pack(5, 25, 45));
+    EXPECT_EQ(at<uint32_t>(bg, 3), pack(185, 205, 225) | 0xC0000000u) << "the top bits are kept";
     EXPECT_EQ(after(copy_from_bg(bg, back, &all), back, 12), done(bytes(colour, 12)));
 
     // A bound equal to the size passes, and so does a grey source; a negative bound is a clipped walk
@@ -78,7 +79,7 @@ TEST(BackgroundCopies, PackUnpackAndRefusals)
         << printed;
 }
 
-TEST(Differences, AbsoluteAndSigned)
+TEST(Differences, GreyAbsoluteAndSigned)
 {
     owned keep;
     rectangle all = box(0, 0, 2, 1);
@@ -87,16 +88,31 @@ TEST(Differences, AbsoluteAndSigned)
     image* diff = keep.make(GREY_IMG, 1, 1);
     EXPECT_EQ(after(abs_difference(a, keep.make(GREY_IMG, 2, 1, {250, 50}), &all, out), out, 2), done({240, 150}));
     ASSERT_EQ(sign_difference(a, keep.make(GREY_IMG, 2, 1, {250, 50}), &all, diff), 0);
-    EXPECT_TRUE(diff->type == INT_IMG && at<int32_t>(diff, 0) == -240 && at<int32_t>(diff, 1) == 150);
+    EXPECT_EQ(diff->type, INT_IMG);
+    EXPECT_EQ(at<int32_t>(diff, 0), -240);
+    EXPECT_EQ(at<int32_t>(diff, 1), 150);
+}
 
-    // Colour: abs steps one byte per pixel; signs are packed like SIGNED_COLOR_IMG.
+// Colour: abs steps one byte per pixel; signs are packed like SIGNED_COLOR_IMG.
+TEST(Differences, ColourAbsoluteStepsOneBytePerPixelAndSignsArePacked)
+{
+    owned keep;
+    rectangle all = box(0, 0, 2, 1);
+    image* diff = keep.make(GREY_IMG, 1, 1);
     image* ca = keep.make(COLOR_IMG_3BYTES, 2, 1, {10, 20, 30, 40, 50, 60});
     image* cb = keep.make(COLOR_IMG_3BYTES, 2, 1, {30, 20, 10, 0, 0, 0});
     image* cout = keep.make(COLOR_IMG_3BYTES, 2, 1, bytes_t(6, 9));
     EXPECT_EQ(after(abs_difference(ca, cb, &all, cout), cout, 6), done({20, 0, 20, 40, 9, 9}));
     ASSERT_EQ(sign_difference(ca, cb, &all, diff), 0);
-    EXPECT_TRUE(at<uint32_t>(diff, 0) == pack(-20, 0, 20) && at<uint32_t>(diff, 1) == pack(40, 50, 60));
+    EXPECT_EQ(at<uint32_t>(diff, 0), pack(-20, 0, 20));
+    EXPECT_EQ(at<uint32_t>(diff, 1), pack(40, 50, 60));
+}
 
+TEST(Differences, ABackgroundKindIsRefusedAfterTheDestinationIsInitialised)
+{
+    owned keep;
+    rectangle all = box(0, 0, 2, 1);
+    image* out = keep.make(GREY_IMG, 2, 1);
     EXPECT_EQ(abs_difference(keep.make(BG_IMG, 1, 1), keep.make(BG_IMG, 1, 1), &all, out), -1);
     EXPECT_EQ(out->type, BG_IMG);  // initialised before the kind is refused
 }

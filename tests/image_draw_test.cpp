@@ -17,27 +17,61 @@ int nonzero_bytes(const image* img)
 
 }  // namespace
 
-TEST(Draw, RectangleOutlinesLinesAndMergedMasks)
+TEST(Draw, RectangleOutlinesAColourImageInTheBlueByteAlone)
 {
     owned keep;
     image* colour = keep.make(COLOR_IMG_3BYTES, 6, 5);
     unsigned char* corner = pixel(colour, 1, 1);
-    corner[0] = 10, corner[1] = 20, corner[2] = 30;
-    rectangle r = box(1, 1, 3, 3), dot = box(2, 2, 1, 1);
+    corner[0] = 10;
+    corner[1] = 20;
+    corner[2] = 30;
+    rectangle r = box(1, 1, 3, 3);
     ASSERT_EQ(draw_rectangle(&r, colour), 0);
     EXPECT_EQ(bytes_t(corner, corner + 3), (bytes_t{255, 20, 30}));
     EXPECT_EQ(nonzero_bytes(colour), 8 + 2);  // eight outline pixels, blue byte only
     ASSERT_EQ(draw_color_rectangle(&r, colour, 1, 2, 3), 0);
     EXPECT_EQ(bytes_t(corner, corner + 3), (bytes_t{3, 2, 1}));  // given as red, green, blue
+}
 
+TEST(Draw, ColourRectangleOnGreyIgnoresTheColour)
+{
+    owned keep;
+    rectangle dot = box(2, 2, 1, 1);
     image* grey = keep.make(GREY_IMG, 5, 4);
-    ASSERT_EQ(draw_color_rectangle(&dot, grey, 1, 2, 3), 0);  // colour ignored
-    EXPECT_TRUE(grey->data[2 * 5 + 2] == 155 && nonzero_bytes(grey) == 1);
+    ASSERT_EQ(draw_color_rectangle(&dot, grey, 1, 2, 3), 0);
+    EXPECT_EQ(grey->data[2 * 5 + 2], 155);
+    EXPECT_EQ(nonzero_bytes(grey), 1);
     EXPECT_EQ(draw_rectangle(&dot, keep.make(INT_IMG, 4, 4)), -1);
+}
 
+TEST(Draw, RectangleIsRefusedWhenItsFarCornerReachesTheSize)
+{
+    owned keep;
+    image* grey = keep.make(GREY_IMG, 5, 4);
     rectangle wide = box(0, 0, 6, 2), tall = box(0, 0, 2, 5);  // xmax == width, ymax == height
-    EXPECT_TRUE(draw_rectangle(&wide, grey) == -1 && draw_rectangle(&tall, grey) == -1);
+    EXPECT_EQ(draw_rectangle(&wide, grey), -1);
+    EXPECT_EQ(draw_rectangle(&tall, grey), -1);
+    EXPECT_EQ(draw_color_rectangle(&wide, grey, 1, 2, 3), -1);
+}
 
+// The bound is the size alone: the origins move the pixels, not the limit.
+TEST(Draw, RectangleBoundIgnoresTheOrigins)
+{
+    owned keep;
+    image* moved_left = keep.make(GREY_IMG, 5, 4);
+    moved_left->x_origin = -3;
+    rectangle inside = bounds(0, 0, 4, 1);  // xmax 4 < width 5
+    EXPECT_EQ(draw_rectangle(&inside, moved_left), 0);
+    image* moved_right = keep.make(GREY_IMG, 5, 4);
+    moved_right->x_origin = 5;
+    rectangle outside = bounds(5, 0, 9, 1);  // xmax 9 >= width 5
+    EXPECT_EQ(draw_rectangle(&outside, moved_right), -1);
+    EXPECT_EQ(nonzero_bytes(moved_right), 0);
+}
+
+TEST(Draw, StraightLinesClipToTheImageAndNeedAColourImage)
+{
+    owned keep;
     image* img = keep.make(COLOR_IMG_3BYTES, 5, 5);
     ASSERT_EQ(bb_draw_color_line(1, 3, 2, VERTICAL_LINE, img, 9, 8, 7), 0);
     EXPECT_EQ(bytes_t(pixel(img, 2, 3), pixel(img, 2, 3) + 3), (bytes_t{7, 8, 9}));
@@ -45,18 +79,31 @@ TEST(Draw, RectangleOutlinesLinesAndMergedMasks)
     ASSERT_EQ(bb_draw_color_line(-10, 10, 4, HORIZONTAL_LINE, img, 1, 1, 1), 0);  // clipped to the row
     EXPECT_EQ(nonzero_bytes(img), 9 + 15);
     EXPECT_EQ(bb_draw_color_line(0, 1, 0, VERTICAL_LINE, keep.make(GREY_IMG, 5, 5), 1, 1, 1), -1);
+}
 
-    clear_image(img);
+TEST(Draw, DiagonalLinesSkipSamplesOffTheImage)
+{
+    owned keep;
+    image* img = keep.make(COLOR_IMG_3BYTES, 5, 5);
     ASSERT_EQ(bb_draw_color_line_diag(0, 0, 4, 4, img, 0, 255, 0), 0);
-    ASSERT_EQ(bb_draw_color_line_diag(-100, 2, 100, 2, img, 0, 0, 1), 0);  // samples off the image skipped
-    EXPECT_EQ(nonzero_bytes(img), 9);                                      // whole pixels: (2, 2) loses its green
+    ASSERT_EQ(bb_draw_color_line_diag(-100, 2, 100, 2, img, 0, 0, 1), 0);
+    EXPECT_EQ(nonzero_bytes(img), 9);  // whole pixels: (2, 2) loses its green
+}
 
-    // t is i * 0.005 rounded once to float: over 205 columns sample 40 falls
-    // on column 41 (0.2f * 205 would give 40.99...).
+// t is i * 0.005 rounded once to float: over 205 columns sample 40 falls
+// on column 41 (0.2f * 205 would give 40.99...).
+TEST(Draw, DiagonalSamplesRoundTOnceToFloat)
+{
+    owned keep;
     image* row = keep.make(COLOR_IMG_3BYTES, 206, 1);
     ASSERT_EQ(bb_draw_color_line_diag(0, 0, 205, 0, row, 1, 1, 1), 0);
-    EXPECT_TRUE(pixel(row, 41, 0)[0] == 1 && pixel(row, 40, 0)[0] == 0);
+    EXPECT_EQ(pixel(row, 41, 0)[0], 1);
+    EXPECT_EQ(pixel(row, 40, 0)[0], 0);
+}
 
+TEST(Draw, MergedMasksTakeTheDoorCodes)
+{
+    owned keep;
     image* mask = keep.make(GREY_IMG, 4, 2, {255, 100, 0, 125, 50, 150, 200, 77});
     // Door pixels (blue, green, red): red, empty, red, not pure red, empty, red, grey, empty.
     image* door = keep.make(COLOR_IMG_3BYTES, 4, 2,

@@ -27,7 +27,7 @@ bytes_t decoded(const std::string& path, int type, int w, int h)
 
 }  // namespace
 
-TEST(SaveImage, RoundTripsHeaderOnlyKindsFailuresAndTheFourGradientFiles)
+TEST(SaveImage, ColourGreyAndFloatRoundTrip)
 {
     owned keep;
     image* img = keep.make(COLOR_IMG_3BYTES, 3, 2,
@@ -38,21 +38,31 @@ TEST(SaveImage, RoundTripsHeaderOnlyKindsFailuresAndTheFourGradientFiles)
     EXPECT_EQ(decoded(ppm, CV_8UC3, 3, 2), bytes(img, 18));  // blue, green, red like the record
 
     image* grey = keep.make(GREY_IMG, 4, 2, {0, 30, 60, 90, 120, 150, 180, 210});
-    EXPECT_TRUE(save_image(grey, pgm.c_str()) == 0 && decoded(pgm, CV_8UC1, 4, 2) == bytes(grey, 8));
+    ASSERT_EQ(save_image(grey, pgm.c_str()), 0);
+    EXPECT_EQ(decoded(pgm, CV_8UC1, 4, 2), bytes(grey, 8));
     image* f = keep.make(FLOAT_IMG, 3, 1);
     put_all<float>(f, {300.7f, -1.0f, 12.9f});  // wraps like a byte
     ASSERT_EQ(save_image(f, pgm.c_str()), 0);
     EXPECT_EQ(decoded(pgm, CV_8UC1, 3, 1), (bytes_t{44, 255, 12}));
+}
 
-    // The raster fuzzer holds every kind's header and size; this one is
-    // past what it makes.
+// The raster fuzzer holds every kind's header and size; this one is past
+// what it makes.
+TEST(SaveImage, AWidthPastTwoBillionIsWrittenUnsigned)
+{
+    owned keep;
     const std::string path = temp_path("header.ppm");
     image* huge = keep.make(BG_IMG, 0, 0);  // a record sized by hand, without pixels
-    huge->width = 3000000000u, huge->height = 1;
+    huge->width = 3000000000u;
+    huge->height = 1;
     ASSERT_EQ(save_image(huge, path.c_str()), 0);
     EXPECT_EQ(file_bytes(path), "P0\n3000000000 1 255\n");  // never a negative width
+}
 
-    img = keep.make(GREY_IMG, 2, 2);
+TEST(SaveImage, FailuresToOpenOrWriteAreReported)
+{
+    owned keep;
+    image* img = keep.make(GREY_IMG, 2, 2);
     const std::string missing = temp_path("no/such/dir/x.pgm");
     testing::internal::CaptureStderr();
     EXPECT_EQ(save_image(img, missing.c_str()), -1);
@@ -64,7 +74,11 @@ TEST(SaveImage, RoundTripsHeaderOnlyKindsFailuresAndTheFourGradientFiles)
     testing::internal::CaptureStderr();  // the float writer's message is spelt its own way, no newline
     EXPECT_EQ(save_image(keep.make(FLOAT_IMG, 100, 100), "/dev/full"), -1);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "Error wrinting in /dev/full");
+}
 
+TEST(SaveGradient, WritesTheFourFilesUnderTheirNames)
+{
+    owned keep;
     image* gx = keep.make(FLOAT_IMG, 3, 3);
     image* gy = keep.make(FLOAT_IMG, 3, 3);
     put<float>(gx, 4, 3.0f);  // the one inner pixel
@@ -74,7 +88,12 @@ TEST(SaveImage, RoundTripsHeaderOnlyKindsFailuresAndTheFourGradientFiles)
     ASSERT_EQ(save_gradient(gx, gy, base.c_str()), 0);
     EXPECT_EQ(file_bytes(base + "_gradx..ppm"), std::string("P5\n3 3 255\n\0\0\0\0\x06\0\0\0\0", 20));
     EXPECT_EQ(centre("_grado.ppm"), 89);  // (atan2(-4, 3) + pi) / 2pi * 255
-    // Empty inputs still give four (header-only) files.
+}
+
+TEST(SaveGradient, EmptyInputsStillGiveHeaderOnlyFiles)
+{
+    owned keep;
+    const std::string base = temp_path("grad_empty");
     image* empty = keep.make(FLOAT_IMG, 0, 0);
     ASSERT_EQ(save_gradient(empty, empty, base.c_str()), 0);
     EXPECT_EQ(file_bytes(base + "_grado.ppm"), "P5\n0 0 255\n");

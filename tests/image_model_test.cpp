@@ -6,37 +6,61 @@
 
 using namespace image_test;
 
-TEST(ImageInitialize, KindsBufferReuseAndOneSideZero)
+TEST(ImageInitialize, AFourByteColourKindIsMadeThreeByteAndAnUnknownKindRefused)
 {
     owned keep;
     image* colour = keep.make(COLOR_IMG_4BYTES, 4, 3);  // never set up as four-byte
-    EXPECT_TRUE(colour->type == COLOR_IMG_3BYTES && colour->bytes_per_pixel == 3);
+    EXPECT_EQ(colour->type, COLOR_IMG_3BYTES);
+    EXPECT_EQ(colour->bytes_per_pixel, 3);
     EXPECT_EQ(make_image(image_type(-8), 2, 2), nullptr);
+}
 
+TEST(ImageInitialize, ReusesTheBufferWhileItHasRoom)
+{
+    owned keep;
     // Same kind with room: nothing changes, not even the size.
     image* grey = keep.make(GREY_IMG, 100, 100);
     unsigned char* buffer = grey->data;
-    EXPECT_TRUE(initialize_image(grey, GREY_IMG, 10, 10) == 0 && grey->width == 100u);
+    EXPECT_EQ(initialize_image(grey, GREY_IMG, 10, 10), 0);
+    EXPECT_EQ(grey->width, 100u);
     // Another kind that fits takes the buffer; capacity never claims more.
     grey->x_origin = 5;
-    EXPECT_TRUE(initialize_image(grey, FLOAT_IMG, 50, 50) == 0 && grey->data == buffer && grey->x_origin == 5 &&
-                grey->width == 50u && grey->capacity * grey->bytes_per_pixel == 10000);
-    EXPECT_TRUE(initialize_image(grey, FLOAT_IMG, 60, 60) == 1 && grey->x_origin == 0);  // too big: fresh set-up
-    EXPECT_EQ(clear_image(keep.make(GREY_IMG, 0, 0)), -1);                               // no buffer
+    EXPECT_EQ(initialize_image(grey, FLOAT_IMG, 50, 50), 0);
+    EXPECT_EQ(grey->data, buffer);
+    EXPECT_EQ(grey->x_origin, 5);
+    EXPECT_EQ(grey->width, 50u);
+    EXPECT_EQ(grey->capacity * grey->bytes_per_pixel, 10000u);
+    // Too big: a fresh set-up.
+    EXPECT_EQ(initialize_image(grey, FLOAT_IMG, 60, 60), 1);
+    EXPECT_EQ(grey->x_origin, 0);
+    EXPECT_EQ(clear_image(keep.make(GREY_IMG, 0, 0)), -1);  // no buffer
+}
 
-    // One side 0 is a set-up over no pixels.
+TEST(ImageInitialize, OneSideZeroIsASetUpOverNoPixels)
+{
+    owned keep;
     image* empty = keep.make(COLOR_IMG_3BYTES, 5, 0);
-    ASSERT_TRUE(empty && empty->bytes_per_pixel == 3 && empty->capacity == 0u && empty->data);
+    ASSERT_NE(empty, nullptr);
+    EXPECT_EQ(empty->bytes_per_pixel, 3);
+    EXPECT_EQ(empty->capacity, 0u);
+    EXPECT_NE(empty->data, nullptr);
     EXPECT_EQ(clear_image(empty), 0);  // no byte to clear
-    grey = keep.make(GREY_IMG, 2, 2);
-    EXPECT_TRUE(initialize_image(grey, FLOAT_IMG, 0, 10) == 1 && grey->bytes_per_pixel == 4 && grey->height == 10u &&
-                grey->capacity == 0u);
-    EXPECT_TRUE(initialize_image(grey, FLOAT_IMG, 3, 3) == 1 && grey->capacity == 9u);  // a real buffer again
+    image* grey = keep.make(GREY_IMG, 2, 2);
+    EXPECT_EQ(initialize_image(grey, FLOAT_IMG, 0, 10), 1);
+    EXPECT_EQ(grey->bytes_per_pixel, 4);
+    EXPECT_EQ(grey->height, 10u);
+    EXPECT_EQ(grey->capacity, 0u);
+    EXPECT_EQ(initialize_image(grey, FLOAT_IMG, 3, 3), 1);
+    EXPECT_EQ(grey->capacity, 9u) << "a real buffer again";
+}
 
-    // A generic kind's buffer is the host's (capacity 0): clear_image leaves it.
+// A generic kind's buffer is the host's (capacity 0): clear_image leaves it.
+TEST(ImageInitialize, ClearLeavesAGenericKindsBuffer)
+{
     image* generic = make_image(image_type(2), 2, 2);
     generic->data[0] = 9;
-    EXPECT_TRUE(clear_image(generic) == 0 && generic->data[0] == 9);
+    EXPECT_EQ(clear_image(generic), 0);
+    EXPECT_EQ(generic->data[0], 9);
     std::free(generic->data);
     destroy_image(generic);
 }
@@ -47,12 +71,14 @@ TEST(ImageCopyDeathTest, WholeImageAndUnsupportedKindExitingWithStatusZero)
     image* src = keep.make(COLOR_IMG_3BYTES, 3, 2, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18});
     src->name = strdup("cam");
     image* copy = keep(copy_whole_image(src));
-    EXPECT_TRUE(bytes(copy, 18) == bytes(src, 18) && copy->name != src->name && !std::strcmp(copy->name, "cam"));
+    EXPECT_EQ(bytes(copy, 18), bytes(src, 18));
+    EXPECT_NE(copy->name, src->name);
+    EXPECT_STREQ(copy->name, "cam");
     EXPECT_EXIT(copy_whole_image(keep.make(GREY_IMG, 2, 2)), testing::ExitedWithCode(0),
                 "This type of image is not handled by copy_whole_image");
 }
 
-TEST(ImageCopy, ContentInPlaceCroppedRefusedAndGreyConversionStepsOneBytePerPixel)
+TEST(ImageCopy, ContentInPlaceCroppedAndRefused)
 {
     owned keep;
     image* src = keep.make(GREY_IMG, 4, 3, {10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21});
@@ -62,11 +88,17 @@ TEST(ImageCopy, ContentInPlaceCroppedRefusedAndGreyConversionStepsOneBytePerPixe
               done({0, 0, 0, 0, 0, 15, 16, 0, 0, 19, 20, 0}));
     image* crop = keep.make(GREY_IMG, 1, 1);
     ASSERT_EQ(copy_image_content(src, &corner, crop, COPY_CROP), 0);
-    EXPECT_TRUE(crop->width == 2u && bytes(crop, 4) == (bytes_t{16, 17, 20, 21}));
+    EXPECT_EQ(crop->width, 2u);
+    EXPECT_EQ(bytes(crop, 4), (bytes_t{16, 17, 20, 21}));
     EXPECT_EQ(copy_image_content(src, &corner, dst, copy_type_t(2)), -1);
     rectangle backwards = box(0, 0, -1, 1);
-    EXPECT_TRUE(copy_image_content(src, &backwards, dst, COPY_CROP) == -1 && dst->width == 4u);  // not 4 billion wide
+    EXPECT_EQ(copy_image_content(src, &backwards, dst, COPY_CROP), -1);
+    EXPECT_EQ(dst->width, 4u) << "not 4 billion wide";
+}
 
+TEST(ImageCopy, GreyConversionStepsOneBytePerPixel)
+{
+    owned keep;
     image* colour = keep.make(COLOR_IMG_3BYTES, 3, 2, {10, 20, 30, 40, 50, 60, 70, 80, 90, 1, 2, 3, 4, 5, 6, 7, 8, 9});
     rectangle row1 = box(1, 1, 2, 1), all = box(0, 0, 2, 1);
     image* grey = keep(convert_to_grey(colour, &row1));
@@ -114,6 +146,7 @@ TEST(ImageOrigins, RectanglesClipToTheSizeAndAddressThroughTheOrigins)
     put_all<float>(real, {1.0f, 2.0f, 3.0f});
     real->x_origin = 1;
     image* converted = keep(convert_to_grey(real, &all));
-    EXPECT_TRUE(converted->x_origin == 0 && converted->y_origin == 0);
+    EXPECT_EQ(converted->x_origin, 0);
+    EXPECT_EQ(converted->y_origin, 0);
     EXPECT_EQ(bytes(converted, 3), (bytes_t{0, 1, 2}));
 }

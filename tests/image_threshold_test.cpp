@@ -6,7 +6,7 @@
 
 using namespace image_test;
 
-TEST(Thresholding, GreyIsBinaryFloatAndIntegerKeepTheValueColourModesStepOneByte)
+TEST(Thresholding, GreyIsBinaryInsideTheClippedRectangle)
 {
     owned keep;
     image* src = keep.make(GREY_IMG, 4, 2, {0, 9, 10, 11, 255, 3, 10, 200});
@@ -17,22 +17,50 @@ TEST(Thresholding, GreyIsBinaryFloatAndIntegerKeepTheValueColourModesStepOneByte
     EXPECT_EQ(grey_thresholding(src, 0, &left, dst), 0);  // wholly left: nothing written
     EXPECT_EQ(bytes(dst, 8), bytes_t(8, 0));
     EXPECT_EQ(grey_thresholding(keep.make(COLOR_IMG_3BYTES, 4, 2), 0, &all, dst), -1);
+}
 
-    // Float and signed integer thresholding keep the value or give zero.
-    all = box(0, 0, 3, 1);
+// Float and signed integer thresholding keep the value or give zero.
+TEST(Thresholding, FloatKeepsTheValueNot255)
+{
+    owned keep;
+    rectangle all = box(0, 0, 3, 1);
     image* f = keep.make(FLOAT_IMG, 3, 1);
     put_all<float>(f, {2.5f, 0.5f, std::nanf("")});
     image* fout = keep.make(GREY_IMG, 1, 1);  // re-made as a FLOAT_IMG
     ASSERT_EQ(float_thresholding(f, 1.0f, &all, fout), 0);
-    EXPECT_TRUE(at<float>(fout, 0) == 2.5f && at<float>(fout, 1) == 0 && at<float>(fout, 2) == 0);  // not 255
-    EXPECT_EQ(float_thresholding(keep.make(GREY_IMG, 3, 1), 0.0f, &all, fout), -1);
+    EXPECT_EQ(at<float>(fout, 0), 2.5f);
+    EXPECT_EQ(at<float>(fout, 1), 0.0f);
+    EXPECT_EQ(at<float>(fout, 2), 0.0f) << "NaN does not pass";
+}
 
+TEST(Thresholding, IntegerComparesSigned)
+{
+    owned keep;
+    rectangle all = box(0, 0, 3, 1);
     image* n = keep.make(INT_IMG, 3, 1);
     put_all<int32_t>(n, {-5, 7, 3});
     image* nout = keep.make(INT_IMG, 3, 1);
     ASSERT_EQ(int_thresholding(n, 0xFFFFFFF0u, &all, nout), 0);  // -16 as a signed threshold
     EXPECT_EQ(at<int32_t>(nout, 0), -5);
+}
 
+// No kind is refused: a grey source is read four bytes per pixel, and the
+// pixels whose four bytes lie past the buffer are skipped.
+TEST(Thresholding, FloatAndIntegerReadAnyKindFourBytesAPixelWithinTheBuffer)
+{
+    owned keep;
+    rectangle all = box(0, 0, 6, 1);
+    image* grey = keep.make(GREY_IMG, 6, 1, {1, 0, 0, 0, 9, 9});
+    image* out = keep.make(GREY_IMG, 6, 1, bytes_t(6, 7));
+    ASSERT_EQ(int_thresholding(grey, 1, &all, out), 0);
+    EXPECT_EQ(bytes(out, 6), (bytes_t{1, 0, 0, 0, 7, 7})) << "pixel 0 is bytes 0..3; pixel 1 would pass the end";
+    ASSERT_EQ(float_thresholding(keep.make(GREY_IMG, 3, 1), 0.0f, &all, out), 0) << "no pixel fits: nothing read";
+}
+
+TEST(Thresholding, ColourModesStepOneBytePerPixel)
+{
+    owned keep;
+    rectangle all = box(0, 0, 3, 1);
     // Step i reads bytes i..i+2 as blue, green, red.
     image* bgr = keep.make(COLOR_IMG_3BYTES, 3, 1, {10, 20, 30, 40, 50, 60, 70, 80, 90});
     image* grey = keep.make(GREY_IMG, 3, 1);
@@ -47,8 +75,14 @@ TEST(Thresholding, GreyIsBinaryFloatAndIntegerKeepTheValueColourModesStepOneByte
     EXPECT_EQ(color_thresholding(grey, 0, 0, 0, &all, BAND_RED, 1, grey), -1);  // colour input only
     // Mode 2 with no band: nothing selected fails, and "else red" gives the red byte.
     EXPECT_EQ(after(color_thresholding(bgr, 255, 255, 255, &all, band_t(0), 2, grey), grey, 3), done({30, 40, 50}));
+}
 
-    // Mode 0: unselected bands write 0 over the stepped bytes; later bytes stay.
+// Mode 0: unselected bands write 0 over the stepped bytes; later bytes stay.
+TEST(Thresholding, ColourModeZeroWritesZeroForUnselectedBands)
+{
+    owned keep;
+    rectangle all = box(0, 0, 3, 1);
+    image* bgr = keep.make(COLOR_IMG_3BYTES, 3, 1, {10, 20, 30, 40, 50, 60, 70, 80, 90});
     image* colour = keep.make(COLOR_IMG_3BYTES, 3, 1, bytes_t(9, 7));
     EXPECT_EQ(after(color_thresholding(bgr, 0, 0, 25, &all, BAND_RED | BAND_GREEN | BAND_BLUE, 0, colour), colour, 9),
               done({0, 0, 30, 40, 50, 7, 7, 7, 7}));

@@ -26,7 +26,7 @@ F fields(const rectangle* r) { return r ? F{r->xmin, r->ymin, r->xmax, r->ymax, 
 
 }  // namespace
 
-TEST(Rectangle, InitSetOperationsRatiosAndDistances)
+TEST(Rectangle, InitialisersDifferInHowTheyDeriveTheFarCorner)
 {
     rect_ptr r(new_rectangle());
     init_rectangle(r.get(), 10, 20, 0, 5);
@@ -37,25 +37,36 @@ TEST(Rectangle, InitSetOperationsRatiosAndDistances)
     EXPECT_EQ(fields(rect_ptr(copy_rectangle(r.get())).get()), (F{3, 4, 3, 4, -2, -7}));
     init_rectangle(nullptr, 1, 1, 1, 1);
     initRectangle(nullptr, 1, 1, 1, 1);
+}
 
+TEST(Rectangle, MergeUnionAndAbsorb)
+{
     auto a = box(0, 0, 9, 9), b = box(20, 20, 29, 29);
     EXPECT_EQ(fields(rect_ptr(merge_rectangle(a.get(), b.get())).get()), (F{0, 0, 29, 29, 10, 10}));  // a's sizes
     EXPECT_EQ(fields(rect_ptr(merge_rectangle(nullptr, b.get())).get()), (F{20, 20, 29, 29, 10, 10}));
-    EXPECT_FALSE(merge_rectangle(nullptr, nullptr) || rectangle_intersection(a.get(), b.get()));
+    EXPECT_EQ(merge_rectangle(nullptr, nullptr), nullptr);
+    EXPECT_EQ(rectangle_intersection(a.get(), b.get()), nullptr);
     EXPECT_EQ(fields(rect_ptr(rectangle_union(a.get(), b.get())).get()), (F{0, 0, 29, 29, 30, 30}));
-    EXPECT_TRUE(!absorb_rectangle(nullptr, b.get()) && absorb_rectangle(a.get(), nullptr) == a.get());
+    EXPECT_EQ(absorb_rectangle(nullptr, b.get()), nullptr);
+    EXPECT_EQ(absorb_rectangle(a.get(), nullptr), a.get());
     EXPECT_EQ(absorb_rectangle(a.get(), b.get()), a.get());
     EXPECT_EQ(fields(a.get()), (F{0, 0, 29, 29, 30, 30}));
+}
 
+TEST(Rectangle, IntersectionOfBoxesSharingOneColumn)
+{
     auto c = box(0, 0, 5, 9), d = box(5, 2, 9, 4);
     EXPECT_EQ(fields(rect_ptr(rectangle_intersection(c.get(), d.get())).get()), (F{5, 2, 5, 4, 1, 3}));
     EXPECT_EQ(rectangleIntersectionArea(c.get(), d.get()), 3);
     EXPECT_EQ(rectangles_intersect(c.get(), d.get()), 0);  // the strict test disagrees
-    EXPECT_TRUE(rect_distance(c.get(), d.get()) == 0.0 && rectangleIntersectionArea(c.get(), nullptr) == 0);
+    EXPECT_EQ(rect_distance(c.get(), d.get()), 0.0);
+    EXPECT_EQ(rectangleIntersectionArea(c.get(), nullptr), 0);
+}
 
-    a = box(0, 0, 9, 9), b = box(5, 0, 14, 9);
+TEST(Rectangle, IntersectRatios)
+{
+    auto a = box(0, 0, 9, 9), b = box(5, 0, 14, 9);
     EXPECT_DOUBLE_EQ(rectangle_intersect_ratio(a.get(), b.get()), 0.5);
-
     EXPECT_DOUBLE_EQ(rectangle_intersect_ratio_strict(a.get(), b.get()), 0.5);  // B <= A, I/B >= 0.5: I/A
     // The integer branch (B - I + 100) / 100: a small box inside a large one,
     // and I/B below 0.5 (truncated).
@@ -65,9 +76,11 @@ TEST(Rectangle, InitSetOperationsRatiosAndDistances)
     zero->width = 0;
     EXPECT_DOUBLE_EQ(rectangle_intersect_ratio_strict(a.get(), zero.get()), 0.04);
     EXPECT_EQ(rectangle_intersect_ratio_strict(nullptr, b.get()), 0.0);
+}
 
-    a = box(0, 0, 5, 5), b = box(7, 0, 9, 5);
-    c = box(8, 9, 12, 13);
+TEST(Rectangle, Distances)
+{
+    auto a = box(0, 0, 5, 5), b = box(7, 0, 9, 5), c = box(8, 9, 12, 13);
     EXPECT_EQ(rectangle_distance(a.get(), b.get()), 2);  // the gap without subtracting one
     EXPECT_EQ(rectangle_distance(a.get(), c.get()), 5);  // dx 3, dy 4
     EXPECT_EQ(rectangle_distance(a.get(), nullptr), -1);

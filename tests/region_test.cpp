@@ -18,7 +18,7 @@ S stats(const std::shared_ptr<region>& r)
 
 }  // namespace
 
-TEST(Region, AbsorbRegionAndHoles)
+TEST(Region, AbsorbedRegionPointsAtTheSurvivorAndKeepsItsStatistics)
 {
     auto s = region_new(), a = region_new();
     region_initialize(s, 0, 1, 0);
@@ -26,15 +26,34 @@ TEST(Region, AbsorbRegionAndHoles)
     region_absorb_segment(a, 5, 9, 1);
     a->nholes = 2;
     region_absorb_region(s, a);
-    EXPECT_TRUE(a->absorber == s && !s->absorber && a->npix == 7);  // the absorbed region keeps its statistics
+    EXPECT_EQ(a->absorber, s);
+    EXPECT_EQ(s->absorber, nullptr);
+    EXPECT_EQ(a->npix, 7);  // the absorbed region keeps its statistics
     EXPECT_EQ(stats(s), (S{9, 0, 9, 0, 1, 0, 2, 1 + 11 + 35, 5}));
-
-    region_add_hole(nullptr, region_new()), region_add_hole(s, a), region_add_hole(s, a);
-    EXPECT_TRUE(s->nholes == 4 && s->hole == a);
-    s->hole.reset();  // a->absorber and s->hole form a cycle of shared pointers
 }
 
-TEST(SegmentList, OrderEqualKeysAndWhatFreeReleases)
+TEST(Region, HolesCountAndRememberTheLastRegionPassed)
+{
+    auto s = region_new(), a = region_new();
+    region_add_hole(nullptr, region_new());
+    region_add_hole(s, a);
+    region_add_hole(s, a);
+    EXPECT_EQ(s->nholes, 2);
+    EXPECT_EQ(s->hole, a);
+}
+
+TEST(Region, FreeTakesItsArgumentByValue)
+{
+    std::vector<std::shared_ptr<region>> pool{region_new()};
+    region_free(pool[0]);
+    EXPECT_NE(pool[0], nullptr) << "the caller's slot keeps its region";
+    auto held = segment_new();
+    segment_free(segment_new());
+    segment_free(held);
+    EXPECT_EQ(held.use_count(), 1);
+}
+
+TEST(SegmentList, KeepsStartOrderAndPutsANewNodeBeforeEqualStarts)
 {
     auto first5 = region_new(), second5 = region_new();
     segment_list* list = nullptr;
@@ -45,26 +64,39 @@ TEST(SegmentList, OrderEqualKeysAndWhatFreeReleases)
     std::vector<int> starts;
     for (segment_list* n = list; n; n = n->next) starts.push_back(n->x_start);
     EXPECT_EQ(starts, (std::vector<int>{2, 5, 5, 9}));
-    EXPECT_TRUE(list->next->owner == second5 && list->next->x_end == 7 && list->next->next->owner == first5);
+    EXPECT_EQ(list->next->owner, second5) << "a new node goes before an equal start";
+    EXPECT_EQ(list->next->x_end, 7);
+    EXPECT_EQ(list->next->next->owner, first5);
     free_segment_list(list);
     free_segment_list(nullptr);
+}
 
-    // Only the head node's owner is released; later references are abandoned.
+// Only the head node's owner is released; later references are abandoned.
+TEST(SegmentList, FreeReleasesOnlyTheHeadOwner)
+{
+    segment_list* list = nullptr;
     auto head_owner = region_new(), later_owner = region_new();
     list = insert_in_seg_list(insert_in_seg_list(nullptr, 1, 1, head_owner), 4, 4, later_owner);
     free_segment_list(list);
-    EXPECT_EQ(std::make_pair(head_owner.use_count(), later_owner.use_count()), std::make_pair(1L, 2L));
+    EXPECT_EQ(head_owner.use_count(), 1L);
+    EXPECT_EQ(later_owner.use_count(), 2L);
 }
 
 TEST(RLEImageModel, InitializeResizeAndFree)
 {
     auto img = RLEimage_initialize(nullptr, 320, 240);
-    ASSERT_TRUE(img && img->lines.size() == 240u && img->lines[239] && !img->lines[239]->segs);
+    ASSERT_NE(img, nullptr);
+    ASSERT_EQ(img->lines.size(), 240u);
+    ASSERT_NE(img->lines[239], nullptr);
+    EXPECT_EQ(img->lines[239]->segs, nullptr);
     std::vector<std::shared_ptr<segment>> pool{segment_new()};
     auto old_line = RLEimage_get_line(img, 3);
-    old_line->nb_segs = 1, old_line->segs = &pool[0];
+    old_line->nb_segs = 1;
+    old_line->segs = &pool[0];
     EXPECT_EQ(RLEimage_initialize(img, 100, 100), img);
     ASSERT_EQ(img->lines.size(), 100u);
-    EXPECT_TRUE(RLEimage_get_line(img, 3) != old_line && RLEimage_get_line(img, 3)->nb_segs == 0);  // all fresh
-    EXPECT_FALSE(RLEimage_free(img) || RLEimage_free(nullptr));  // the lifetime test holds what it keeps
+    EXPECT_NE(RLEimage_get_line(img, 3), old_line) << "every line is fresh";
+    EXPECT_EQ(RLEimage_get_line(img, 3)->nb_segs, 0);
+    EXPECT_EQ(RLEimage_free(img), nullptr);
+    EXPECT_EQ(RLEimage_free(nullptr), nullptr);
 }

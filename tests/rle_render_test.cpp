@@ -17,7 +17,8 @@ struct hand_rle {
     hand_rle(int width, int height) : rle(RLEimage_initialize(nullptr, width, height)) {}
     void row(int y, const std::vector<std::pair<int, int>>& runs)  // (first, last), left to right
     {
-        rle->lines[y]->nb_segs = static_cast<int32_t>(runs.size()), rle->lines[y]->segs = &pool[used];
+        rle->lines[y]->nb_segs = static_cast<int32_t>(runs.size());
+        rle->lines[y]->segs = &pool[used];
         for (auto [first, last] : runs) pool[used++] = std::make_shared<segment>(segment{last, first, nullptr});
     }
 };
@@ -71,7 +72,8 @@ TEST(RLERender, SavedPictureShowsRunsAndBlueBoxes)
     const std::string path = temp_path("rle_boxes.ppm");
     ASSERT_EQ(RLEimage_save_binaire(h.rle, path.c_str(), first), 0);
     const cv::Mat saved = cv::imread(path, cv::IMREAD_UNCHANGED);
-    ASSERT_TRUE(saved.type() == CV_8UC3 && saved.size() == cv::Size(6, 4));
+    ASSERT_EQ(saved.type(), CV_8UC3);
+    ASSERT_EQ(saved.size(), cv::Size(6, 4));
     const cv::Vec3b white(255, 255, 255), black(0, 0, 0), blue(255, 0, 0);  // imread order: b, g, r
     for (int y = 0; y < 4; ++y)
         for (int x = 0; x < 6; ++x) {

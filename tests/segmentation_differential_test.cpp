@@ -133,7 +133,10 @@ TEST(SegmentationDifferential, RandomMasksOfManySizesAndDensitiesAndRegionsOfInt
                                             : speckled(rng, w, h, d);
             cv::Rect roi;
             if (frame % 3 == 2 && w > 2 && h > 2) roi = cv::Rect(1 + rng() % (w - 2), 1 + rng() % (h - 2), 1, 1);
-            if (!roi.empty()) roi.width = 1 + rng() % (w - 1 - roi.x), roi.height = 1 + rng() % (h - 1 - roi.y);
+            if (!roi.empty()) {
+                roi.width = 1 + rng() % (w - 1 - roi.x);
+                roi.height = 1 + rng() % (h - 1 - roi.y);
+            }
             ASSERT_EQ(differs(mask, s, roi), "") << w << "x" << h << " frame " << frame << " density " << d;
         }
     }
@@ -161,8 +164,10 @@ TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
     int w = 0, h = 0;
     for (int trial = 0; trial < 200; ++trial) {
         if (trial % 20 == 0) {  // a new frame size every 20 frames; state carries over frames
-            w = 1 + static_cast<int>(rng() % 150), h = 1 + static_cast<int>(rng() % 30);
-            driver = segmenter_for(w, h), steps = segmenter_for(w, h);
+            w = 1 + static_cast<int>(rng() % 150);
+            h = 1 + static_cast<int>(rng() % 30);
+            driver = segmenter_for(w, h);
+            steps = segmenter_for(w, h);
             const auto [sx, sy] = steps_tried[(trial / 20) % 5];
             for (auto s : {driver, steps}) RLEsegm_set_steps(s, sx, sy);
         }
@@ -248,10 +253,11 @@ TEST(SegmentationDifferential, RowStepsFindWholeComponentsAndEveryOneOnAReadRow)
 {
     std::mt19937 rng(2024);
     segm_ptr by_step[8];  // reused from frame to frame, at the largest size
-    for (int step : {2, 3, 4, 7}) by_step[step] = segmenter_for(64, 48, 1, step);
+    const int steps[] = {2, 3, 4, 7};
+    for (int step : steps) by_step[step] = segmenter_for(64, 48, 1, step);
     for (int trial = 0; trial < 400; ++trial) {
-        const int w = 2 + static_cast<int>(rng() % 63), h = 2 + static_cast<int>(rng() % 47),
-                  step = "\2\3\4\7"[trial % 4];
+        const int w = 2 + static_cast<int>(rng() % 63), h = 2 + static_cast<int>(rng() % 47);
+        const int step = steps[trial % 4];
         const cv::Mat mask = trial % 2 ? blocky(rng, w, h, 0.05 + 0.1 * (trial % 5)) : speckled(rng, w, h, 0.1);
         const cv::Rect roi(rng() % (w / 2), rng() % (h / 2), w / 2, h / 2);
         const segm_ptr& s = by_step[step];
@@ -263,12 +269,18 @@ TEST(SegmentationDifferential, RowStepsFindWholeComponentsAndEveryOneOnAReadRow)
             const region& r = *s->reg_pool[i];
             if (r.absorber) continue;
             const int label = components.matching(r);
-            ASSERT_TRUE(label && found.insert(label).second) << "trial " << trial;
+            ASSERT_NE(label, 0) << "trial " << trial << ": region " << r.ident << " is no whole component";
+            ASSERT_EQ(found.count(label), 0u) << "trial " << trial << ": component " << label << " found twice";
+            found.insert(label);
         }
         const cv::Mat& labels = components.labels;
         for (int y = (step - roi.y % step) % step; y < labels.rows; y += step)  // the read rows
-            for (int x = 0; x < labels.cols; ++x)
-                ASSERT_TRUE(!labels.at<int>(y, x) || found.count(labels.at<int>(y, x))) << "trial " << trial;
+            for (int x = 0; x < labels.cols; ++x) {
+                const int label = labels.at<int>(y, x);
+                if (label) {
+                    ASSERT_EQ(found.count(label), 1u) << "trial " << trial << ": missed at " << x << "," << y;
+                }
+            }
         ASSERT_LE(static_cast<int>(found.size()), components.n - 1);
     }
 }

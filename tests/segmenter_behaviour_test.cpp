@@ -47,7 +47,8 @@ TEST(Labelling, UMergeSurvivorAndFirstRowSelfPairingHoles)
     auto s = segmenter_for(u);
     ASSERT_EQ(blobs(u, s).size(), 1u);
     auto left = RLEsegm_get_region(0, s), right = RLEsegm_get_region(1, s);
-    EXPECT_TRUE(right->absorber == left && !left->absorber);  // the lower ident survives
+    EXPECT_EQ(right->absorber, left) << "the lower ident survives";
+    EXPECT_EQ(left->absorber, nullptr);
     for (int k = 0; k < s->nb_segs; ++k) EXPECT_EQ(s->seg_pool[k]->owner, left);
 
     // Three runs on the first non-empty row: the self-pairing counts a hole on
@@ -58,7 +59,7 @@ TEST(Labelling, UMergeSurvivorAndFirstRowSelfPairingHoles)
     EXPECT_EQ(RLEsegm_get_region(0, s)->hole, RLEsegm_get_region(1, s));
 }
 
-TEST(RegionsToBlobs, SizeFiltersBoxAreaStatisticsAndDensities)
+TEST(RegionsToBlobs, SizeFiltersAndBoxAreaStatistics)
 {
     auto m = mask_from({"#####.....###", ".#####......."});
     auto s = segmenter_for(m);
@@ -66,12 +67,16 @@ TEST(RegionsToBlobs, SizeFiltersBoxAreaStatisticsAndDensities)
     EXPECT_EQ(vals(s->nb_blobs_cur, s->blob_area_cur), vals(2, 6 * 2 + 3 * 1));  // box areas, not pixels
     s->min_blob_side = 2;                                                        // the 3x1 blob has height 1
     EXPECT_EQ(blobs(m, s).size(), 1u);
-    s->min_blob_side = 0, s->min_blob_pixels = 4;
+    s->min_blob_side = 0;
+    s->min_blob_pixels = 4;
     EXPECT_EQ(blobs(m, s).size(), 1u);
+}
 
-    // The previous frame's statistics; densities kept over an empty frame.
+// The previous frame's statistics; densities kept over an empty frame.
+TEST(RegionsToBlobs, StatisticsMoveToPreviousAndDensitiesRescaleEveryFrame)
+{
     auto one = mask_from({"##..", "##.."}), none = mask_from({"....", "...."});
-    s = segmenter_for(one);
+    auto s = segmenter_for(one);
     rectangle* r = make_rectangle(0, 0, 2, 4);
     s->densities[r] = 16.0;
     auto stats = [&] { return vals(s->nb_blobs_cur, s->blob_area_cur, s->nb_blobs_prev, s->blob_area_prev); };
@@ -84,13 +89,30 @@ TEST(RegionsToBlobs, SizeFiltersBoxAreaStatisticsAndDensities)
     free_rectangle(r);
 }
 
+TEST(RegionsToBlobs, ANullDensityKeyIsLeftAsItIs)
+{
+    auto one = mask_from({"##..", "##.."});
+    auto s = segmenter_for(one);
+    rectangle* r = make_rectangle(0, 0, 2, 4);
+    s->densities[nullptr] = 5.0;
+    s->densities[r] = 16.0;
+    RLEsegm_segmentKAP(one, s);
+    EXPECT_EQ(s->densities[nullptr], 5.0);
+    EXPECT_EQ(s->densities[r], 2.0);
+    free_rectangle(r);
+}
+
 // (created blobs, blobs used in the last frame) -> created blobs after the next reset
 TEST(RegionsToBlobs, PoolTrimmingBoundaryAndTrimmedBlobsComeBackNew)
 {
     for (auto [pool, used, after] : {std::tuple{45, 30, 29}, {40, 30, 29}, {39, 30, 39}, {60, 20, 60}}) {
         auto first = dots(pool);
         auto s = segmenter_for(first);
-        for (RLEblob* b : blobs(first, s)) b->info[0] = 'x', b->measures[3] = 5, b->fathers[4999] = 7;  // host data
+        for (RLEblob* b : blobs(first, s)) {  // host data
+            b->info[0] = 'x';
+            b->measures[3] = 5;
+            b->fathers[4999] = 7;
+        }
         RLEsegm_segmentKAP(dots(used, first.rows), s);
         RLEsegm_reset(s);
         EXPECT_EQ(s->nb_pool_blobs, after) << pool << "/" << used;
@@ -130,8 +152,11 @@ TEST(SubregionMeasures, SumsAndLimits)
     auto s = segmenter_for(m);
     const int id = RLEsegm_segmentKAP(m, s)->fathers[0];
     double sx = -1, sy = -1;
-    EXPECT_TRUE(subregion_get_sumxsumy(id, 4, 0, 6, 4, &sx, &sy, s) == 3 && sx == 15.0 && sy == 6.0);
-    EXPECT_TRUE(subregion_get_sumxsumy(id, 0, 4, 9, 0, &sx, &sy, s) == 0 && sx == 0.0);  // inverted
+    EXPECT_EQ(subregion_get_sumxsumy(id, 4, 0, 6, 4, &sx, &sy, s), 3);
+    EXPECT_EQ(sx, 15.0);
+    EXPECT_EQ(sy, 6.0);
+    EXPECT_EQ(subregion_get_sumxsumy(id, 0, 4, 9, 0, &sx, &sy, s), 0) << "inverted";
+    EXPECT_EQ(sx, 0.0);
     // The run ends exactly at x1 = 8: counted by the sums and the vertical
     // scan, ignored by the strict horizontal scan.
     EXPECT_EQ(subregion_get_sumxsumy(id, 8, 0, 9, 4, &sx, &sy, s), 1);
@@ -156,9 +181,9 @@ TEST(SegmenterRefusals, UnsafeInputGivesAnEmptyListAndOneLine)
     auto expect_refused = [&](const cv::Mat& mask, const char* why) {
         CapturedMessages out;
         EXPECT_FALSE(RLEsegm_segmentKAP(mask, s)) << why;
-        EXPECT_TRUE(out.lines() == 1 && out.text.rfind("RLEsegm_segmentKAP(): ", 0) == 0 &&
-                    out.text.find(why) != std::string::npos)
-            << out.text;
+        EXPECT_EQ(out.lines(), 1) << out.text;
+        EXPECT_EQ(out.text.rfind("RLEsegm_segmentKAP(): ", 0), 0u) << out.text;
+        EXPECT_NE(out.text.find(why), std::string::npos) << out.text;
     };
     expect_refused(cv::Mat(2, 4, CV_8UC3, cv::Scalar(255, 255, 255)), "8-bit single-channel");
     expect_refused(cv::Mat(), "non-empty");
@@ -167,7 +192,8 @@ TEST(SegmenterRefusals, UnsafeInputGivesAnEmptyListAndOneLine)
     expect_refused(m, "column step 0");
     RLEsegm_set_steps(s, 1, 1);  // and the segmenter still works: signed bytes, negative ones foreground too
     const std::shared_ptr<RLEblob> head = RLEsegm_segmentKAP(cv::Mat(2, 4, CV_8SC1, cv::Scalar(-5)), s);
-    EXPECT_TRUE(count_blobs(head) == 1 && head->npix == 8);
+    ASSERT_EQ(count_blobs(head), 1);
+    EXPECT_EQ(head->npix, 8);
     RLEsegm_free_private(s);
     expect_refused(m, "not initialised");
 }

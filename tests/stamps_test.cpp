@@ -7,7 +7,7 @@
 
 using namespace nerva;
 
-TEST(Stamps, InitialiserAndBooleanTextByPrefix)
+TEST(Stamps, InitialiserZeroesTheCameraAndUnsetsTheTime)
 {
     JpegHeader h;
     std::memset(&h, 0x5a, sizeof(h));
@@ -15,9 +15,17 @@ TEST(Stamps, InitialiserAndBooleanTextByPrefix)
     for (int64_t v : h.cam.values) EXPECT_EQ(v, 0);
     for (int32_t v : h.cam.small_values) EXPECT_EQ(v, 0);
     for (int64_t v : h.time.values) EXPECT_EQ(static_cast<uint64_t>(v), UINT64_MAX);  // unset
+}
 
+TEST(Stamps, BooleanTextIsFalseOnlyForFalseOrAZeroPrefix)
+{
     for (const char* s : {"false", "FALSE", "falsehood", "0", "0.5", "000"}) EXPECT_FALSE(atob(s)) << s;
     for (const char* s : {"", "1", "fals", "fAlse", "no", " false", "-0", "10"})
         EXPECT_TRUE(atob(s)) << '"' << s << '"';
-    EXPECT_TRUE(!atob(std::string("0\0x", 3)) && atob(std::string("\0", 1)));
+}
+
+TEST(Stamps, BooleanTextStopsAtAnEmbeddedNul)
+{
+    EXPECT_FALSE(atob(std::string("0\0x", 3)));
+    EXPECT_TRUE(atob(std::string("\0", 1)));
 }

@@ -60,7 +60,10 @@ pen color_pen(image* img, int red, int green, int blue)
 int outline(rectangle* r, image* img, const pen& p)
 {
     if (!r || !img || img->capacity == 0) return -1;
-    if (r->xmax > last_column(img) || r->ymax > last_row(img)) return -1;  // width, height with origin 0
+    // The bounds are the sizes alone, whatever the origins: a box drawn on a
+    // moved image is refused or drawn as on the same image unmoved, and only
+    // its pixels outside the moved image are skipped.
+    if (r->xmax >= int64_t{img->width} || r->ymax >= int64_t{img->height}) return -1;
     if (img->type != GREY_IMG && img->type != FLOAT_IMG && !is_color_kind(img->type)) return -1;
     p.row(r->ymin, r->xmin, r->xmax);
     p.column(r->xmax, r->ymin, r->ymax);

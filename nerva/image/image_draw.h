@@ -20,7 +20,8 @@ enum line_type : int32_t {
 // Outlines rect: row ymin, column xmax, row ymax, column xmin. GREY_IMG gets
 // 155, FLOAT_IMG 255.0, colour kinds only byte 0 set to 255 (the other two
 // bytes keep their values). -1 for a null argument, capacity 0, xmax >= width,
-// ymax >= height or another kind; else 0.
+// ymax >= height (the sizes alone, whatever the origins) or another kind;
+// else 0.
 int draw_rectangle(rectangle* rect, image* img);
 // As draw_rectangle, colour kinds taking red, green, blue; GREY_IMG and
 // FLOAT_IMG still get 155 and 255.0.

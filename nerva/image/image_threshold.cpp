@@ -18,13 +18,16 @@ bool prepare_destination(image* src, rectangle* rect, image* dst, image_type kin
     return true;
 }
 
-// Keep-or-zero over four-byte pixels read as T.
+// Keep-or-zero over four-byte pixels read as T, whatever the source's kind:
+// pixel i is bytes 4i .. 4i + 3 of each buffer. On a kind of fewer bytes per
+// pixel the walk reaches past the buffer sooner; those pixels are skipped,
+// as every walk skips what lies outside its buffer.
 template <typename T, typename Passes>
 int keep_or_zero(image* src, rectangle* rect, image* dst, Passes passes)
 {
-    if (!src || !rect || !dst || src->bytes_per_pixel < 4) return -1;
+    if (!src || !rect || !dst) return -1;
     pixel_span s;
-    if (!prepare_destination(src, rect, dst, src->type, s) || dst->bytes_per_pixel < 4) return -1;
+    if (!prepare_destination(src, rect, dst, src->type, s)) return -1;
     for (int64_t y = s.y0; !s.empty() && y <= s.y1; ++y) {
         const row_walk in = walk_from(src, s.x0, y, 4, 4, 4), out = walk_from(dst, s.x0, y, 4, 4, 4);
         const step_range r = steps_inside(s.columns(), in, out);

@@ -44,10 +44,13 @@ int color_thresholding(image* src, unsigned red_threshold, unsigned green_thresh
 // Threshold 0 passes everything, 256 nothing.
 int grey_thresholding(image* src, unsigned threshold, rectangle* rect, image* dst);
 // Four-byte pixels read as floats into an image of the source's kind: the
-// value itself where it passes, else 0 (NaN gives 0).
+// value itself where it passes, else 0 (NaN gives 0). Any kind is read so:
+// on a kind of fewer bytes per pixel, pixel i is still bytes 4i .. 4i + 3,
+// and the pixels whose bytes would lie past the buffer are skipped.
 int float_thresholding(image* src, float threshold, rectangle* rect, image* dst);
 // Four-byte pixels read as signed 32-bit integers (threshold too) into an
-// image of the source's kind: the value where it passes, else 0.
+// image of the source's kind: the value where it passes, else 0. Any kind,
+// as float_thresholding.
 int int_thresholding(image* src, unsigned threshold, rectangle* rect, image* dst);
 
 }  // namespace nerva

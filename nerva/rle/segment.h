@@ -21,7 +21,8 @@ struct segment {
 
 // Both columns 0, no owner.
 std::shared_ptr<segment> segment_new();
-// Drops the given reference; the record goes when its last reference does.
-void segment_free(std::shared_ptr<segment>& seg);
+// Drops the reference it was given, a copy of the caller's: the caller's own
+// pointer is left as it is. The record goes when its last reference does.
+void segment_free(std::shared_ptr<segment> seg);
 
 }  // namespace nerva

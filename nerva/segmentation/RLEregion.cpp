@@ -9,7 +9,7 @@ namespace nerva {
 
 std::shared_ptr<region> region_new() { return std::make_shared<region>(); }
 
-void region_free(std::shared_ptr<region>& reg) { reg.reset(); }
+void region_free(std::shared_ptr<region> reg) { reg.reset(); }
 
 segment_list* new_segment_list()
 {
@@ -44,8 +44,7 @@ void free_segment_list(segment_list* list)
 {
     if (!list) return;
     if (list->owner) {
-        std::shared_ptr<region> head_owner = list->owner;
-        region_free(head_owner);
+        region_free(list->owner);
         list->owner.reset();
     }
     while (list) {

@@ -51,8 +51,9 @@ struct segment_list {
 
 std::shared_ptr<region> region_new();
 
-// Drops the given reference; the record goes when its last reference does.
-void region_free(std::shared_ptr<region>& reg);
+// Drops the reference it was given, a copy of the caller's: the caller's own
+// pointer is left as it is. The record goes when its last reference does.
+void region_free(std::shared_ptr<region> reg);
 
 // One zero-filled node.
 segment_list* new_segment_list();

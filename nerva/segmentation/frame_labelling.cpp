@@ -7,10 +7,9 @@
 //
 // The steps are those of LabellingEngine (labelling_engine.h) with its
 // union-find flag set, walked over the same cursors in the same order; the
-// equivalence test holds the two to the same final state. The engine itself
-// still labels a frame whose pool regions no longer carry their pool
-// position as ident (a host may write them): merges compare idents, and the
-// sweep here compares positions.
+// equivalence test holds the two to the same final state. Merges compare the
+// pool records' idents, read as each region is taken, so a host that
+// renumbers the pool's regions sees the merges follow its numbers here too.
 #include <algorithm>
 
 #include "nerva/geometry/internal/wrap_arith.h"
@@ -93,11 +92,8 @@ public:
         return true;
     }
 
-    // The frame's result into the records' fields and the img2regs record;
-    // false, part-way through the regions, at the first pool region whose
-    // ident is not its position (merges compare idents): the engine must
-    // label this frame instead, and rewrites every record this wrote.
-    bool write_back()
+    // The frame's result into the records' fields and the img2regs record.
+    void write_back()
     {
         const auto ref = [&](int32_t r) -> const std::shared_ptr<region>& {
             static const std::shared_ptr<region> no_region;
@@ -106,7 +102,6 @@ public:
         const int32_t regions = segm_.nb_regs;
         for (int32_t r = 0; r < regions; ++r) {
             region& reg = *segm_.reg_pool[static_cast<size_t>(r)];
-            if (reg.ident != r) return false;
             const RegionStats& st = stats_[r];
             reg.seed_x = st.seed_x;
             reg.y_min = st.y_min;
@@ -139,7 +134,6 @@ public:
         set_link(state.first, ref(regions > 0 ? 0 : kNone));
         set_link(state.last, ref(regions > 0 ? regions - 1 : kNone));
         write_cursor(state);
-        return true;
     }
 
     // The cursor alone (a frame without a run of interest).
@@ -239,8 +233,11 @@ private:
             region_add_run(stats_[rp], bounds_[2 * c], bounds_[2 * c + 1], row_y);
             owner_[c] = rp;
         } else if (rc != rp) {
-            const int32_t survivor = rc < rp ? rc : rp;
-            const int32_t absorbed = rc < rp ? rp : rc;
+            // The lower ident survives; on equal idents (a host may number
+            // regions alike) the previous row's region does.
+            const bool cur_survives = stats_[rc].ident < stats_[rp].ident;
+            const int32_t survivor = cur_survives ? rc : rp;
+            const int32_t absorbed = cur_survives ? rp : rc;
             region_merge_stats(stats_[survivor], stats_[absorbed]);
             absorber_[absorbed] = survivor;
             if (self_pair_) replace(absorbed, survivor, pi, ci);
@@ -272,6 +269,7 @@ private:
         }
         const int32_t reg = segm_.nb_regs++;
         region_init_stats(stats_[reg], bounds_[2 * run], bounds_[2 * run + 1], row_y);
+        stats_[reg].ident = segm_.reg_pool[static_cast<size_t>(reg)]->ident;
         absorber_[reg] = kNone;
         hole_[reg] = kNone;
         owner_[run] = reg;
@@ -331,103 +329,8 @@ private:
     bool self_pair_ = false;
 };
 
-// The engine on plain indices over the pool's records, for a frame whose
-// region idents are not their positions.
-struct IndexOwners {
-    using handle = int32_t;
-    static constexpr bool union_find = true;
-
-    MV_RLEsegm* segm;
-    LabelScratch* scratch;
-    const RunSlot* pool_base;  // run number = slot - pool_base
-    int32_t* run_owner;        // region per run number
-    int32_t* absorbers;        // absorber per region
-    int32_t* holes;            // hole per region
-
-    explicit IndexOwners(MV_RLEsegm& s)
-        : segm(&s), scratch(&s.work->labels), pool_base(s.seg_pool.data()), run_owner(nullptr), absorbers(nullptr),
-          holes(nullptr)
-    {
-        if (scratch->run_owner.size() < segm->seg_pool.size()) scratch->run_owner.resize(segm->seg_pool.size());
-        run_owner = scratch->run_owner.data();
-        regions_grew();
-    }
-
-    static bool exists(handle reg) { return reg != kNone; }
-    static handle none() { return kNone; }
-
-    handle owner(const RunSlot* run) const { return run_owner[run - pool_base]; }
-    void set_owner(const RunSlot* run, handle reg) const { run_owner[run - pool_base] = reg; }
-    region& stats(handle reg) const { return *segm->reg_pool[static_cast<size_t>(reg)]; }
-    handle region_at(int32_t index) const { return index; }
-    void regions_grew()
-    {
-        if (scratch->absorber.size() < segm->reg_pool.size()) {
-            scratch->absorber.resize(segm->reg_pool.size());
-            scratch->hole.resize(segm->reg_pool.size());
-        }
-        absorbers = scratch->absorber.data();
-        holes = scratch->hole.data();
-    }
-    void clear_links(handle reg) const
-    {
-        absorbers[reg] = kNone;
-        holes[reg] = kNone;
-    }
-    // The chain is the pool order: nothing to write until the end.
-    void chain(handle, bool) const {}
-    void reset_chain() const {}
-    handle first() const { return segm->nb_regs > 0 ? 0 : kNone; }
-    handle last() const { return segm->nb_regs - 1; }
-    handle next(handle reg) const { return reg + 1 < segm->nb_regs ? reg + 1 : kNone; }
-    handle absorber(handle reg) const { return absorbers[reg]; }
-    void set_absorber(handle reg, handle survivor) const { absorbers[reg] = survivor; }
-    handle hole(handle reg) const { return holes[reg]; }
-    void set_hole(handle reg, handle other) const { holes[reg] = other; }
-
-    const std::shared_ptr<region>& region_ref(handle reg) const
-    {
-        static const std::shared_ptr<region> no_region;
-        return reg == kNone ? no_region : segm->reg_pool[static_cast<size_t>(reg)];
-    }
-
-    // Writes the frame's result into the records' shared-pointer fields.
-    void write_back(img2regs& state) const
-    {
-        for (int32_t k = 0; k < segm->nb_segs; ++k)
-            set_link(segm->seg_pool[static_cast<size_t>(k)]->owner, region_ref(run_owner[k]));
-        for (int32_t r = 0; r < segm->nb_regs; ++r) {
-            region& reg = *segm->reg_pool[static_cast<size_t>(r)];
-            if (reg.link) reg.link.reset();
-            set_link(reg.next, region_ref(next(r)));
-            set_link(reg.absorber, region_ref(absorbers[r]));
-            set_link(reg.hole, region_ref(holes[r]));
-        }
-        set_link(state.first, region_ref(first()));
-        set_link(state.last, region_ref(segm->nb_regs > 0 ? last() : kNone));
-    }
-};
-
-void label_with_engine(MV_RLEsegm& segm)
-{
-    img2regs& state = *segm.i2r;
-    LabellingEngine<IndexOwners> engine(state, &segm, IndexOwners(segm));
-    std::fill_n(engine.store.run_owner, segm.nb_segs, kNone);
-    if (!engine.start()) {
-        state.first.reset();
-        state.last.reset();
-        engine.store_cursor();
-        return;
-    }
-    engine.sweep(segm.roi_ymax - segm.roi_ymin + 1);
-    engine.pass2();
-    engine.store.write_back(state);
-    engine.store_cursor();
-}
-
-// The frame's result from a finished sweep: the records, or the engine when
-// the pool's idents are not their positions.
-bool conclude(MV_RLEsegm& segm, CompactSweep& sweep, int32_t regions_before)
+// The frame's result from a finished sweep.
+bool conclude(MV_RLEsegm& segm, CompactSweep& sweep)
 {
     if (!sweep.finish()) {
         // No region: only the bounds, the chain's ends and the cursor change.
@@ -437,21 +340,17 @@ bool conclude(MV_RLEsegm& segm, CompactSweep& sweep, int32_t regions_before)
         sweep.write_cursor(*segm.i2r);
         return false;
     }
-    if (sweep.write_back()) return true;
-    segm.nb_regs = regions_before;
-    CompactSweep::write_runs(segm);
-    label_with_engine(segm);
-    return false;
+    sweep.write_back();
+    return true;
 }
 
 }  // namespace
 
 bool label_frame(MV_RLEsegm& segm)
 {
-    const int32_t regions_before = segm.nb_regs;
     CompactSweep sweep(segm);
     for (int32_t y = segm.roi_ymin; y <= segm.roi_ymax; ++y) sweep.add_row(y);
-    return conclude(segm, sweep, regions_before);
+    return conclude(segm, sweep);
 }
 
 }  // namespace detail

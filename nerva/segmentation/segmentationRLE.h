@@ -27,14 +27,14 @@
 // labels runs into 4-connected regions, a second pass resolving merges, and
 // the conversion of surviving regions into blobs from the blob pool.
 //
-// Safety choices where the design leaves the behaviour open:
+// Choices that keep a host safe:
 //  - Pools grow for a frame that needs more runs or regions than they hold
 //    (100000 segments, 50000 regions after initialisation), so the result
 //    stays exact; the larger pools are kept for later frames. Run-length
 //    lines are re-pointed when the segment pool's storage moves.
 //  - Beyond 2000 kept regions the last pool blob is reused with the message
-//    "RLEsegm_get_new_blob(): too many blobs !Last blob reused." as designed,
-//    but appending the blob that is already the list's tail leaves the links
+//    "RLEsegm_get_new_blob(): too many blobs !Last blob reused." (hosts
+//    filter on that line), but appending the blob that is already the list's tail leaves the links
 //    alone, so the list never links to itself and every walk terminates
 //    (nb_blobs still counts every append).
 //  - RLEsegm_segmentKAP refuses, with one line on standard error and a null
@@ -43,7 +43,8 @@
 //    that is not 8-bit single channel (CV_8UC1 and CV_8SC1 are both read as
 //    bytes); a region of interest outside the mask
 //    or outside the initialised frame; a column step below 1. A row step of
-//    0 or less reads every row (dense mode), as designed. An inverted region
+//    0 or less reads every row (dense mode): that is always safe and exact
+//    down the image, so it is taken as "no row sampling". An inverted region
 //    of interest (xmin > xmax or ymin > ymax) is legal and finds nothing.
 //  - Blobs released by the pool trimming are recycled (zero-filled again)
 //    when the pool grows back, instead of being allocated anew.
@@ -128,7 +129,9 @@ public:
     int32_t blob_area_cur = -1;  // sum of box areas (not pixel counts)
     int32_t nb_blobs_prev = -1;
     int32_t blob_area_prev = -1;
-    std::map<rectangle*, double> densities;  // host-filled; divided by the box area each frame
+    // Host-filled; each value divided by its box's area every frame (a null
+    // key's value is left as it is).
+    std::map<rectangle*, double> densities;
     bool flag = false;
     CSegmentMessage msg;
 

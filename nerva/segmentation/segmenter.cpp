@@ -90,90 +90,6 @@ void empty_rows(RLEimage* img)
     }
 }
 
-// Region row indexes and region-line chunks kept between frames. Below these
-// sizes nothing is trimmed, so ordinary frames never allocate for them.
-constexpr size_t kKeptRowIndex = 32;          // entries per region
-constexpr size_t kKeptRegionLines = 1 << 16;  // lines over all chunks
-// Row index entries beyond kKeptRowIndex a stream may hold before it counts
-// as light (4 MB). Each region slot keeps the most rows any region it held
-// needed: on a noisy stream the sum over slots runs to several times what one
-// frame uses, and trimming it would have the next frames allocate again.
-constexpr size_t kRowIndexSlack = 1 << 18;
-// Storage is trimmed only after this many frames in a row each needed less
-// than a quarter of it: a stream whose regions change height from frame to
-// frame keeps what its tallest frames need instead of reallocating it.
-constexpr int kFramesBeforeTrim = 8;
-// Spare blob records (20 KB each) kept when the row indexes are trimmed, so
-// that a burst of crowded frames does not stay resident either.
-constexpr size_t kKeptSpareBlobs = 128;
-
-// Releases what a tall or crowded burst left behind, once the stream has
-// needed far less for kFramesBeforeTrim frames in a row: a region's row index
-// shrinks when it holds more than twice the most its slot needed over those
-// frames, regions past the last frame's keep at most kKeptRowIndex entries,
-// and region-line chunks beyond twice the most lines a frame used go. What is
-// "far less" is measured against the peaks of those frames, not the last
-// frame alone: on a noisy stream, region heights change from frame to frame
-// and slot by slot, and fitting each slot to one frame would have the next
-// frames allocate again. Until then every row index is only emptied, so the
-// steady state allocates nothing.
-size_t excess_row_index(size_t capacity) { return capacity > kKeptRowIndex ? capacity - kKeptRowIndex : 0; }
-
-bool trim_row_indexes(MV_RLEsegm& segm)
-{
-    detail::SegmenterWork& work = *segm.work;
-    const size_t used = std::min(static_cast<size_t>(std::max(segm.nb_regs, 0)), segm.reg_pool.size());
-    const size_t held = std::min(std::max(work.regions_with_rows, used), segm.reg_pool.size());
-    detail::RegionLineArena& arena = work.region_lines;
-    size_t lines_used = arena.used;
-    for (size_t c = 0; c < arena.chunk && c < arena.chunks.size(); ++c) lines_used += arena.chunks[c].size;
-    size_t lines_held = 0, index_held = 0;
-    for (const auto& chunk : arena.chunks) lines_held += chunk.size;
-    // What a trim could release: row indexes beyond the kKeptRowIndex entries
-    // every region may keep. Counting those too would make a stream of many
-    // small regions look light whatever it needs.
-    for (size_t i = 0; i < held; ++i)
-        if (segm.reg_pool[i]) index_held += excess_row_index(segm.reg_pool[i]->reg_lines.capacity());
-    const size_t peak_lines = std::max(work.peak_lines, lines_used);
-    const bool light = lines_held > std::max(4 * peak_lines, kKeptRegionLines) ||
-                       index_held > std::max(16 * peak_lines, kRowIndexSlack);
-    work.light_frames = light ? work.light_frames + 1 : 0;
-    // A frame that is not light starts the window of peaks afresh.
-    work.peak_lines = light ? peak_lines : lines_used;
-    const bool trim = work.light_frames >= kFramesBeforeTrim;
-
-    std::vector<size_t>& peak_rows = work.peak_rows;
-    if (peak_rows.size() < held) peak_rows.resize(segm.reg_pool.size(), 0);
-    for (size_t i = 0; i < held; ++i) {
-        if (!segm.reg_pool[i]) continue;
-        auto& rows = segm.reg_pool[i]->reg_lines;
-        const size_t need = i < used ? rows.size() : 0;
-        const size_t peak = light ? std::max(peak_rows[i], need) : need;
-        if (trim && rows.capacity() > kKeptRowIndex && rows.capacity() > 2 * peak) {
-            std::vector<std::shared_ptr<RLEregionline>> fitted;
-            fitted.reserve(std::max(peak + peak / 4, kKeptRowIndex));
-            rows.swap(fitted);
-        } else {
-            rows.clear();
-        }
-        peak_rows[i] = trim ? 0 : peak;
-    }
-    work.regions_with_rows = trim ? used : held;
-
-    if (trim) {
-        const size_t keep = std::max(2 * peak_lines, kKeptRegionLines);
-        size_t kept = 0, total = 0;
-        while (kept < arena.chunks.size() && (kept <= arena.chunk || total + arena.chunks[kept].size <= keep))
-            total += arena.chunks[kept++].size;
-        arena.chunks.resize(kept);
-        work.light_frames = 0;
-        work.peak_lines = 0;
-    }
-    arena.chunk = 0;  // set_segs_in_regsKAP starts from the first chunk anyway
-    arena.used = 0;
-    return trim;
-}
-
 // Bytes the pools, the scratch arrays and the region lines hold for a frame
 // of `runs` runs (every region is made from a run, every region row holds
 // one).
@@ -357,7 +273,7 @@ void RLEsegm_reset(segm_ptr segmenter)
 {
     if (detail::refuses_null(segmenter.get(), "RLEsegm_reset()")) return;
     segmenter->nb_segs = 0;
-    const bool trimmed = trim_row_indexes(*segmenter);  // empties the used regions' row indexes
+    const bool trimmed = detail::trim_row_indexes(*segmenter);  // empties the used regions' row indexes
     segmenter->nb_regs = 0;
 
     // Trim the blob pool only when it is clearly oversized. The slot
@@ -386,8 +302,7 @@ void RLEsegm_reset(segm_ptr segmenter)
         }
         segmenter->nb_pool_blobs = segmenter->last_blob;
     }
-    if (trimmed && segmenter->work->spare_blobs.size() > kKeptSpareBlobs)
-        segmenter->work->spare_blobs.resize(kKeptSpareBlobs);
+    if (trimmed) detail::trim_spare_blobs(*segmenter);
     segmenter->nb_blobs = 0;
     segmenter->last_blob = -1;
     segmenter->blob_head.reset();
@@ -445,9 +360,11 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr segmen
     }
 
     // The sweep of img2regs_init, img2regs_exec over the rows of interest
-    // and img2regs_pass2, on compact arrays.
-    if (detail::label_frame(*segmenter)) detail::fill_region_lines(*segmenter, mask.rows);
-    else set_segs_in_regsKAP(segmenter, mask.rows);
+    // and img2regs_pass2, on compact arrays; then the region lines from the
+    // same arrays. A frame with runs always has a row of interest with runs
+    // (extraction reads those rows only), so the sweep always labels it.
+    detail::label_frame(*segmenter);
+    detail::fill_region_lines(*segmenter, mask.rows);
     std::shared_ptr<RLEblob> head = RLEsegm_regions2blobsKAP(min_side, min_pixels, segmenter);
 
     // "Area" is the area of the boxes, not the number of foreground pixels.
@@ -461,8 +378,10 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr segmen
     segmenter->blob_area_prev = segmenter->blob_area_cur;
     segmenter->blob_area_cur = area;
 
+    // A null key has no box to divide by: its value is left as the host put it.
     for (auto& entry : segmenter->densities)
-        entry.second = entry.second / static_cast<double>(wrap_mul(entry.first->width, entry.first->height));
+        if (entry.first)
+            entry.second = entry.second / static_cast<double>(wrap_mul(entry.first->width, entry.first->height));
     return head;
 }
 

@@ -6,6 +6,10 @@ import numpy as np
 import pytest
 
 
+def pytest_configure(config):
+    config.addinivalue_line("markers", "timing: races the wall clock; left out of `make test`")
+
+
 def blobby_mask(rng, height, width, density=0.5, blur=2.0):
     """Random smooth shapes: holes, touching corners and nested regions, far below 2000 blobs."""
     noise = cv2.GaussianBlur(rng.random((height, width)), (0, 0), blur)

@@ -92,6 +92,7 @@ def test_a_bad_input_fails_alone_and_chunks_of_masks_are_exact(client, videos, t
     assert manifest(chunked)["masks"]["frames"] == 45
 
 
+@pytest.mark.timing  # the killer must catch a task before it ends
 def test_a_worker_killed_mid_video_loses_nothing(nerva_blobs, client, videos, tmp_path):
     out = tmp_path / "out"
     pids = client.run(os.getpid)

@@ -48,12 +48,16 @@ def test_size_filter_label_numbering_and_owned_read_only_blobs():
     seg = nerva.Segmenter(30, 30, min_pixels=5)
     blobs = seg.segment(mask)
     labels = seg.labels()
-    assert labels[3, 3] == 0 and labels[15, 6] == 1 and labels[15, 22] == 2
+    assert labels[3, 3] == 0
+    assert labels[15, 6] == 1
+    assert labels[15, 22] == 2
     seg.min_pixels, seg.min_side = 0, 4
     assert len(seg.segment(mask)) == 2  # the 2x2 square is below the side now
     seg.segment(np.zeros_like(mask))  # the blobs of a frame are copies: unchanged
-    assert [b.bbox for b in blobs] == [(5, 10, 8, 19), (20, 12, 24, 21)] and blobs.npix.tolist() == [40, 50]
-    assert blobs.ident.tolist() == [0, 1] and blobs.center.tolist() == [[6, 14], [22, 16]]
+    assert [b.bbox for b in blobs] == [(5, 10, 8, 19), (20, 12, 24, 21)]
+    assert blobs.npix.tolist() == [40, 50]
+    assert blobs.ident.tolist() == [0, 1]
+    assert blobs.center.tolist() == [[6, 14], [22, 16]]
     with pytest.raises(ValueError):
         blobs.bbox[0, 0] = 7
     with pytest.raises(IndexError):

@@ -38,7 +38,8 @@ def video(tmp_path_factory):
 def test_generator_matches_the_program(nerva_blobs, video, program_options, options):
     expected = program_lines(nerva_blobs, video, *program_options)
     got = generator_lines(video, **options)
-    assert len(got) == 30 and sum(len(line["blobs"]) for line in got) > 0
+    assert len(got) == 30
+    assert sum(len(line["blobs"]) for line in got) > 0
     assert got == expected
 
 
@@ -87,7 +88,8 @@ def test_live_stream_gives_the_blobs_of_the_file_it_serves(tmp_path):
                 break
             time.sleep(0.1)
         server.kill()
-    assert len(live) > 0 and live == generator_lines(clip, masks=True)[:len(live)]
+    assert len(live) > 0
+    assert live == generator_lines(clip, masks=True)[:len(live)]
 
 
 def test_existing_names_are_files_and_dead_addresses_fail_by_name(tmp_path):
@@ -96,6 +98,7 @@ def test_existing_names_are_files_and_dead_addresses_fail_by_name(tmp_path):
     (line,) = generator_lines(odd, masks=True)
     assert line["blobs"][0]["npix"] == 64
     dead = f"http://127.0.0.1:{_free_port()}/none.ts"
-    assert nerva.is_live_source(dead) and not nerva.is_live_source(str(odd))
+    assert nerva.is_live_source(dead)
+    assert not nerva.is_live_source(str(odd))
     with pytest.raises(nerva.InputError, match="none.ts"):
         generator_lines(dead)

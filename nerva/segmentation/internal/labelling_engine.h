@@ -6,15 +6,12 @@
 // absorbed region at its survivor.
 //
 // The public img2regs step functions run this engine; where a run's region
-// and a region's links are kept is the storage policy `Owners`'s choice:
-//   - labelling.cpp: the records' own shared-pointer fields, written as the
-//     sweep goes (what a host stepping through img2regs_* sees);
-//   - frame_labelling.cpp: plain indices in scratch arrays, written into the
-//     shared-pointer fields once at the end of the frame. The driver uses it
-//     only for a frame whose pool idents a host has changed: its own sweep
-//     (frame_labelling.cpp) walks these same steps, with the union-find flag
-//     set, over compact arrays of run bounds, owners and statistics, which
-//     the equivalence test holds to this engine's final state.
+// and a region's links are kept is the storage policy `Owners`'s choice
+// (labelling.cpp: the records' own shared-pointer fields, written as the
+// sweep goes, which is what a host stepping through img2regs_* sees).
+// The driver's sweep (frame_labelling.cpp) walks these same steps, with the
+// union-find flag set, over compact arrays of run bounds, owners and
+// statistics, which the equivalence test holds to this engine's final state.
 //
 // An `Owners` policy provides, for a region handle `handle` (a shared pointer
 // or an index) and a run given by its slot (`const RunSlot*`):

@@ -33,6 +33,7 @@ struct RegionStats {
     int32_t x_min;
     int32_t x_max;
     int32_t y_max;
+    int32_t ident;  // the pool record's, read when the region is taken: merges keep the lower
     double sum_x;
     double sum_y;
 };
@@ -118,6 +119,13 @@ bool segmenter_refuses_row(const MV_RLEsegm& segm, int y, const cv::Mat& mask, c
 // be segmented safely or when called from inside an observer's notify.
 bool notify_observers(MV_RLEsegm& segm, const cv::Mat& mask, const char* who);
 
+// Per-frame reset of what outlives the pools (nerva/segmentation/storage_trim.cpp):
+// empties the used regions' row indexes and the region lines; after a burst
+// of tall or crowded frames, releases what the stream no longer needs and
+// returns true. trim_spare_blobs then bounds the spare blob records.
+bool trim_row_indexes(MV_RLEsegm& segm);
+void trim_spare_blobs(MV_RLEsegm& segm);
+
 // Writes the pool-full notice for `count` reuses of the last blob: one line
 // per reuse, or one line with the count when the host asked for that.
 void report_reused_blobs(MV_RLEsegm& segm, int32_t count);
@@ -142,13 +150,13 @@ std::vector<RowRunsKernel> row_runs_kernels();
 // bounds in run_bounds, the segment records not yet written), exactly as
 // img2regs_init, img2regs_exec over the rows of interest and img2regs_pass2
 // would, leaving the same segment records, regions, run owners and img2regs
-// state. Run owners need not have been reset. True when the run owners and
-// region statistics in SegmenterWork::labels are the frame's (what
-// fill_region_lines reads).
+// state. Run owners need not have been reset. The run owners and region
+// statistics in SegmenterWork::labels are then the frame's (what
+// fill_region_lines reads). False when no row of interest held a run.
 bool label_frame(MV_RLEsegm& segm);
 
-// set_segs_in_regsKAP(segm, nrows) for a frame label_frame has just labelled
-// and returned true for, counting the rows of interest from its run owners.
+// set_segs_in_regsKAP(segm, nrows) for a frame label_frame has just labelled,
+// counting the rows of interest from its run owners.
 void fill_region_lines(MV_RLEsegm& segm, int nrows);
 
 // Grows the region pool by half (records of one new block, idents set).

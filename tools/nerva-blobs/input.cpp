@@ -20,6 +20,7 @@
 
 #include "errors.h"
 #include "live_source.h"
+#include "luma_source.h"
 
 namespace fs = std::filesystem;
 
@@ -221,7 +222,7 @@ std::vector<std::string> files_of_directory(const std::string& dir)
 
 }  // namespace
 
-std::unique_ptr<FrameSource> open_source(const std::string& path, bool as_masks)
+std::unique_ptr<FrameSource> open_source(const std::string& path, bool as_masks, bool colour)
 {
     // A file that exists is read as a file, whatever its name holds
     // ("cam%20view.avi"); only a name that matches nothing is a pattern.
@@ -236,7 +237,8 @@ std::unique_ptr<FrameSource> open_source(const std::string& path, bool as_masks)
     if (is_v4l2_device(path)) return make_live_source(path, LiveKind::device);
     if (fs::is_directory(status)) return std::make_unique<ImageListSource>(files_of_directory(path), as_masks);
     if (is_image_name(path)) return std::make_unique<ImageListSource>(std::vector<std::string>{path}, as_masks);
-    return std::make_unique<VideoSource>(path);
+    if (as_masks) return std::make_unique<VideoSource>(path);
+    return open_luma_video(path, colour);
 }
 
 }  // namespace nerva_blobs

@@ -25,8 +25,19 @@ uint8_t reference_average(uint8_t b, uint8_t c, float k)
     return static_cast<uint8_t>((c + static_cast<int>(low) + 256) & 0xFF);
 }
 
-const float kRates[] = {0.0f, 1.0f, 0.05f, 0.5f, 1e-30f, 1e-45f, -0.7f, -3e9f, 2.5f, 1e30f, -1e30f,
-                        std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity(),
+const float kRates[] = {0.0f,
+                        1.0f,
+                        0.05f,
+                        0.5f,
+                        1e-30f,
+                        1e-45f,
+                        -0.7f,
+                        -3e9f,
+                        2.5f,
+                        1e30f,
+                        -1e30f,
+                        std::numeric_limits<float>::infinity(),
+                        -std::numeric_limits<float>::infinity(),
                         std::numeric_limits<float>::quiet_NaN()};
 
 struct Rows {
@@ -175,7 +186,8 @@ TEST(ChangeKernels, OperationsGiveWhatAPixelByPixelWalkGives)
             image* out = random_image(keep, rng, kind, w, h);
             want = all_bytes(out);
             walk(r, w, h, pixel, 1, pixel, [&](int at) {
-                for (int j = 0; j < pixel; ++j) want[at + j] = static_cast<uint8_t>(std::abs(bg->data[at + j] - cur->data[at + j]));
+                for (int j = 0; j < pixel; ++j)
+                    want[at + j] = static_cast<uint8_t>(std::abs(bg->data[at + j] - cur->data[at + j]));
             });
             ASSERT_EQ(abs_difference(bg, cur, &r, out), 0);
             EXPECT_EQ(all_bytes(out), want) << "abs_difference, kind " << kind;
@@ -215,7 +227,7 @@ TEST(ChangeKernels, DetectChangesMatchesTheSeparateCalls)
     image* colour = keep.make(COLOR_IMG_3BYTES, 4, 4);
     rectangle all = box(0, 0, 4, 4);
     EXPECT_EQ(detect_changes(colour, colour, 0.1f, 10, &all, keep.make(GREY_IMG, 4, 4)), -1);
-    EXPECT_EQ(detect_changes(keep.make(GREY_IMG, 4, 4), keep.make(GREY_IMG, 4, 5), 0.1f, 10, &all,
-                             keep.make(GREY_IMG, 4, 4)),
-              -1);
+    EXPECT_EQ(
+        detect_changes(keep.make(GREY_IMG, 4, 4), keep.make(GREY_IMG, 4, 5), 0.1f, 10, &all, keep.make(GREY_IMG, 4, 4)),
+        -1);
 }

@@ -254,10 +254,7 @@ struct Avx2 {
 // which alone are compiled for AVX2.
 #define NERVA_AVX2_ENTRY __attribute__((target("avx2"), flatten))
 
-NERVA_AVX2_ENTRY void average_avx2(uint8_t* b, const uint8_t* c, int64_t n, float k)
-{
-    average_with<Avx2>(b, c, n, k);
-}
+NERVA_AVX2_ENTRY void average_avx2(uint8_t* b, const uint8_t* c, int64_t n, float k) { average_with<Avx2>(b, c, n, k); }
 NERVA_AVX2_ENTRY void average_close_avx2(uint8_t* b, const uint8_t* c, int64_t n, float k, int threshold)
 {
     average_close_with<Avx2>(b, c, n, k, threshold);
@@ -270,8 +267,7 @@ NERVA_AVX2_ENTRY void at_least_avx2(const uint8_t* in, uint8_t* out, int64_t n, 
 {
     at_least_with<Avx2>(in, out, n, threshold);
 }
-NERVA_AVX2_ENTRY void detect_avx2(uint8_t* b, const uint8_t* c, uint8_t* mask, int64_t n, float k,
-                                  unsigned threshold)
+NERVA_AVX2_ENTRY void detect_avx2(uint8_t* b, const uint8_t* c, uint8_t* mask, int64_t n, float k, unsigned threshold)
 {
     detect_with<Avx2>(b, c, mask, n, k, threshold);
 }

@@ -84,8 +84,7 @@ public:
         } else if (format_->duration > 0) {
             total_ = static_cast<long>(std::floor(format_->duration / double(AV_TIME_BASE) * fps_ + 0.5));
         }
-        if (!decode_next(pending_grey_, pending_colour_))
-            throw RuntimeError(cannot + "no frame could be decoded");
+        if (!decode_next(pending_grey_, pending_colour_)) throw RuntimeError(cannot + "no frame could be decoded");
         has_pending_ = true;
     }
 
@@ -131,7 +130,8 @@ private:
                 avcodec_send_packet(decoder_, nullptr);
                 continue;
             }
-            if (packet_->stream_index == stream_) avcodec_send_packet(decoder_, packet_);  // damaged packets are skipped
+            if (packet_->stream_index == stream_)
+                avcodec_send_packet(decoder_, packet_);  // damaged packets are skipped
             av_packet_unref(packet_);
         }
     }
@@ -165,8 +165,8 @@ private:
     void convert(SwsContext*& context, AVPixelFormat to, cv::Mat& out)
     {
         context = sws_getCachedContext(context, picture_->width, picture_->height,
-                                       static_cast<AVPixelFormat>(picture_->format), picture_->width,
-                                       picture_->height, to, SWS_BICUBIC, nullptr, nullptr, nullptr);
+                                       static_cast<AVPixelFormat>(picture_->format), picture_->width, picture_->height,
+                                       to, SWS_BICUBIC, nullptr, nullptr, nullptr);
         if (!context) throw RuntimeError("cannot decode '" + path_ + "': unsupported pixel format");
         uint8_t* planes[4] = {out.data, nullptr, nullptr, nullptr};
         int lines[4] = {static_cast<int>(out.step[0]), 0, 0, 0};

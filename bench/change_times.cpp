@@ -102,9 +102,8 @@ void run_size(const std::vector<cv::Mat>& colour, cv::Size size)
     const double segment = median_ms(n, [&](int i) { nerva::RLEsegm_segmentKAP(masks[i], segm); });
     nerva::RLEsegm_free_private(segm);
     cv::Mat labels, stats, centroids;
-    const double ccl = median_ms(n, [&](int i) {
-        cv::connectedComponentsWithStats(masks[i], labels, stats, centroids, 4, CV_32S);
-    });
+    const double ccl =
+        median_ms(n, [&](int i) { cv::connectedComponentsWithStats(masks[i], labels, stats, centroids, 4, CV_32S); });
     const cv::Mat open3 = cv::getStructuringElement(cv::MORPH_ELLIPSE, {3, 3});
     const cv::Mat close7 = cv::getStructuringElement(cv::MORPH_ELLIPSE, {7, 7});
     cv::Mat opened, closed;

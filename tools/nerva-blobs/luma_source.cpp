@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -16,6 +17,10 @@ extern "C" {
 
 namespace nerva_blobs {
 namespace {
+
+// Frames of each kind kept for reuse: the reader's queue and the frame in
+// processing, with room to spare.
+constexpr size_t kPooledFrames = 8;
 
 // True when plane 0 of the pixel format is 8-bit luma, one byte a pixel:
 // the planar and semi-planar YUV formats and grey.
@@ -141,7 +146,7 @@ private:
         if (!decode_picture()) return false;
         const int w = picture_->width, h = picture_->height;
         const auto format = static_cast<AVPixelFormat>(picture_->format);
-        grey.create(h, w, CV_8UC1);
+        grey = recycled(grey_pool_, h, w, CV_8UC1);
         if (luma_is_plane0(format)) {
             for (int y = 0; y < h; ++y)
                 std::memcpy(grey.ptr(y), picture_->data[0] + static_cast<ptrdiff_t>(y) * picture_->linesize[0],
@@ -150,7 +155,7 @@ private:
             convert(to_grey_, AV_PIX_FMT_GRAY8, grey);
         }
         if (colour_) {
-            colour.create(h, w, CV_8UC3);
+            colour = recycled(colour_pool_, h, w, CV_8UC3);
             convert(to_colour_, AV_PIX_FMT_BGR24, colour);
         }
         const AVRational base = format_->streams[stream_]->time_base;
@@ -160,6 +165,20 @@ private:
             stream_ms_ -= 1000.0 * format_->start_time / AV_TIME_BASE;
         av_frame_unref(picture_);
         return true;
+    }
+
+    // A buffer of the pool that nobody else holds any more, so that frames
+    // queued and processed in turn cost no allocation; a new one while the
+    // pool is short (a consumer may hold a few frames).
+    static cv::Mat recycled(std::vector<cv::Mat>& pool, int rows, int cols, int type)
+    {
+        for (cv::Mat& m : pool)
+            if (m.rows == rows && m.cols == cols && m.type() == type &&
+                __atomic_load_n(&m.u->refcount, __ATOMIC_ACQUIRE) == 1)
+                return m;
+        cv::Mat fresh(rows, cols, type);
+        if (pool.size() < kPooledFrames) pool.push_back(fresh);
+        return fresh;
     }
 
     void convert(SwsContext*& context, AVPixelFormat to, cv::Mat& out)
@@ -187,6 +206,7 @@ private:
     long total_ = -1;
     double fps_ = 25.0;
     double stream_ms_ = std::numeric_limits<double>::quiet_NaN();
+    std::vector<cv::Mat> grey_pool_, colour_pool_;
     cv::Mat pending_grey_, pending_colour_;  // the first frame, decoded up front to detect bad files
     bool has_pending_ = false;
 };

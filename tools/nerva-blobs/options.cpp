@@ -95,7 +95,8 @@ std::optional<Options> parse_options(int argc, char** argv)
         ->default_str("0.01, MOG2: automatic")
         ->group(fg);
     app.add_option("--threshold", o.threshold,
-                   "grey difference from the background (at least) that counts as foreground")
+                   "grey difference from the background (at least) that counts as foreground; a video "
+                   "file's grey is its decoder's luma (limited range: 22 on luma is about 25 on BGR-converted grey)")
         ->default_val(o.threshold)
         ->group(fg);
     app.add_option("--open", o.open, "morphological opening with an N x N ellipse: removes specks (0 = off)")

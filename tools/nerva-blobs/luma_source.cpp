@@ -1,6 +1,7 @@
 #include "luma_source.h"
 
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <vector>
@@ -9,6 +10,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/imgutils.h>
+#include <libavutil/log.h>
 #include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
 }
@@ -215,6 +217,11 @@ private:
 
 std::unique_ptr<FrameSource> open_luma_video(const std::string& path, bool colour)
 {
+    // FFmpeg's remarks on damaged streams would bury the one line the
+    // caller reports; OPENCV_FFMPEG_LOGLEVEL, which sets the same library's
+    // level for OpenCV's decoder, raises it again.
+    const char* level = std::getenv("OPENCV_FFMPEG_LOGLEVEL");
+    av_log_set_level(level ? std::atoi(level) : AV_LOG_QUIET);
     return std::make_unique<LumaVideo>(path, colour);
 }
 

@@ -10,15 +10,9 @@
 // products. Unpacking bytes to words to doublewords and packing them back
 // are inverses lane by lane, so no shuffle across lanes is needed.
 #include <cstring>
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
-#include <immintrin.h>
-#define NERVA_X86_DISPATCH 1
-#endif
 
 #include "nerva/image/internal/change_kernels.h"
+#include "nerva/internal/simd.h"
 
 namespace nerva {
 namespace detail {

@@ -70,7 +70,7 @@ BENCH_FLAGS ?=
 bench:
 	@scripts/setup.sh bench
 	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DNERVA_BUILD_TOOLS=ON -DNERVA_BUILD_BENCH=ON $(CMAKE_FLAGS) >/dev/null
-	@cmake --build $(BUILD_DIR) -j$(JOBS) --target nerva_bench nerva_stage_times
+	@cmake --build $(BUILD_DIR) -j$(JOBS) --target nerva_bench nerva_stage_times nerva_change_times
 	@$(BUILD_DIR)/bench/nerva_bench $(BENCH_FLAGS)
 
 # The Python package's timings: per frame against C++, cv2 and skimage, then

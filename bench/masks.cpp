@@ -21,7 +21,7 @@ std::vector<cv::Mat> vtest_masks(const std::string& path, int stride)
     std::unique_ptr<nerva_blobs::Foreground> fg;
     for (int i = 0; video.read(frame); ++i) {
         if (!fg) fg = nerva_blobs::make_foreground(nerva_blobs::Options{}, frame.size(), cv::Rect({}, frame.size()));
-        const cv::Mat& mask = fg->apply(frame);
+        const cv::Mat& mask = fg->apply(frame, cv::Mat());
         if (i % stride == 0) out.push_back(mask.clone());
     }
     return out;

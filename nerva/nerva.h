@@ -7,6 +7,7 @@
 #include "nerva/geometry/MathFunctions.h"
 #include "nerva/geometry/parallelepiped.h"
 #include "nerva/geometry/rectangle.h"
+#include "nerva/image/change_detection.h"
 #include "nerva/image/common.h"
 #include "nerva/image/image.h"
 #include "nerva/image/image_background.h"

@@ -17,6 +17,7 @@ packages=(
   libopencv-imgcodecs-dev   # tests: an independent PPM/PGM decoder; nerva-blobs: image files
   libgtest-dev googletest   # tests
   libopencv-videoio-dev     # nerva-blobs: decoding and writing videos (FFmpeg backend)
+  libavformat-dev libavcodec-dev libavutil-dev libswscale-dev   # nerva-blobs: video files decoded straight to grey (luma)
   libopencv-video-dev       # nerva-blobs: the MOG2 background subtractor
   libcli11-dev              # nerva-blobs: command-line parsing
   nlohmann-json3-dev        # nerva-blobs: JSON Lines output; its tests read it back

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "nerva/image/internal/change_kernels.h"
 #include "nerva/image/internal/image_pixels.h"
 
 namespace nerva {
@@ -21,17 +22,25 @@ uint64_t running_average(int32_t background, int32_t current, float k)
     return static_cast<uint64_t>(int64_t{current}) + truncate_wrapped(moved);
 }
 
-unsigned char averaged_byte(unsigned char background, unsigned char current, float k)
-{
-    return static_cast<unsigned char>(running_average(background, current, k) & 0xFF);
-}
-
 // Averages byte of the background only when it is within threshold of the
 // current byte.
 void learn_small_change(unsigned char& background, unsigned char current, int threshold, float k)
 {
     const int d = background - current;
     if (std::abs(d) < threshold) background = averaged_byte(background, current, k);
+}
+
+// The bytes of steps r of two walks of one byte per step, or three per step
+// for a colour walk of one pixel per step, as one stretch for the row
+// kernels; false when the stretches of b and c partly overlap, where only
+// the step-by-step walk gives the defined result.
+bool one_stretch(const row_walk& bw, const row_walk& cw, const step_range& r, int64_t bytes_per_step, unsigned char*& b,
+                 const unsigned char*& c, int64_t& n)
+{
+    b = bw.at(r.first);
+    c = cw.at(r.first);
+    n = (r.last - r.first + 1) * bytes_per_step;
+    return same_or_apart(b, c, n);
 }
 
 }  // namespace
@@ -50,6 +59,14 @@ int update(image* background, image* current, float rate, rectangle* rect)
         const row_walk bw = walk_from(background, s.x0, y, pixel, pixel, pixel);
         const row_walk cw = walk_from(current, s.x0, y, pixel, pixel, pixel);
         const step_range r = steps_inside(s.columns(), bw, cw);
+        if (r.first > r.last) continue;
+        unsigned char* run_b;
+        const unsigned char* run_c;
+        int64_t n;
+        if (kind != SIGNED_COLOR_IMG && one_stretch(bw, cw, r, pixel, run_b, run_c, n)) {
+            change_kernel().average(run_b, run_c, n, k);
+            continue;
+        }
         for (int64_t i = r.first; i <= r.last; ++i) {
             unsigned char* b = bw.at(i);
             const unsigned char* c = cw.at(i);
@@ -82,6 +99,14 @@ int grey_thresholded_update(image* background, image* current, float rate, int t
         const row_walk bw = walk_from(background, s.x0, y, 1, 1, 1);
         const row_walk cw = walk_from(current, s.x0, y, 1, 1, 1);
         const step_range r = steps_inside(s.columns(), bw, cw);
+        if (r.first > r.last) continue;
+        unsigned char* b;
+        const unsigned char* c;
+        int64_t n;
+        if (one_stretch(bw, cw, r, 1, b, c, n)) {
+            change_kernel().average_close(b, c, n, k, threshold);
+            continue;
+        }
         for (int64_t i = r.first; i <= r.last; ++i) learn_small_change(*bw.at(i), *cw.at(i), threshold, k);
     }
     return 0;
@@ -99,6 +124,20 @@ int color_thresholded_update(image* background, image* current, float rate, int 
         const row_walk bw = walk_from(background, s.x0, y, 3, 1, 3);
         const row_walk cw = walk_from(current, s.x0, y, 3, 1, 3);
         const step_range r = steps_inside(s.columns(), bw, cw);
+        if (r.first > r.last) continue;
+        unsigned char* run_b;
+        const unsigned char* run_c;
+        int64_t n;
+        if (one_stretch(bw, cw, r, 1, run_b, run_c, n) && same_or_apart(run_b, run_c, n + 2)) {
+            // Byte j is learned as byte 2 of step j - 2, then byte 1 of step
+            // j - 1, then byte 0 of step j, each against its own current
+            // byte: three passes over the row in that order.
+            const ChangeKernels& kernel = change_kernel();
+            kernel.average_close(run_b + 2, run_c + 2, n, k, red_threshold);
+            kernel.average_close(run_b + 1, run_c + 1, n, k, green_threshold);
+            kernel.average_close(run_b, run_c, n, k, blue_threshold);
+            continue;
+        }
         for (int64_t i = r.first; i <= r.last; ++i) {
             unsigned char* b = bw.at(i);
             const unsigned char* c = cw.at(i);

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "nerva/image/internal/change_kernels.h"
 #include "nerva/image/internal/image_pixels.h"
 
 namespace nerva {
@@ -49,6 +50,12 @@ int grey_thresholding(image* src, unsigned threshold, rectangle* rect, image* ds
     for (int64_t y = s.y0; !s.empty() && y <= s.y1; ++y) {
         const row_walk in = walk_from(src, s.x0, y, 1, 1, 1), out = walk_from(dst, s.x0, y, 1, 1, 1);
         const step_range r = steps_inside(s.columns(), in, out);
+        if (r.first > r.last) continue;
+        const int64_t n = r.last - r.first + 1;
+        if (same_or_apart(in.at(r.first), out.at(r.first), n)) {
+            change_kernel().at_least(in.at(r.first), out.at(r.first), n, threshold);
+            continue;
+        }
         for (int64_t i = r.first; i <= r.last; ++i) *out.at(i) = *in.at(i) >= threshold ? 255 : 0;
     }
     return 0;

@@ -7,14 +7,8 @@
 // horizontal foreground runs.
 #include <cstdint>
 #include <cstring>
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
-#include <immintrin.h>
-#define NERVA_X86_DISPATCH 1
-#endif
 
+#include "nerva/internal/simd.h"
 #include "nerva/segmentation/internal/pool_blocks.h"
 #include "nerva/segmentation/internal/segmenter_internal.h"
 

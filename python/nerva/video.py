@@ -18,7 +18,7 @@ from typing import Iterator, List, Optional, Tuple
 import numpy as np
 
 from . import _nerva
-from ._nerva import AverageBackground, Blobs, Segmenter
+from ._nerva import AverageBackground, Blobs, Segmenter, _LumaVideo
 
 IMAGE_SUFFIXES = (".png", ".pgm", ".ppm", ".pnm", ".pbm", ".jpg", ".jpeg")
 
@@ -130,9 +130,29 @@ def _video_frames(path: str, start: int) -> Iterator[np.ndarray]:
         capture.release()
 
 
-def read_frames(source: str, *, masks: bool = False, start: int = 0) -> Iterator[Tuple[np.ndarray, Optional[float]]]:
+def _luma_frames(path: str, start: int) -> Iterator[Tuple[np.ndarray, Optional[float]]]:
+    # The decoder's own grey, as nerva-blobs reads video files; frames
+    # before `start` are decoded and dropped, so the count is exact.
+    _check_readable(path)
+    try:
+        video = _LumaVideo(path)
+    except RuntimeError as e:
+        raise InputError(str(e)) from None
+    index = 0
+    while True:
+        got = video.read()
+        if got is None:
+            return
+        if index >= start:
+            yield got
+        index += 1
+
+
+def read_frames(source: str, *, masks: bool = False, start: int = 0,
+                grey: bool = False) -> Iterator[Tuple[np.ndarray, Optional[float]]]:
     """(frame, stream time in ms or None) of a video, live source, image pattern, image directory or image
-    file, from frame `start`.
+    file, from frame `start`. With `grey`, video files give the decoder's grey
+    (luma) frames, as nerva-blobs reads them for its running average.
 
     A path that exists is read as that file or directory, whatever characters
     it holds; a live source is read as it comes, without reconnection.
@@ -146,6 +166,8 @@ def read_frames(source: str, *, masks: bool = False, start: int = 0) -> Iterator
         return _image_frames(_files_of_directory(source), masks, start)
     if kind == "image":
         return _image_frames([source], masks, start)
+    if grey and not masks:
+        return _luma_frames(source, start)
     return _video_frames(source, start)
 
 
@@ -208,7 +230,8 @@ def _foreground(masks: bool, background: str, learning_rate: Optional[float], th
                               threshold=threshold)
 
     def average(frame):
-        # OpenCV's weighted grey, as the program converts.
+        # Video files come as the decoder's grey; other colour frames get
+        # OpenCV's weighted grey, as the program converts them.
         grey = frame if frame.ndim == 2 else cv2.cvtColor(frame, cv2.COLOR_BGR2GRAY)
         return model.apply(grey)
     return average
@@ -277,7 +300,7 @@ def blobs_in_video(source: str, *, preset: Optional[str] = None, masks: bool = F
     if start < 0 or (stop is not None and stop < start):
         raise ValueError("start must be at least 0 and stop at least start")
     began = time.monotonic()
-    frames = read_frames(source, masks=masks, start=start)
+    frames = read_frames(source, masks=masks, start=start, grey=background == "average")
     index = start
     size = segmenter = foreground = clean = None
     for frame, stream_ms in frames:

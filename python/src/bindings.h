@@ -8,6 +8,7 @@ namespace nerva_python {
 void bind_blobs(pybind11::module_& m);
 void bind_segmenter(pybind11::module_& m);
 void bind_background(pybind11::module_& m);
+void bind_luma_video(pybind11::module_& m);
 void bind_bench_support(pybind11::module_& m);
 void bind_pipeline(pybind11::module_& m);
 

@@ -102,3 +102,13 @@ def test_existing_names_are_files_and_dead_addresses_fail_by_name(tmp_path):
     assert not nerva.is_live_source(str(odd))
     with pytest.raises(nerva.InputError, match="none.ts"):
         generator_lines(dead)
+
+
+def test_average_background_covers_the_whole_frame_without_a_roi_and_refuses_other_dtypes(rng):
+    frames = [rng.integers(0, 256, (48, 64), dtype=np.uint8) for _ in range(3)]
+    whole = nerva.AverageBackground(64, 48)
+    given = nerva.AverageBackground(64, 48, roi=(0, 0, 64, 48))
+    for frame in frames:
+        np.testing.assert_array_equal(whole.apply(frame), given.apply(frame))
+    with pytest.raises(TypeError, match="uint8"):
+        whole.apply(frames[0].astype(np.float32))

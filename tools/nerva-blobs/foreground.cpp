@@ -8,9 +8,9 @@
 #include <opencv2/video/background_segm.hpp>
 
 #include "errors.h"
+#include "nerva/image/change_detection.h"
 #include "nerva/image/image.h"
 #include "nerva/image/image_background.h"
-#include "nerva/image/image_threshold.h"
 
 namespace nerva_blobs {
 namespace {
@@ -44,48 +44,54 @@ private:
     cv::Mat opened_, closed_;
 };
 
-// The library's change detection on grey frames. The four images are made
-// by the library and keep their own buffers; OpenCV only ever sees them
-// through non-owning Mat headers, so nothing is freed twice or by the wrong
-// allocator.
+// The library's change detection on grey frames: difference, threshold and
+// learning in one pass (detect_changes). The background and the mask are
+// made by the library and keep their own buffers; OpenCV only ever sees
+// them through non-owning Mat headers, so nothing is freed twice or by the
+// wrong allocator.
 class RunningAverage : public Foreground {
 public:
     RunningAverage(const Options& o, cv::Size size, cv::Rect roi)
         : rate_(o.learning_rate), threshold_(static_cast<unsigned>(o.threshold)), clean_(o.open, o.close)
     {
-        for (nerva::image** img : {&current_, &background_, &difference_, &mask_}) {
+        for (nerva::image** img : {&converted_, &background_, &mask_}) {
             *img = nerva::make_image(nerva::GREY_IMG, size.width, size.height);
             if (!*img) throw RuntimeError("out of memory for the background images");
         }
-        current_view_ = cv::Mat(size, CV_8UC1, current_->data);
+        converted_view_ = cv::Mat(size, CV_8UC1, converted_->data);
         mask_view_ = cv::Mat(size, CV_8UC1, mask_->data);
         rect_ = {roi.x, roi.y, roi.x + roi.width - 1, roi.y + roi.height - 1, roi.width, roi.height};
+        frame_ = *converted_;
     }
 
     ~RunningAverage() override
     {
-        for (nerva::image* img : {current_, background_, difference_, mask_}) nerva::destroy_image(img);
+        for (nerva::image* img : {converted_, background_, mask_}) nerva::destroy_image(img);
     }
 
     RunningAverage(const RunningAverage&) = delete;
     RunningAverage& operator=(const RunningAverage&) = delete;
 
-    const cv::Mat& apply(const cv::Mat& frame) override
+    const cv::Mat& apply(const cv::Mat& frame, const cv::Mat& luma) override
     {
-        // OpenCV's weighted grey: the library's own colour-to-grey walks a
-        // row one byte per pixel, which suits its hosts but not camera frames.
-        if (frame.channels() == 1) frame.copyTo(current_view_);
-        else cv::cvtColor(frame, current_view_, cv::COLOR_BGR2GRAY);
-        CV_Assert(current_view_.data == current_->data);  // written in place, never reallocated
-
+        // The decoder's luma is used in place. Other sources are made grey
+        // with OpenCV's weighted grey: the library's own colour-to-grey walks
+        // a row one byte per pixel, which suits its hosts but not camera frames.
+        const cv::Mat& grey = !luma.empty() ? luma : frame;
+        if (grey.channels() == 1 && grey.isContinuous()) {
+            frame_.data = grey.data;  // borrowed for this call, never released by the library
+        } else {
+            if (grey.channels() == 1) grey.copyTo(converted_view_);
+            else cv::cvtColor(grey, converted_view_, cv::COLOR_BGR2GRAY);
+            CV_Assert(converted_view_.data == converted_->data);  // written in place, never reallocated
+            frame_.data = converted_->data;
+        }
         if (first_) {
-            check(nerva::update(background_, current_, 1.0f, &rect_), "update");  // the first frame is the background
+            check(nerva::update(background_, &frame_, 1.0f, &rect_), "update");  // the first frame is the background
             first_ = false;
         }
-        check(nerva::abs_difference(current_, background_, &rect_, difference_), "abs_difference");
-        check(nerva::grey_thresholding(difference_, threshold_, &rect_, mask_), "grey_thresholding");
         // Learned after the comparison, so a frame is judged against the past only.
-        check(nerva::update(background_, current_, rate_, &rect_), "update");
+        check(nerva::detect_changes(background_, &frame_, rate_, threshold_, &rect_, mask_), "detect_changes");
         return clean_.apply(mask_view_);
     }
 
@@ -98,11 +104,11 @@ private:
     float rate_;
     unsigned threshold_;
     CleanUp clean_;
-    nerva::image* current_ = nullptr;
+    nerva::image* converted_ = nullptr;  // grey made from a colour frame
     nerva::image* background_ = nullptr;
-    nerva::image* difference_ = nullptr;
     nerva::image* mask_ = nullptr;
-    cv::Mat current_view_, mask_view_;
+    nerva::image frame_{};  // the frame's grey pixels: a copy of converted_'s record, its data pointer set per frame
+    cv::Mat converted_view_, mask_view_;
     nerva::rectangle rect_{};
     bool first_ = true;
 };
@@ -114,7 +120,7 @@ public:
           subtractor_(cv::createBackgroundSubtractorMOG2(500, 16.0, true))
     {}
 
-    const cv::Mat& apply(const cv::Mat& frame) override
+    const cv::Mat& apply(const cv::Mat& frame, const cv::Mat&) override
     {
         subtractor_->apply(frame, raw_, rate_);
         // Shadows come out as 127: they are not things.
@@ -134,7 +140,7 @@ class GivenMasks : public Foreground {
 public:
     explicit GivenMasks(const Options& o) : clean_(o.open, o.close) {}
 
-    const cv::Mat& apply(const cv::Mat& frame) override
+    const cv::Mat& apply(const cv::Mat& frame, const cv::Mat&) override
     {
         if (frame.channels() == 1) {
             cv::compare(frame, 0, mask_, cv::CMP_NE);

@@ -13,8 +13,9 @@ namespace nerva_blobs {
 class Foreground {
 public:
     virtual ~Foreground() = default;
-    // The mask stays valid until the next call.
-    virtual const cv::Mat& apply(const cv::Mat& frame) = 0;
+    // The mask stays valid until the next call. `luma`, when not empty, is
+    // the decoder's own grey of the same frame.
+    virtual const cv::Mat& apply(const cv::Mat& frame, const cv::Mat& luma) = 0;
 };
 
 // The detector the options ask for, for frames of the given size; `roi`

@@ -21,6 +21,7 @@
 #include "errors.h"
 #include "input_kind.h"
 #include "live_source.h"
+#include "luma_source.h"
 
 namespace fs = std::filesystem;
 
@@ -215,7 +216,7 @@ std::vector<std::string> files_of_directory(const std::string& dir)
 
 }  // namespace
 
-std::unique_ptr<FrameSource> open_source(const std::string& path, bool as_masks)
+std::unique_ptr<FrameSource> open_source(const std::string& path, bool as_masks, bool colour)
 {
     using nerva_pipeline::InputKind;
     switch (nerva_pipeline::input_kind(path)) {
@@ -225,7 +226,9 @@ std::unique_ptr<FrameSource> open_source(const std::string& path, bool as_masks)
     case InputKind::pattern: return std::make_unique<ImageListSource>(files_of_pattern(path), as_masks);
     case InputKind::directory: return std::make_unique<ImageListSource>(files_of_directory(path), as_masks);
     case InputKind::image: return std::make_unique<ImageListSource>(std::vector<std::string>{path}, as_masks);
-    case InputKind::video: return std::make_unique<VideoSource>(path);
+    case InputKind::video:
+        if (as_masks) return std::make_unique<VideoSource>(path);
+        return open_luma_video(path, colour);
     }
     throw RuntimeError("input '" + path + "' does not exist");
 }

@@ -18,6 +18,13 @@ public:
     virtual ~FrameSource() = default;
     // Next frame as decoded (8-bit, one or three channels); false at the end.
     virtual bool read(cv::Mat& frame) = 0;
+    // The same, with the decoder's own grey (luma) in `luma` when the source
+    // has one; left empty otherwise, and grey is then made from the frame.
+    virtual bool read_with_luma(cv::Mat& frame, cv::Mat& luma)
+    {
+        luma.release();
+        return read(frame);
+    }
     // Number of frames when the container says so, else -1. Videos may
     // announce a count they do not reach.
     virtual long total() const = 0;
@@ -41,6 +48,8 @@ public:
 // directory or device; otherwise a network address or an image pattern.
 // `as_masks` keeps single-channel images single-channel instead of expanding
 // them to colour. Live sources are returned unopened.
-std::unique_ptr<FrameSource> open_source(const std::string& path, bool as_masks);
+// Video files are decoded to grey (the luma) and, with `colour`, to colour
+// as well.
+std::unique_ptr<FrameSource> open_source(const std::string& path, bool as_masks, bool colour = true);
 
 }  // namespace nerva_blobs

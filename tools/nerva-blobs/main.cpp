@@ -37,7 +37,11 @@ std::string size_text(cv::Size s) { return std::to_string(s.width) + "x" + std::
 
 int run(const Options& o)
 {
-    FrameReader reader(open_source(o.input, o.masks), ReaderOptions{o.realtime, o.reconnect});
+    // Video files are decoded to grey alone unless colour is drawn or the
+    // detector needs it.
+    const bool colour =
+        !o.annotate_dir.empty() || !o.video_out.empty() || !o.overview.empty() || o.background == Background::mog2;
+    FrameReader reader(open_source(o.input, o.masks, colour), ReaderOptions{o.realtime, o.reconnect});
     JsonLinesWriter json(o.output);
     std::optional<FrameFiles> frame_files;
     if (!o.annotate_dir.empty()) frame_files.emplace(o.annotate_dir, o.every);
@@ -68,7 +72,7 @@ int run(const Options& o)
             throw RuntimeError("frame " + std::to_string(index) + " ('" + frame.where + "') is " +
                                size_text(frame.image.size()) + ", earlier frames are " + size_text(size));
         auto t = clock_type::now();
-        const cv::Mat& mask = foreground->apply(frame.image);
+        const cv::Mat& mask = foreground->apply(frame.image, frame.luma);
         const double foreground_ms = ms_since(t);
         t = clock_type::now();
         const std::vector<Blob>& blobs = segmenter.segment(mask);

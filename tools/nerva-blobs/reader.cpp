@@ -181,7 +181,7 @@ void FrameReader::Shared::read_frames()
     while (!stopping()) {
         Frame frame;
         const auto decode_start = steady_clock::now();
-        if (!src.read(frame.image)) {
+        if (!src.read_with_luma(frame.image, frame.luma)) {
             if (!src.live()) return finish("");
             const auto lost = steady_clock::now();
             std::fprintf(stderr, "nerva-blobs: lost %s after frame %ld; reopening\n", name.c_str(), number - 1);

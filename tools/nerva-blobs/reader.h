@@ -22,6 +22,7 @@ using steady_clock = std::chrono::steady_clock;
 
 struct Frame {
     cv::Mat image;
+    cv::Mat luma;           // the decoder's own grey when the source has one, else empty
     long number = 0;        // position in the input, dropped frames included
     double time = 0.0;      // seconds: stream time where the source has one, else since the start
     long dropped = 0;       // frames dropped between the previous frame handed out and this one

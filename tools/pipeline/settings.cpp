@@ -48,7 +48,8 @@ const std::vector<OptionInfo>& option_table()
         {"learning_rate", "--learning-rate", "learning_rate", "Foreground", "R", "0.01; MOG2: automatic",
          "weight of a new frame in the background, 0 to 1"},
         {"threshold", "--threshold", "threshold", "Foreground", "T", "25",
-         "grey difference from the background (at least) that counts as foreground, 0 to 255"},
+         "grey difference from the background (at least) that counts as foreground, 0 to 255; a video\n"
+         "file's grey is its decoder's luma (limited range: 22 on luma is about 25 on BGR-converted grey)"},
         {"open", "--open", "opening", "Foreground", "N", "the preset's",
          "opening with an N x N ellipse: removes specks smaller than the kernel (0 = off)"},
         {"close", "--close", "closing", "Foreground", "N", "the preset's",

@@ -1,0 +1,52 @@
+// Video files decoded straight to their luma plane, as nerva-blobs decodes
+// them, so that blobs_in_video sees the program's grey frames.
+#include <cmath>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include <pybind11/numpy.h>
+
+#include "bindings.h"
+#include "luma_source.h"
+
+namespace py = pybind11;
+
+namespace nerva_python {
+namespace {
+
+class LumaVideo {
+public:
+    explicit LumaVideo(const std::string& path) : source_(nerva_blobs::open_luma_video(path, false)) {}
+
+    // (grey frame, stream time in ms or None), or None at the end.
+    py::object read()
+    {
+        cv::Mat frame, luma;
+        bool ok;
+        {
+            py::gil_scoped_release unlocked;
+            ok = source_->read_with_luma(frame, luma);
+        }
+        if (!ok) return py::none();
+        py::array_t<uint8_t> grey({static_cast<py::ssize_t>(luma.rows), static_cast<py::ssize_t>(luma.cols)});
+        for (int y = 0; y < luma.rows; ++y)
+            std::memcpy(grey.mutable_data(y, 0), luma.ptr(y), static_cast<size_t>(luma.cols));
+        const double ms = source_->stream_ms();
+        return py::make_tuple(grey, std::isfinite(ms) ? py::object(py::float_(ms)) : py::object(py::none()));
+    }
+
+private:
+    std::unique_ptr<nerva_blobs::FrameSource> source_;
+};
+
+}  // namespace
+
+void bind_luma_video(py::module_& m)
+{
+    py::class_<LumaVideo>(m, "_LumaVideo", "A video file's frames as the decoder's grey (luma) plane.")
+        .def(py::init<const std::string&>(), py::arg("path"))
+        .def("read", &LumaVideo::read);
+}
+
+}  // namespace nerva_python

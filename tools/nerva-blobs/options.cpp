@@ -126,6 +126,10 @@ std::optional<Options> parse_options(int argc, char** argv)
     app.add_option("--min-pixels", o.min_pixels, "smallest blob pixel count kept")
         ->default_val(o.min_pixels)
         ->group(sg);
+    // Shape measures: one more pass over each blob's runs.
+    app.add_flag("--measures", o.measures,
+                 "add each blob's shape to the JSON: moments, orientation, axes, eccentricity, perimeter, extent")
+        ->group(sg);
 
     auto* out = "Output";
     app.add_option("-o,--output", o.output, "JSON Lines file (default: standard output)")

@@ -50,11 +50,28 @@ JsonLinesWriter::~JsonLinesWriter()
     if (owned_) ::close(fd_);
 }
 
+namespace {
+
+nlohmann::ordered_json shape_fields(const nerva::blob_shape& s)
+{
+    return {{"mu20", s.mu20},
+            {"mu11", s.mu11},
+            {"mu02", s.mu02},
+            {"orientation", s.orientation},
+            {"major_axis", s.major_axis},
+            {"minor_axis", s.minor_axis},
+            {"eccentricity", s.eccentricity},
+            {"perimeter", s.perimeter},
+            {"extent", s.extent}};
+}
+
+}  // namespace
+
 void JsonLinesWriter::write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras)
 {
     // Field order is part of the format: new fields go at the end.
     nlohmann::ordered_json line = {{"frame", frame}, {"blobs", nlohmann::ordered_json::array()}};
-    for (const Blob& b : blobs)
+    for (const Blob& b : blobs) {
         line["blobs"].push_back({{"id", b.id},
                                  {"bbox", {b.xmin, b.ymin, b.xmax, b.ymax}},
                                  {"width", b.width},
@@ -62,6 +79,8 @@ void JsonLinesWriter::write(long frame, const std::vector<Blob>& blobs, const Li
                                  {"npix", b.npix},
                                  {"xc", b.xc},
                                  {"yc", b.yc}});
+        if (b.shape) line["blobs"].back()["shape"] = shape_fields(*b.shape);
+    }
     line["time"] = std::round(extras.time * 1e6) / 1e6;
     line["dropped"] = extras.dropped;
     if (extras.outage_s > 0)

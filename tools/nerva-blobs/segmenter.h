@@ -1,10 +1,12 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include <opencv2/core.hpp>
 
+#include "nerva/segmentation/blob_shape.h"
 #include "nerva/segmentation/segmentationRLE.h"
 #include "options.h"
 
@@ -18,6 +20,7 @@ struct Blob {
     int width = 0, height = 0;
     int npix = 0;
     int xc = 0, yc = 0;
+    std::optional<nerva::blob_shape> shape;  // with --measures
 };
 
 class Segmenter {
@@ -33,6 +36,7 @@ public:
 private:
     std::shared_ptr<nerva::MV_RLEsegm> segm_;
     std::vector<Blob> blobs_;
+    bool measures_ = false;
 };
 
 // The region of interest in frame coordinates: the option's, checked against

@@ -10,6 +10,7 @@ Mask = Union[npt.NDArray[np.uint8], npt.NDArray[np.bool_]]
 Roi = Tuple[int, int, int, int]
 PoolFull = Literal["warn", "frame", "each", "silent"]
 
+# Blob and Blobs come from segment() only: they have no public constructor.
 class Blob:
     @property
     def ident(self) -> int: ...

@@ -14,7 +14,7 @@ import os
 import re
 import threading
 import time
-from typing import Iterator, List, Optional, Tuple
+from typing import Iterator, List, Optional, Tuple, Union
 
 import numpy as np
 
@@ -91,7 +91,7 @@ def _check_readable(path: str) -> None:
         raise InputError(f"cannot read '{path}': {e.strerror}") from None
 
 
-def _image_frames(files: List[str], masks: bool, start: int) -> Iterator[np.ndarray]:
+def _image_frames(files: List[str], masks: bool, start: int) -> Iterator[Tuple[np.ndarray, None]]:
     cv2 = _cv2()
     # Masks keep their channels and depth so that any non-zero value counts;
     # frames are always decoded to 8-bit colour.
@@ -150,7 +150,7 @@ def _open_live(cv2, path: str):
     return outcome["capture"]
 
 
-def _video_frames(path: str, start: int) -> Iterator[np.ndarray]:
+def _video_frames(path: str, start: int) -> Iterator[Tuple[np.ndarray, float]]:
     cv2 = _cv2()
     live = is_live_source(path)
     if live:
@@ -282,7 +282,8 @@ def blobs_in_video(source: str, *, masks: bool = False, background: str = "avera
                    min_side: int = 0, min_pixels: int = 0, measures: bool = False,
                    pool_full: str = "frame", memory_ceiling: int = 0,
                    start: int = 0, stop: Optional[int] = None,
-                   with_time: bool = False) -> Iterator[Tuple[int, np.ndarray, Blobs]]:
+                   with_time: bool = False) -> Iterator[Union[Tuple[int, np.ndarray, Blobs],
+                                                              Tuple[int, np.ndarray, Blobs, float]]]:
     """Yields (frame_index, frame, blobs) for each frame of a video or image sequence.
 
     The nerva-blobs pipeline with the same options and results:

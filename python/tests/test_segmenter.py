@@ -210,3 +210,14 @@ def test_a_thread_waiting_for_a_busy_segmenter_lets_python_run(wait):
             t.join()
         sys.setswitchinterval(interval)
     assert ticked_during_a_wait
+
+
+def test_blobs_from_many_threads_and_sizes_are_each_masks_own(rng):
+    """nerva.blobs() lends its kept segmenters to one call at a time, whatever the thread."""
+    masks = [blobby_mask(rng, h, w) for h, w in [(60, 80), (61, 80), (60, 81)] * 4]
+    expected = [nerva.Segmenter(m.shape[1], m.shape[0]).segment(m).as_cv2_stats()[0] for m in masks]
+    with ThreadPoolExecutor(4) as pool:
+        for _ in range(5):
+            got = list(pool.map(lambda m: nerva.blobs(m).as_cv2_stats()[0], masks))
+            for g, e in zip(got, expected, strict=True):
+                np.testing.assert_array_equal(g, e)

@@ -15,7 +15,7 @@ VTEST = "/usr/share/doc/opencv-doc/examples/data/vtest.avi"
 skimage_measure = pytest.importorskip("skimage.measure")
 
 
-def vtest_masks(every=40, count=20):
+def vtest_masks(every=30, count=10):
     """Raw running-average masks and cleaned MOG2 masks (larger shapes, holes) of every `every`th frame."""
     if not os.path.exists(VTEST):
         pytest.skip("vtest.avi (opencv-doc) is not installed")

@@ -46,14 +46,6 @@ TEST(BlobShape, ALineHasNoWidthAndEccentricityOne)
     EXPECT_DOUBLE_EQ(m.orientation, M_PI / 2);
 }
 
-TEST(BlobShape, APointHasNoDirection)
-{
-    const blob_shape m = shapes_of({"...", ".#.", "..."})[0];
-    EXPECT_DOUBLE_EQ(m.orientation, 0.0);
-    EXPECT_DOUBLE_EQ(m.eccentricity, 0.0);
-    EXPECT_EQ(m.perimeter, 4);
-}
-
 TEST(BlobShape, OrientationIsPositiveTowardsIncreasingRows)
 {
     EXPECT_GT(shapes_of({"##..", ".##.", "..##"})[0].orientation, 0.0);

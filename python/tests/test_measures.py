@@ -96,7 +96,6 @@ def test_orientation_is_scikit_images_seen_from_the_x_axis(measured):
 @pytest.mark.parametrize("pixels,orientation", [
     ([(1, 1)], 0.0),                                     # a point has no direction
     ([(1, 1), (2, 1), (2, 2)], math.pi / 4),              # equal variances: the diagonal the pixels lean to
-    ([(1, 1), (2, 2), (2, 1), (3, 2), (3, 3)], math.pi / 4),
     ([(2, 1), (1, 2), (2, 2)], -math.pi / 4),
 ])
 def test_orientation_with_equal_variances(pixels, orientation):
@@ -107,24 +106,11 @@ def test_orientation_with_equal_variances(pixels, orientation):
     assert nerva.blobs(mask, measures=True).orientation[0] == pytest.approx(orientation, abs=1e-12)
 
 
-def test_extent_matches(measured):
-    for blobs, i, r in each_blob(measured):
-        assert blobs.extent[i] == pytest.approx(r.extent, abs=1e-12)
-
-
 def test_perimeter_counts_the_pixel_edges_to_the_outside_and_to_holes(measured):
     for blobs, i, r in each_blob(measured):
         inside = np.pad(r.image, 1).astype(np.int8)
         edges = np.abs(np.diff(inside, axis=0)).sum() + np.abs(np.diff(inside, axis=1)).sum()
         assert blobs.perimeter[i] == edges
-
-
-def test_a_ring_counts_its_hole():
-    mask = np.zeros((7, 7), np.uint8)
-    mask[1:6, 1:6] = 1
-    mask[3, 3] = 0
-    blobs = nerva.blobs(mask, measures=True)
-    assert blobs.perimeter.tolist() == [24]
 
 
 def test_measures_are_asked_for():

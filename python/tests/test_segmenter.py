@@ -130,11 +130,6 @@ class TestBeyondTheBlobPool:
         assert blobs.dropped == components - 2000
         assert capfd.readouterr() == ("", "")
 
-    def test_a_complete_frame_is_not_truncated(self):
-        blobs = nerva.blobs(self.mask[:40])
-        assert not blobs.truncated
-        assert blobs.dropped == 0
-
     def test_warns_once_per_frame_by_default(self, capfd):
         seg = nerva.Segmenter(100, 100)
         with warnings.catch_warnings(record=True) as caught:

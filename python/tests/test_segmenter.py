@@ -169,40 +169,45 @@ def test_a_thread_waiting_for_a_busy_segmenter_lets_python_run(wait):
     """While one thread segments and another waits for the same segmenter, pure Python goes on.
 
     The switch interval is made so long that the GIL only changes hands when a
-    thread lets go of it: Python ticks counted during the wait prove that the
-    waiting thread released it.
+    thread lets go of it: the segmenting thread keeps it from its signal until
+    the segmenter takes its frame, so the main thread's call waits for that
+    frame, and Python ticks counted meanwhile prove that it let go of the GIL.
     """
-    seg = nerva.Segmenter(400, 400, pool_full="silent")
-    heavy = checkerboard(400)
+    seg = nerva.Segmenter(700, 700, pool_full="silent")
+    heavy = checkerboard(700)
+    seg.segment(heavy)  # pools grown: later frames take the same time
     stop = threading.Event()
     ticks = [0]
-
-    def segmenting():
-        while not stop.is_set():
-            seg.segment(heavy)
 
     def ticking():
         while not stop.is_set():
             ticks[0] += 1
             time.sleep(0)  # lets go of the GIL, as any blocking call does
 
+    def segmenting(started):
+        started.set()
+        seg.segment(heavy)
+
     interval = sys.getswitchinterval()
     sys.setswitchinterval(100)
-    threads = [threading.Thread(target=segmenting), threading.Thread(target=ticking)]
+    ticker = threading.Thread(target=ticking)
     try:
-        for t in threads:
-            t.start()
+        ticker.start()
         ticked_during_a_wait = False
-        for _ in range(50):
+        for _ in range(10):
+            started = threading.Event()
+            frame = threading.Thread(target=segmenting, args=(started,))
+            frame.start()
+            started.wait()
             before = ticks[0]
             wait(seg)
-            if ticks[0] != before:
-                ticked_during_a_wait = True
+            ticked_during_a_wait = ticks[0] != before
+            frame.join()
+            if ticked_during_a_wait:
                 break
     finally:
         stop.set()
-        for t in threads:
-            t.join()
+        ticker.join()
         sys.setswitchinterval(interval)
     assert ticked_during_a_wait
 

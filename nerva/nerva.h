@@ -18,5 +18,6 @@
 #include "nerva/rle/RLEimage.h"
 #include "nerva/rle/segment.h"
 #include "nerva/segmentation/RLEregion.h"
+#include "nerva/segmentation/blob_shape.h"
 #include "nerva/segmentation/segmentationRLE.h"
 #include "nerva/version.h"

@@ -12,8 +12,9 @@ run gives the program's JSON results frame for frame.
 import math
 import os
 import re
+import threading
 import time
-from typing import Iterator, List, Optional, Tuple
+from typing import Iterator, List, Optional, Tuple, Union
 
 import numpy as np
 
@@ -21,6 +22,12 @@ from . import _nerva
 from ._nerva import AverageBackground, Blobs, Segmenter, _LumaVideo
 
 IMAGE_SUFFIXES = (".png", ".pgm", ".ppm", ".pnm", ".pbm", ".jpg", ".jpeg")
+# nerva-blobs' limits: a field wide enough for any frame number, and network
+# timeouts long enough for a camera across a slow network to answer, short
+# enough that a silent one is noticed.
+_MAX_FIELD_WIDTH = 20
+_OPEN_TIMEOUT_MS = 10000
+_READ_TIMEOUT_MS = 5000
 
 
 class InputError(RuntimeError):
@@ -50,7 +57,10 @@ def _files_of_pattern(pattern: str) -> List[str]:
     field = re.search(r"%(0?)([0-9]*)d", pattern)
     if not field or pattern.count("%") != 1:
         raise ValueError(f"pattern '{pattern}' must hold exactly one integer field such as %d or %04d")
-    width = int(field.group(2) or 0)
+    digits = field.group(2)
+    if len(digits) > 2 or int(digits or 0) > _MAX_FIELD_WIDTH:
+        raise ValueError(f"pattern '{pattern}': field width {digits} is too large (at most {_MAX_FIELD_WIDTH})")
+    width = int(digits or 0)
     fill = "0" if field.group(1) else " "
 
     def name(i: int) -> str:
@@ -85,7 +95,7 @@ def _check_readable(path: str) -> None:
         raise InputError(f"cannot read '{path}': {e.strerror}") from None
 
 
-def _image_frames(files: List[str], masks: bool, start: int) -> Iterator[np.ndarray]:
+def _image_frames(files: List[str], masks: bool, start: int) -> Iterator[Tuple[np.ndarray, None]]:
     cv2 = _cv2()
     # Masks keep their channels and depth so that any non-zero value counts;
     # frames are always decoded to 8-bit colour.
@@ -103,14 +113,54 @@ def is_live_source(source: str) -> bool:
     return input_kind(source) in ("network", "device")
 
 
-def _video_frames(path: str, start: int) -> Iterator[np.ndarray]:
+def _open_live(cv2, path: str, kind: str):
+    """Opens a live source in a helper thread, so that Ctrl-C reaches the caller at once.
+
+    An open blocks in the network until the source answers or the timeout
+    passes, and Python only sees a signal once it is over. Interrupted, the
+    caller leaves at once and the open finishes on its own, its capture
+    released then.
+    """
+    if kind == "device":
+        open_capture = lambda: cv2.VideoCapture(path, cv2.CAP_V4L2)
+    else:
+        params = [cv2.CAP_PROP_OPEN_TIMEOUT_MSEC, _OPEN_TIMEOUT_MS, cv2.CAP_PROP_READ_TIMEOUT_MSEC, _READ_TIMEOUT_MS]
+        open_capture = lambda: cv2.VideoCapture(path, cv2.CAP_FFMPEG, params)
+    outcome = {}
+    done = threading.Event()
+    abandoned = threading.Event()
+
+    def opening():
+        try:
+            outcome["capture"] = open_capture()
+        except BaseException as e:  # handed to the caller
+            outcome["error"] = e
+        done.set()
+        if abandoned.is_set() and "capture" in outcome:
+            outcome.pop("capture").release()
+
+    threading.Thread(target=opening, name=f"nerva open {path}", daemon=True).start()
+    try:
+        done.wait()
+    except BaseException:
+        abandoned.set()
+        if done.is_set() and "capture" in outcome:
+            outcome.pop("capture").release()
+        raise
+    if "error" in outcome:
+        raise outcome["error"]
+    return outcome["capture"]
+
+
+def _video_frames(path: str, start: int) -> Iterator[Tuple[np.ndarray, float]]:
     cv2 = _cv2()
     kind = input_kind(path)
     live = kind in ("network", "device")
-    if not live:
+    if live:
+        capture = _open_live(cv2, path, kind)
+    else:
         _check_readable(path)
-    backend = cv2.CAP_V4L2 if kind == "device" else cv2.CAP_FFMPEG
-    capture = cv2.VideoCapture(path, backend)
+        capture = cv2.VideoCapture(path, cv2.CAP_FFMPEG)
     if not capture.isOpened():
         if live:
             raise InputError(f"cannot open the live source '{path}'")
@@ -257,8 +307,10 @@ def blobs_in_video(source: str, *, preset: Optional[str] = None, masks: bool = F
                    learning_rate: Optional[float] = None, threshold: int = 25, opening: Optional[int] = None,
                    closing: Optional[int] = None, roi: Optional[Tuple[int, int, int, int]] = None,
                    steps: Tuple[int, int] = (1, 1), min_side: int = 0, min_pixels: Optional[int] = None,
+                   measures: bool = False, pool_full: str = "frame", memory_ceiling: int = 0,
                    start: int = 0, stop: Optional[int] = None,
-                   with_time: bool = False) -> Iterator[Tuple[int, np.ndarray, Blobs]]:
+                   with_time: bool = False) -> Iterator[Union[Tuple[int, np.ndarray, Blobs],
+                                                              Tuple[int, np.ndarray, Blobs, float]]]:
     """Yields (frame_index, frame, blobs) for each frame of a video or image sequence.
 
     The nerva-blobs pipeline with the same options and results:
@@ -283,7 +335,11 @@ def blobs_in_video(source: str, *, preset: Optional[str] = None, masks: bool = F
     threshold       grey difference that counts as foreground (average only)
     opening, closing  side of the elliptic opening / closing kernels (0: off),
                     nerva-blobs' --open and --close
-    roi, steps, min_side, min_pixels  as for Segmenter
+    roi, steps, min_side, min_pixels, measures, memory_ceiling
+                    as for Segmenter
+    pool_full       as for Segmenter; by default a frame beyond the
+                    2000-blob pool writes nerva-blobs' one line on standard
+                    error, and its Blobs say truncated
 
     `start` and `stop` bound the frames read (stop excluded); indices stay
     those of the whole source and the background starts at `start`.
@@ -310,7 +366,8 @@ def blobs_in_video(source: str, *, preset: Optional[str] = None, masks: bool = F
             size = (frame.shape[1], frame.shape[0])
             check_options(options, size)
             segmenter = Segmenter(size[0], size[1], roi=roi, steps=steps, min_side=min_side,
-                                  min_pixels=min_pixels)
+                                  min_pixels=min_pixels, measures=measures, pool_full=pool_full,
+                                  memory_ceiling=memory_ceiling)
             foreground = _foreground(masks, background, learning_rate, threshold, size, segmenter.roi)
             clean = _CleanUp(opening, closing)
         elif (frame.shape[1], frame.shape[0]) != size:

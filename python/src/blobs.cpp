@@ -18,6 +18,10 @@ void Blobs::reserve(size_t n)
     npix.reserve(n);
     center.reserve(2 * n);
     centroid.reserve(2 * n);
+    if (!has_measures) return;
+    moments.reserve(3 * n);
+    for (auto* v : {&orientation, &major_axis, &minor_axis, &eccentricity, &extent}) v->reserve(n);
+    perimeter.reserve(n);
 }
 
 void Blobs::clear()
@@ -27,6 +31,10 @@ void Blobs::clear()
     npix.clear();
     center.clear();
     centroid.clear();
+    dropped = 0;
+    moments.clear();
+    for (auto* v : {&orientation, &major_axis, &minor_axis, &eccentricity, &extent}) v->clear();
+    perimeter.clear();
 }
 
 void Blobs::append(const nerva::RLEblob& b)
@@ -39,6 +47,18 @@ void Blobs::append(const nerva::RLEblob& b)
     const double nan = std::numeric_limits<double>::quiet_NaN();
     centroid.push_back(b.npix > 0 ? b.sumx / b.npix : nan);
     centroid.push_back(b.npix > 0 ? b.sumy / b.npix : nan);
+}
+
+void Blobs::append_shape(const nerva::blob_shape* m)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    moments.insert(moments.end(), {m ? m->mu20 : nan, m ? m->mu11 : nan, m ? m->mu02 : nan});
+    orientation.push_back(m ? m->orientation : nan);
+    major_axis.push_back(m ? m->major_axis : nan);
+    minor_axis.push_back(m ? m->minor_axis : nan);
+    eccentricity.push_back(m ? m->eccentricity : nan);
+    extent.push_back(m ? m->extent : nan);
+    perimeter.push_back(m ? m->perimeter : -1);
 }
 
 namespace {
@@ -66,6 +86,20 @@ auto column_of(std::vector<T> Blobs::*member, size_t cols)
 {
     return [member, cols](py::object self) {
         const Blobs& b = self.cast<const Blobs&>();
+        return column(b.*member, b.size(), cols, self);
+    };
+}
+
+// The same for a shape measure, which only a segmenter asked for them fills.
+template <typename T>
+auto measure_of(std::vector<T> Blobs::*member, size_t cols)
+{
+    return [member, cols](py::object self) {
+        const Blobs& b = self.cast<const Blobs&>();
+        if (!b.has_measures)
+            throw py::attribute_error(
+                "shape measures were not computed: pass measures=True to the Segmenter or to "
+                "nerva.blobs()");
         return column(b.*member, b.size(), cols, self);
     };
 }
@@ -119,7 +153,28 @@ void bind_blobs(py::module_& m)
     py::class_<Blobs>(m, "Blobs", R"doc(The blobs of one frame, in the segmenter's list order.
 
 Owned copies: they stay valid after the next frame. Columns are read-only
-numpy arrays; len(), indexing and iteration give Blob records.)doc")
+numpy arrays with one row per blob; ``len()``, indexing and iteration give
+:class:`Blob` records.
+
+Boxes are ``(xmin, ymin, xmax, ymax)`` with both corners inside the blob,
+coordinates ``x`` = column and ``y`` = row; see docs/python.md for how they
+compare with a region of interest, cv2 and scikit-image.
+
+Examples
+--------
+>>> import numpy as np, nerva
+>>> mask = np.zeros((6, 8), np.uint8)
+>>> mask[1:3, 1:4] = 1
+>>> mask[4, 6] = 1
+>>> blobs = nerva.blobs(mask)
+>>> len(blobs), blobs.npix.tolist()
+(2, [6, 1])
+>>> blobs.bbox.tolist()
+[[1, 1, 3, 2], [6, 4, 6, 4]]
+>>> blobs.centroid_rc[0].tolist()
+[1.5, 2.0]
+>>> blobs.truncated, blobs.dropped
+(False, 0))doc")
         .def("__len__", &Blobs::size)
         .def("__getitem__", &blob_at, py::arg("index"))
         .def("__iter__",
@@ -129,16 +184,57 @@ numpy arrays; len(), indexing and iteration give Blob records.)doc")
                  for (size_t i = 0; i < b.size(); ++i) items.append(blob_at(b, static_cast<py::ssize_t>(i)));
                  return py::iter(items);
              })
-        .def("__repr__", [](const Blobs& b) { return "<nerva.Blobs: " + std::to_string(b.size()) + " blobs>"; })
+        .def("__repr__",
+             [](const Blobs& b) {
+                 return "<nerva.Blobs: " + std::to_string(b.size()) + " blobs" +
+                        (b.dropped > 0 ? ", " + std::to_string(b.dropped) + " dropped beyond the cap" : "") + ">";
+             })
         .def_property_readonly("bbox", column_of(&Blobs::bbox, 4),
                                "N x 4 int32: xmin, ymin, xmax, ymax, bounds included.")
         .def_property_readonly("npix", column_of(&Blobs::npix, 1), "N int32: foreground pixels per blob.")
         .def_property_readonly("centroid", column_of(&Blobs::centroid, 2),
                                "N x 2 float64: mean pixel column and row (NaN for a sampled blob without pixels).")
+        .def_property_readonly(
+            "centroid_rc",
+            [](const Blobs& b) {
+                py::array_t<double> rc({static_cast<py::ssize_t>(b.size()), py::ssize_t{2}});
+                auto out = rc.mutable_unchecked<2>();
+                for (size_t i = 0; i < b.size(); ++i) {
+                    out(static_cast<py::ssize_t>(i), 0) = b.centroid[2 * i + 1];
+                    out(static_cast<py::ssize_t>(i), 1) = b.centroid[2 * i];
+                }
+                return rc;
+            },
+            "N x 2 float64: mean pixel row and column, the order of scikit-image's regionprops centroid (a copy).")
         .def_property_readonly("center", column_of(&Blobs::center, 2),
                                "N x 2 int32: the centroid truncated toward zero, as nerva-blobs writes xc, yc.")
         .def_property_readonly("ident", column_of(&Blobs::ident, 1),
                                "N int32: each blob's index in the segmenter's pool for that frame.")
+        .def_property_readonly(
+            "truncated", [](const Blobs& b) { return b.dropped > 0; },
+            "True when the frame held more blobs than the segmenter's 2000-blob pool: the last blob stands for the "
+            "last region and the regions between are lost (see dropped).")
+        .def_property_readonly(
+            "dropped", [](const Blobs& b) { return b.dropped; },
+            "Number of regions lost beyond the 2000-blob pool (0 for a complete frame): len(blobs) + dropped is "
+            "the number of regions the size filter kept.")
+        .def_property_readonly(
+            "moments", measure_of(&Blobs::moments, 3),
+            "N x 3 float64: central second moments per pixel, mu20 = mean (x - xc)^2, mu11 = mean (x - xc)(y - yc), "
+            "mu02 = mean (y - yc)^2 (x column, y row). Needs measures=True, as do the columns below.")
+        .def_property_readonly("orientation", measure_of(&Blobs::orientation, 1),
+                               "N float64: angle of the major axis from the x axis, radians in [-pi/2, pi/2], "
+                               "positive towards +y (clockwise on screen); 0 when the moments have no direction.")
+        .def_property_readonly("major_axis", measure_of(&Blobs::major_axis, 1),
+                               "N float64: length of the major axis of the ellipse with the same second moments.")
+        .def_property_readonly("minor_axis", measure_of(&Blobs::minor_axis, 1), "N float64: length of its minor axis.")
+        .def_property_readonly("eccentricity", measure_of(&Blobs::eccentricity, 1),
+                               "N float64: eccentricity of that ellipse, 0 (circle) to 1 (line).")
+        .def_property_readonly("perimeter", measure_of(&Blobs::perimeter, 1),
+                               "N int64: pixel edges between the blob and the rest, holes included (a single pixel "
+                               "has 4).")
+        .def_property_readonly("extent", measure_of(&Blobs::extent, 1),
+                               "N float64: pixels over box area, npix / (width * height).")
         .def(
             "as_cv2_stats",
             [](const Blobs& b) {

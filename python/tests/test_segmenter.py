@@ -1,6 +1,10 @@
 """The segmenter over numpy masks: cv2's 4-connected components exactly,
 masks read in place, bad input refused with a named exception."""
 
+import sys
+import threading
+import time
+import warnings
 from concurrent.futures import ThreadPoolExecutor
 
 import cv2
@@ -86,7 +90,8 @@ def test_bad_masks_are_refused_quietly(capfd, bad, error):
 
 @pytest.mark.parametrize("options", [
     dict(steps=(0, 1)), dict(steps=(1, -2)), dict(roi=(-1, 0, 5, 5)), dict(roi=(5, 5, 8, 5)),
-    dict(roi=(0, 0, 0, 4)), dict(min_pixels=-1), dict(min_side=-3),
+    dict(roi=(0, 0, 0, 4)), dict(min_pixels=-1), dict(min_side=-3), dict(pool_full="loud"),
+    dict(memory_ceiling=-1),
 ])
 def test_bad_settings_are_refused(options):
     with pytest.raises(ValueError):
@@ -109,3 +114,114 @@ def test_four_threads_give_the_single_thread_results(rng):
         for results in pool.map(work, range(4)):
             for got, want in zip(results, expected, strict=True):
                 np.testing.assert_array_equal(got, want)
+
+
+def checkerboard(side):
+    return (np.indices((side, side)).sum(axis=0) % 2).astype(np.uint8)
+
+
+class TestBeyondTheBlobPool:
+    """A frame with more regions than the 2000-blob pool says so, and only as loudly as asked."""
+
+    mask = checkerboard(100)  # 5000 single-pixel regions
+
+    def test_counts_the_regions_lost(self, capfd):
+        seg = nerva.Segmenter(100, 100, pool_full="silent")
+        blobs = seg.segment(self.mask)
+        components = cv2.connectedComponents(self.mask, connectivity=4)[0] - 1
+        assert len(blobs) == 2000
+        assert blobs.truncated
+        assert blobs.dropped == components - 2000
+        assert capfd.readouterr() == ("", "")
+
+    def test_warns_once_per_frame_by_default(self, capfd):
+        seg = nerva.Segmenter(100, 100)
+        with warnings.catch_warnings(record=True) as caught:
+            warnings.simplefilter("always")
+            seg.segment(self.mask)
+        assert [w.category for w in caught] == [RuntimeWarning]
+        assert "3000 regions lost" in str(caught[0].message)
+        assert capfd.readouterr() == ("", "")
+
+    def test_frame_mode_writes_the_programs_one_line(self, capfd):
+        nerva.Segmenter(100, 100, pool_full="frame").segment(self.mask)
+        err = capfd.readouterr().err
+        assert err == "RLEsegm_get_new_blob(): too many blobs !Last blob reused. (3000 times in this frame)\n"
+
+    def test_each_mode_writes_the_librarys_line_per_lost_region(self, capfd):
+        nerva.Segmenter(100, 100, pool_full="each").segment(self.mask)
+        assert capfd.readouterr().err.count("Last blob reused.\n") == 3000
+
+
+def test_memory_ceiling_refuses_a_frame_and_keeps_the_segmenter(capfd):
+    seg = nerva.Segmenter(1024, 1024, memory_ceiling=20_000_000, pool_full="silent")
+    assert seg.memory_ceiling == 20_000_000
+    with pytest.raises(MemoryError, match="memory ceiling of 20000000"):
+        seg.segment(checkerboard(1024))
+    small = np.zeros((1024, 1024), np.uint8)
+    small[10:20, 10:20] = 1
+    assert len(seg.segment(small)) == 1
+    assert capfd.readouterr().err == ""
+
+
+@pytest.mark.parametrize("wait", [
+    lambda seg: setattr(seg, "min_pixels", 0),
+    lambda seg: seg.labels(),
+    lambda seg: seg.runs(),
+], ids=["setter", "labels", "runs"])
+def test_a_thread_waiting_for_a_busy_segmenter_lets_python_run(wait):
+    """While one thread segments and another waits for the same segmenter, pure Python goes on.
+
+    The switch interval is made so long that the GIL only changes hands when a
+    thread lets go of it: the segmenting thread keeps it from its signal until
+    the segmenter takes its frame, so the main thread's call waits for that
+    frame, and Python ticks counted meanwhile prove that it let go of the GIL.
+    """
+    seg = nerva.Segmenter(700, 700, pool_full="silent")
+    heavy = checkerboard(700)
+    seg.segment(heavy)  # pools grown: later frames take the same time
+    stop = threading.Event()
+    ticks = [0]
+
+    def ticking():
+        while not stop.is_set():
+            ticks[0] += 1
+            time.sleep(0)  # lets go of the GIL, as any blocking call does
+
+    def segmenting(started):
+        started.set()
+        seg.segment(heavy)
+
+    interval = sys.getswitchinterval()
+    sys.setswitchinterval(100)
+    ticker = threading.Thread(target=ticking)
+    try:
+        ticker.start()
+        ticked_during_a_wait = False
+        for _ in range(10):
+            started = threading.Event()
+            frame = threading.Thread(target=segmenting, args=(started,))
+            frame.start()
+            started.wait()
+            before = ticks[0]
+            wait(seg)
+            ticked_during_a_wait = ticks[0] != before
+            frame.join()
+            if ticked_during_a_wait:
+                break
+    finally:
+        stop.set()
+        ticker.join()
+        sys.setswitchinterval(interval)
+    assert ticked_during_a_wait
+
+
+def test_blobs_from_many_threads_and_sizes_are_each_masks_own(rng):
+    """nerva.blobs() lends its kept segmenters to one call at a time, whatever the thread."""
+    masks = [blobby_mask(rng, h, w) for h, w in [(60, 80), (61, 80), (60, 81)] * 4]
+    expected = [nerva.Segmenter(m.shape[1], m.shape[0]).segment(m).as_cv2_stats()[0] for m in masks]
+    with ThreadPoolExecutor(4) as pool:
+        for _ in range(5):
+            got = list(pool.map(lambda m: nerva.blobs(m).as_cv2_stats()[0], masks))
+            for g, e in zip(got, expected, strict=True):
+                np.testing.assert_array_equal(g, e)

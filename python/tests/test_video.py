@@ -112,3 +112,81 @@ def test_average_background_covers_the_whole_frame_without_a_roi_and_refuses_oth
         np.testing.assert_array_equal(whole.apply(frame), given.apply(frame))
     with pytest.raises(TypeError, match="uint8"):
         whole.apply(frames[0].astype(np.float32))
+
+
+@pytest.mark.parametrize("pattern", ["frames/img_%0999999999d.png", "img_%21d.png", "img_%100d.png"])
+def test_pattern_fields_wider_than_20_are_refused_by_name(tmp_path, pattern):
+    with pytest.raises(ValueError, match="field width .* is too large"):
+        next(nerva.blobs_in_video(str(tmp_path / pattern), masks=True))
+
+
+def test_a_pattern_field_of_20_reads_its_files(tmp_path):
+    cv2.imwrite(str(tmp_path / f"{1:020d}.png"), np.full((4, 4), 255, np.uint8))
+    (line,) = generator_lines(tmp_path / "%020d.png", masks=True)
+    assert line["blobs"][0]["npix"] == 16
+
+
+def _checkerboard_masks(folder, count, side=256):
+    board = (np.indices((side, side)).sum(axis=0) % 2 * 255).astype(np.uint8)  # 32768 regions
+    folder.mkdir()
+    for i in range(count):
+        cv2.imwrite(str(folder / f"m{i}.png"), board)
+    return folder
+
+
+def test_frames_beyond_the_blob_pool_write_one_line_each_and_say_so(tmp_path, capfd):
+    folder = _checkerboard_masks(tmp_path / "boards", 2)
+    frames = list(nerva.blobs_in_video(str(folder), masks=True))
+    assert [blobs.dropped for _, _, blobs in frames] == [32768 - 2000] * 2
+    err = capfd.readouterr().err
+    assert err.splitlines() == ["RLEsegm_get_new_blob(): too many blobs !Last blob reused. (30768 times in this frame)"] * 2
+
+
+def test_a_fleet_piece_beyond_the_blob_pool_writes_one_line_per_frame(tmp_path, capfd):
+    from nerva.fleet_task import segment_piece
+    folder = _checkerboard_masks(tmp_path / "boards", 3)
+    stats = segment_piece(str(folder), str(tmp_path / "out.jsonl"), {"masks": True})
+    assert stats["frames"] == 3
+    assert len(capfd.readouterr().err.splitlines()) == 3
+
+
+def test_the_memory_ceiling_reaches_blobs_in_video(tmp_path):
+    folder = _checkerboard_masks(tmp_path / "boards", 1)
+    with pytest.raises(MemoryError, match="memory ceiling"):
+        next(nerva.blobs_in_video(str(folder), masks=True, memory_ceiling=1_000_000))
+
+
+INTERRUPTED_WHILE_OPENING = """
+import sys, nerva
+try:
+    for _ in nerva.blobs_in_video(sys.argv[1]):
+        pass
+except KeyboardInterrupt:
+    print("interrupted", flush=True)
+    sys.stdin.read()  # stays until the test has looked at the connection
+"""
+
+
+def test_ctrl_c_while_a_silent_stream_opens_returns_before_the_open_gives_up():
+    """The interrupt is seen while the silent connection is still open: the
+    caller did not wait for the open's timeout (the source closes the
+    connection when it gives up)."""
+    import os
+    import signal
+    import socket
+    import sys
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        url = f"tcp://127.0.0.1:{server.getsockname()[1]}"
+        child = subprocess.Popen([sys.executable, "-c", INTERRUPTED_WHILE_OPENING, url], stdin=subprocess.PIPE,
+                                 stdout=subprocess.PIPE, text=True)
+        try:
+            connection, _ = server.accept()
+            with connection:
+                os.kill(child.pid, signal.SIGINT)
+                assert child.stdout.readline() == "interrupted\n"
+                connection.setblocking(False)
+                with pytest.raises(BlockingIOError):
+                    connection.recv(1)  # b"" once the open gave up and closed it
+        finally:
+            child.kill()
+            child.communicate()

@@ -207,6 +207,11 @@ std::optional<Options> parse_options(int argc, char** argv)
         ->default_str("unbounded")
         ->group(live);
 
+    // Shape measures: one more pass over each blob's runs.
+    app.add_flag("--measures", o.measures,
+                 "add each blob's shape to the JSON: moments, orientation, axes, eccentricity, perimeter, extent")
+        ->group("Segmentation");
+
     auto* out = "Output";
     app.add_option("-o,--output", o.output, "JSON Lines file [default: standard output]")
         ->type_name("FILE")

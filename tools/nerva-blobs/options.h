@@ -29,6 +29,7 @@ struct Options {
     int step_x = 1, step_y = 1;
     int min_side = 0;
     int min_pixels = 0;
+    bool measures = false;  // shape measures of each blob in the JSON
 
     std::string output;  // JSON Lines; standard output when empty
     std::string annotate_dir;

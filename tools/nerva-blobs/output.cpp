@@ -49,6 +49,7 @@ JsonLinesWriter::~JsonLinesWriter()
     if (owned_) ::close(fd_);
 }
 
+
 void JsonLinesWriter::write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras)
 {
     const std::string text = nerva_pipeline::json_line(frame, blobs, extras);

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "errors.h"
+#include "nerva/segmentation/blob_shape.h"
 
 namespace nerva_blobs {
 
@@ -16,7 +17,8 @@ cv::Rect region_of_interest(const Options& options, cv::Size frame_size)
     return cv::Rect(r.x, r.y, r.width, r.height);
 }
 
-Segmenter::Segmenter(const Options& o, cv::Size size, cv::Rect roi) : segm_(std::make_shared<nerva::MV_RLEsegm>())
+Segmenter::Segmenter(const Options& o, cv::Size size, cv::Rect roi)
+    : segm_(std::make_shared<nerva::MV_RLEsegm>()), measures_(o.measures)
 {
     nerva::RLEsegm_init_privateKAP(segm_, 0, size.width - 1, 0, size.height - 1, size.width, size.height);
     nerva::RLEsegm_set_steps(segm_, o.step_x, o.step_y);
@@ -31,9 +33,15 @@ Segmenter::~Segmenter() { nerva::RLEsegm_free_private(segm_); }
 const std::vector<Blob>& Segmenter::segment(const cv::Mat& mask)
 {
     blobs_.clear();
-    for (nerva::RLEblob* b = nerva::RLEsegm_segmentKAP(mask, segm_).get(); b; b = b->next.get())
+    for (nerva::RLEblob* b = nerva::RLEsegm_segmentKAP(mask, segm_).get(); b; b = b->next.get()) {
         blobs_.push_back(Blob{b->ident, b->bbox.xmin, b->bbox.ymin, b->bbox.xmax, b->bbox.ymax, b->bbox.width,
-                              b->bbox.height, b->npix, b->xc, b->yc});
+                              b->bbox.height, b->npix, b->xc, b->yc, std::nullopt});
+        nerva::blob_shape shape;
+        if (measures_ && nerva::RLEsegm_blob_shape(segm_->blob_pool[static_cast<size_t>(b->ident)], segm_, &shape) == 0)
+            blobs_.back().shape = nerva_pipeline::ShapeRecord{shape.mu20,        shape.mu11,       shape.mu02,
+                                                              shape.orientation, shape.major_axis, shape.minor_axis,
+                                                              shape.eccentricity, shape.perimeter,  shape.extent};
+    }
     return blobs_;
 }
 

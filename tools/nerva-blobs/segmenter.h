@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -31,6 +32,7 @@ public:
 private:
     std::shared_ptr<nerva::MV_RLEsegm> segm_;
     std::vector<Blob> blobs_;
+    bool measures_ = false;
 };
 
 // The region of interest in frame coordinates: the option's, checked against

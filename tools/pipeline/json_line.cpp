@@ -5,11 +5,27 @@
 #include <nlohmann/json.hpp>
 
 namespace nerva_pipeline {
+namespace {
+
+nlohmann::ordered_json shape_fields(const ShapeRecord& s)
+{
+    return {{"mu20", s.mu20},
+            {"mu11", s.mu11},
+            {"mu02", s.mu02},
+            {"orientation", s.orientation},
+            {"major_axis", s.major_axis},
+            {"minor_axis", s.minor_axis},
+            {"eccentricity", s.eccentricity},
+            {"perimeter", s.perimeter},
+            {"extent", s.extent}};
+}
+
+}  // namespace
 
 std::string json_line(long frame, const std::vector<BlobRecord>& blobs, const LineExtras& extras)
 {
     nlohmann::ordered_json line = {{"frame", frame}, {"blobs", nlohmann::ordered_json::array()}};
-    for (const BlobRecord& b : blobs)
+    for (const BlobRecord& b : blobs) {
         line["blobs"].push_back({{"id", b.id},
                                  {"bbox", {b.xmin, b.ymin, b.xmax, b.ymax}},
                                  {"width", b.width},
@@ -17,6 +33,8 @@ std::string json_line(long frame, const std::vector<BlobRecord>& blobs, const Li
                                  {"npix", b.npix},
                                  {"xc", b.xc},
                                  {"yc", b.yc}});
+        if (b.shape) line["blobs"].back()["shape"] = shape_fields(*b.shape);
+    }
     if (extras.time) {
         line["time"] = std::round(*extras.time * 1e6) / 1e6;
         line["dropped"] = extras.dropped;

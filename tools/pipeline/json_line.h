@@ -8,12 +8,24 @@
 // returns it. Field order is part of the format: new fields go at the end.
 namespace nerva_pipeline {
 
+// A blob's shape (with --measures / measures=True): central second moments
+// per pixel, the major axis's angle from the x axis (positive towards +y),
+// the axes of the ellipse of the same moments, eccentricity, 4-connected
+// boundary length in pixel edges and npix over the box's area.
+struct ShapeRecord {
+    double mu20 = 0, mu11 = 0, mu02 = 0;
+    double orientation = 0, major_axis = 0, minor_axis = 0, eccentricity = 0;
+    long long perimeter = 0;
+    double extent = 0;
+};
+
 struct BlobRecord {
     int id = 0;
     int xmin = 0, ymin = 0, xmax = 0, ymax = 0;  // inclusive
     int width = 0, height = 0;
     int npix = 0;
     int xc = 0, yc = 0;
+    std::optional<ShapeRecord> shape;
 };
 
 // What a line says after the blobs. `time` in seconds, absent for a line of

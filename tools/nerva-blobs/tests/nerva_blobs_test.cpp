@@ -258,6 +258,20 @@ TEST_F(NervaBlobs, TheExamplesOfTheHelpRun)
         ++ran;
     }
     EXPECT_EQ(ran, 4);
+
+TEST_F(NervaBlobs, MeasuresAddEachBlobsShapeWhenAsked)
+{
+    write_masks(dir_ / "shapes", 1);
+    const json plain = run("--masks shapes -q").lines().at(0)["blobs"][1];
+    EXPECT_FALSE(plain.contains("shape")) << plain.dump();
+    const json still = run("--masks shapes --measures -q").lines().at(0)["blobs"][1];  // the 5 x 12 box
+    ASSERT_TRUE(still.contains("shape")) << still.dump();
+    const json& shape = still["shape"];
+    EXPECT_DOUBLE_EQ(shape["mu20"].get<double>(), 2.0);  // (5^2 - 1) / 12
+    EXPECT_DOUBLE_EQ(shape["mu02"].get<double>(), 143.0 / 12);
+    EXPECT_DOUBLE_EQ(shape["orientation"].get<double>(), M_PI / 2);
+    EXPECT_EQ(shape["perimeter"], 34);
+    EXPECT_DOUBLE_EQ(shape["extent"].get<double>(), 1.0);
 }
 
 TEST_F(NervaBlobs, BadInputGivesOneLineAndTheRightStatus)

@@ -36,6 +36,7 @@ struct Options {
     std::string overview;
     bool progress = false;
     bool quiet = false;  // no summary
+    std::string serve;   // [HOST:]PORT of the live page; none when empty
 };
 
 // Parses the command line. Prints help or the version and returns nullopt

@@ -50,7 +50,7 @@ JsonLinesWriter::~JsonLinesWriter()
     if (owned_) ::close(fd_);
 }
 
-void JsonLinesWriter::write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras)
+std::string JsonLinesWriter::write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras)
 {
     // Field order is part of the format: new fields go at the end.
     nlohmann::ordered_json line = {{"frame", frame}, {"blobs", nlohmann::ordered_json::array()}};
@@ -66,12 +66,16 @@ void JsonLinesWriter::write(long frame, const std::vector<Blob>& blobs, const Li
     line["dropped"] = extras.dropped;
     if (extras.outage_s > 0)
         line["outage"] = {{"seconds", std::round(extras.outage_s * 1e3) / 1e3}, {"attempts", extras.outage_attempts}};
-    const std::string text = line.dump() + '\n';
+    if (!extras.wall.empty()) line["wall"] = extras.wall;
+    std::string text = line.dump() + '\n';
 
     // One write per line, unbuffered: a line is either whole on disk or cut
     // back below, never left half-written behind a later one.
     const off_t start = ::lseek(fd_, 0, SEEK_CUR);
-    if (write_all(fd_, text.data(), text.size())) return;
+    if (write_all(fd_, text.data(), text.size())) {
+        text.pop_back();
+        return text;
+    }
     const int error = errno;
     if (start >= 0) (void)::ftruncate(fd_, start);  // only regular files can be cut back
     throw RuntimeError("cannot write to " + name_ + ": " + std::strerror(error));

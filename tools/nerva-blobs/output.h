@@ -19,6 +19,7 @@ struct LineExtras {
     long dropped = 0;
     double outage_s = 0.0;
     int outage_attempts = 0;
+    std::string wall;  // when the frame arrived, UTC, ISO 8601 (wall_clock.h)
 };
 
 class JsonLinesWriter {
@@ -30,8 +31,9 @@ public:
     JsonLinesWriter& operator=(const JsonLinesWriter&) = delete;
 
     // RuntimeError when the line cannot be written (disk full, closed pipe);
-    // a file is then cut back to its last complete line.
-    void write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras);
+    // a file is then cut back to its last complete line. Returns the line
+    // without its newline.
+    std::string write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras);
 
 private:
     std::string name_;

@@ -104,8 +104,11 @@ int run(const Options& o)
         const double segment_ms = ms_since(t);
 
         const std::string when = wall.at(frame.arrival);
-        std::string line = json.write(
-            index, blobs, LineExtras{frame.time, frame.dropped, frame.outage_s, frame.outage_attempts, when});
+        // A file keeps a reproducible output, the same bytes on every run:
+        // its lines carry no wall time.
+        const LineExtras extras{frame.time, frame.dropped, frame.outage_s, frame.outage_attempts,
+                                reader.drops_frames() ? when : std::string()};
+        std::string line = json.write(index, blobs, extras);
         summary.add_wall(when);
         summary.add_latency(std::chrono::duration<double, std::milli>(clock_type::now() - frame.arrival).count());
         summary.add(static_cast<int>(blobs.size()), frame.decode_ms, foreground_ms, segment_ms);

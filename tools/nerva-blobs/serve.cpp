@@ -122,22 +122,19 @@ LiveServer::LiveServer(const ListenAddress& address, std::shared_ptr<LiveView> v
         res.set_header("Cache-Control", "no-store");
         res.set_content(kLivePage, "text/html; charset=utf-8");
     });
-    http.Get("/stream.mjpg", [view](const httplib::Request&, httplib::Response& res) {
-        if (!view->enter(true)) {
-            res.status = 503;
-            res.set_content("too many clients\n", "text/plain");
-            return;
-        }
-        serve_pictures(*view, res);
-    });
-    http.Get("/events", [view](const httplib::Request&, httplib::Response& res) {
-        if (!view->enter(false)) {
-            res.status = 503;
-            res.set_content("too many clients\n", "text/plain");
-            return;
-        }
-        serve_events(*view, res);
-    });
+    // The streams: a place among the clients, or 503.
+    for (const bool pictures : {true, false})
+        http.Get(pictures ? "/stream.mjpg" : "/events",
+                 [view, pictures](const httplib::Request&, httplib::Response& res) {
+                     if (!view->enter(pictures)) {
+                         res.status = 503;
+                         res.set_content("too many clients\n", "text/plain");
+                     } else if (pictures) {
+                         serve_pictures(*view, res);
+                     } else {
+                         serve_events(*view, res);
+                     }
+                 });
     http.Get("/metrics", [view](const httplib::Request&, httplib::Response& res) {
         res.set_content(view->metrics(), "text/plain; version=0.0.4; charset=utf-8");
     });

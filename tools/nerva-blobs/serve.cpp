@@ -171,7 +171,7 @@ LiveServer::~LiveServer()
     }
     state_->http.stop();
     std::unique_lock<std::mutex> lock(state_->mutex);
-    if (state_->stopped.wait_for(lock, 700ms, [&] { return state_->done; })) {
+    if (state_->stopped.wait_for(lock, 400ms, [&] { return state_->done; })) {
         lock.unlock();
         state_->thread.join();
     } else {

@@ -28,7 +28,7 @@ class LiveServer {
 public:
     // Listens at once; RuntimeError when the address cannot be bound.
     LiveServer(const ListenAddress& address, std::shared_ptr<LiveView> view);
-    // Ends every client and stops within a second: a thread still blocked
+    // Ends every client and stops within half a second: a thread still blocked
     // writing to a stalled client is left to the process's end (abandoned()).
     ~LiveServer();
     LiveServer(const LiveServer&) = delete;

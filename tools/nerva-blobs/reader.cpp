@@ -118,7 +118,7 @@ struct FrameReader::Shared {
     }
 
     // Opens a live source, or reopens it after an outage, waiting 1, 2, 4 ...
-    // 30 s between attempts; `retries` bounds the attempts after the first
+    // 30 s between attempts; --reconnect bounds the attempts after the first
     // (initial) or all of them (after an outage). An attempt succeeds only
     // when a frame arrives, kept in `first`: a source that opens and then
     // stays silent is not back. Counts the attempts made.
@@ -126,16 +126,15 @@ struct FrameReader::Shared {
     {
         const std::string name = "'" + source->where() + "'";
         const int allowed = options.reconnect < 0 ? -1 : options.reconnect + (initial ? 1 : 0);
-        attempts = 0;
-        for (int wait = initial ? 0 : 1; allowed < 0 || attempts < allowed;
-             wait = std::min(std::max(2 * wait, 1), kLongestBackoffS)) {
+        int wait = initial ? 0 : 1;
+        for (attempts = 0; allowed < 0 || attempts < allowed;) {
             if (!pause(wait)) return false;
             ++attempts;
             const bool last = attempts == allowed;
-            const int next = std::min(std::max(2 * wait, 1), kLongestBackoffS);
-            set_status({initial ? StreamState::connecting : StreamState::outage, attempts, last ? 0.0 : next});
+            wait = std::min(std::max(2 * wait, 1), kLongestBackoffS);  // before the next attempt
+            set_status({initial ? StreamState::connecting : StreamState::outage, attempts, last ? 0.0 : wait});
             say("connecting to " + name + " (attempt " + std::to_string(attempts) +
-                (last ? ", the last)" : ", next in " + std::to_string(next) + " s)"));
+                (last ? ", the last)" : ", next in " + std::to_string(wait) + " s)"));
             const auto start = steady_clock::now();
             if (!source->connect()) {
                 set_trouble("no answer, or not a stream that can be decoded", attempts);

@@ -22,7 +22,6 @@ try:
     from selenium import webdriver
     from selenium.webdriver.chrome.service import Service
     from selenium.webdriver.common.by import By
-    from selenium.webdriver.support.ui import WebDriverWait
 except ImportError:
     webdriver = None
 
@@ -35,16 +34,14 @@ def free_port():
         return s.getsockname()[1]
 
 
-def wait_for(condition, timeout, what):
+def wait_for(condition, what, timeout=90):
     """Polls `condition` until it gives something true; a failure names `what`."""
     end = time.monotonic() + timeout
-    while True:
-        value = condition()
-        if value:
-            return value
+    while not (value := condition()):
         if time.monotonic() > end:
             raise AssertionError(f"timed out waiting for {what}")
         time.sleep(0.1)
+    return value
 
 
 class LivePage(unittest.TestCase):
@@ -96,8 +93,8 @@ class LivePage(unittest.TestCase):
     def stderr(self):
         return (self.dir / "err.txt").read_text()
 
-    def state(self):
-        return self.browser.find_element(By.ID, "state").text
+    def text(self, element_id):
+        return self.browser.find_element(By.ID, element_id).text
 
     def picture(self):
         return self.browser.find_element(By.ID, "view").screenshot_as_png
@@ -108,37 +105,37 @@ class LivePage(unittest.TestCase):
     def test_the_page_follows_the_camera(self):
         marker = "live page on "
         address = wait_for(lambda: marker in self.stderr() and self.stderr().split(marker)[1].split()[0],
-                           60, "the program to serve its page")
+                           "the program to serve its page")
         self.browser = self.start_browser()
         self.browser.get(address)
-        wait = lambda condition, what, timeout=90: wait_for(condition, timeout, what)
+        state = lambda: self.text("state")
 
-        wait(lambda: self.state() == "live", "the state to read live")
-        wait(lambda: int(self.browser.find_element(By.ID, "plot").get_attribute("data-points")) >= 10,
-             "points in the plot")
-        wait(lambda: self.browser.execute_script("return document.getElementById('view').naturalWidth") == 320,
-             "the first picture")
+        wait_for(lambda: state() == "live", "the state to read live")
+        wait_for(lambda: int(self.browser.find_element(By.ID, "plot").get_attribute("data-points")) >= 10,
+                 "points in the plot")
+        wait_for(lambda: self.browser.execute_script("return document.getElementById('view').naturalWidth") == 320,
+                 "the first picture")
         first = self.picture()
         self.shot("live-1.png")
-        wait(lambda: self.picture() != first, "the picture to change")
+        wait_for(lambda: self.picture() != first, "the picture to change")
         self.shot("live-2.png")
 
         self.camera.kill()
         self.camera.wait()
-        wait(lambda: self.state() == "outage", "the outage to show")
+        wait_for(lambda: state() == "outage", "the outage to show")
         self.shot("outage.png")
-        self.assertIn("attempt", self.browser.find_element(By.ID, "detail").text)
+        self.assertIn("attempt", self.text("detail"))
 
         self.camera = self.serve_camera()
-        wait(lambda: self.state() == "live", "the state to read live again")
+        wait_for(lambda: state() == "live", "the state to read live again")
         again = self.picture()
-        wait(lambda: self.picture() != again, "the picture to move again")
+        wait_for(lambda: self.picture() != again, "the picture to move again")
         self.shot("live-again.png")
-        self.assertNotEqual(self.browser.find_element(By.ID, "outages").text, "0")
+        self.assertEqual(self.text("outages"), "1")
 
         self.program.send_signal(signal.SIGTERM)
         self.assertEqual(self.program.wait(timeout=60), 0, self.stderr())
-        wait(lambda: self.state() == "ended", "the state to read ended")
+        wait_for(lambda: state() == "ended", "the state to read ended")
         self.shot("ended.png")
 
 

@@ -62,7 +62,7 @@ demo:
 	@echo "  overview.png   12 annotated frames and the blobs per frame: open this first"
 	@echo "  blobs.jsonl    one JSON line per frame ($$(wc -l < $(DEMO_OUT)/blobs.jsonl) lines)"
 	@echo "  frames/        every 25th frame with its blob boxes ($$(ls $(DEMO_OUT)/frames | wc -l) PNG files)"
-	@echo "  annotated.mp4  the whole video with its blob boxes"
+	@echo "  annotated.mp4  the whole video with its blob boxes (H.264: plays in a browser)"
 
 # Segmentation against OpenCV's labellers and countNonZero on real and
 # synthetic masks; BENCH_FLAGS=--quick for a short run.

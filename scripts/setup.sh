@@ -21,6 +21,8 @@ packages=(
   libopencv-video-dev       # nerva-blobs: the MOG2 background subtractor
   libcli11-dev              # nerva-blobs: command-line parsing
   nlohmann-json3-dev        # nerva-blobs: JSON Lines output; its tests read it back
+  libcpp-httplib-dev        # nerva-blobs --serve: the live page's HTTP server; its tests' client
+  chromium chromium-driver python3-selenium   # nerva-blobs tests: the live page in a headless browser
   # The Python package (python/), built and tested by make test with /usr/bin/python3
   python3-dev pybind11-dev python3-numpy   # the extension module and its arrays
   python3-opencv            # nerva.blobs_in_video: decoding, grey frames, clean-up; tests: reference labeller

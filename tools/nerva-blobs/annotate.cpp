@@ -1,12 +1,14 @@
 #include "annotate.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <filesystem>
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "console.h"
 #include "errors.h"
 #include "nerva/image/image_draw.h"
 #include "output.h"
@@ -86,8 +88,16 @@ void FrameFiles::write(const cv::Mat& picture, long frame)
 
 VideoFile::VideoFile(const std::string& path, cv::Size size, double fps) : path_(path)
 {
-    const std::string ext = std::filesystem::path(path).extension().string();
-    // Codecs every FFmpeg build can encode.
+    std::string ext = std::filesystem::path(path).extension().string();
+    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
+    // MP4 is for browsers, which play H.264 (FFmpeg's libx264) but not
+    // MPEG-4 Part 2; x264 also wants even sides. MPEG-4 Part 2 and MJPEG
+    // are what every FFmpeg build can encode.
+    if (ext == ".mp4") {
+        if (writer_.open(path, cv::CAP_FFMPEG, cv::VideoWriter::fourcc('a', 'v', 'c', '1'), fps, size, true)) return;
+        say("no H.264 encoder for '" + path + "' (" + std::to_string(size.width) + "x" + std::to_string(size.height) +
+            "); writing MPEG-4 Part 2, which browsers do not play");
+    }
     const int fourcc =
         ext == ".mp4" ? cv::VideoWriter::fourcc('m', 'p', '4', 'v') : cv::VideoWriter::fourcc('M', 'J', 'P', 'G');
     if (!writer_.open(path, cv::CAP_FFMPEG, fourcc, fps, size, true))

@@ -1,5 +1,10 @@
 #include "live_source.h"
 
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+#include <cstdlib>
+#include <regex>
 #include <vector>
 
 namespace nerva_blobs {
@@ -12,7 +17,16 @@ constexpr int kReadTimeoutMs = 5000;
 
 class LiveSource : public FrameSource {
 public:
-    LiveSource(std::string address, LiveKind kind) : address_(std::move(address)), kind_(kind) {}
+    LiveSource(std::string address, LiveKind kind) : address_(std::move(address)), kind_(kind)
+    {
+        // FFmpeg probes a stream until it has seen 5 s of it, or 20 frames
+        // to guess their rate: 20 s and more from a camera giving a frame
+        // in one or two seconds, past the open timeout, after which the
+        // capture is open but reads nothing. A second of stream is enough
+        // to know its codec and size. (Set here, before the reader's thread
+        // starts; a user's own setting is kept.)
+        if (kind_ == LiveKind::network) setenv("OPENCV_FFMPEG_CAPTURE_OPTIONS", "analyzeduration;1000000", 0);
+    }
 
     bool connect() override
     {

@@ -9,19 +9,25 @@
 
 #include <opencv2/core.hpp>
 #include <opencv2/core/utils/logger.hpp>
+#include <opencv2/imgcodecs.hpp>
 
 #include "annotate.h"
+#include "console.h"
 #include "errors.h"
 #include "foreground.h"
 #include "input.h"
+#include "live_view.h"
 #include "options.h"
 #include "output.h"
 #include "overview.h"
 #include "progress.h"
 #include "reader.h"
+#include "same_file.h"
 #include "segmenter.h"
+#include "serve.h"
 #include "stop.h"
 #include "summary.h"
+#include "wall_clock.h"
 
 namespace nerva_blobs {
 namespace {
@@ -33,22 +39,45 @@ double ms_since(clock_type::time_point start)
     return std::chrono::duration<double, std::milli>(clock_type::now() - start).count();
 }
 
+std::string jpeg_of(const cv::Mat& picture)
+{
+    std::vector<unsigned char> bytes;
+    cv::imencode(".jpg", picture, bytes, {cv::IMWRITE_JPEG_QUALITY, 80});
+    return std::string(bytes.begin(), bytes.end());
+}
+
 std::string size_text(cv::Size s) { return std::to_string(s.width) + "x" + std::to_string(s.height); }
 
 int run(const Options& o)
 {
+    refuse_overwriting_input(o);
+    const WallClock wall;
+    // The view outlives a reader thread left blocked in a read (it holds a copy).
+    std::shared_ptr<LiveView> view;
+    std::optional<ListenAddress> listen;
+    if (!o.serve.empty()) listen = parse_listen_address(o.serve), view = std::make_shared<LiveView>(o.input);
+    ReaderOptions reading{o.realtime, o.reconnect, nullptr};
+    if (view) reading.on_status = [view](const StreamStatus& s) { view->set_status(s); };
     // Video files are decoded to grey alone unless colour is drawn or the
     // detector needs it.
-    const bool colour =
-        !o.annotate_dir.empty() || !o.video_out.empty() || !o.overview.empty() || o.background == Background::mog2;
-    FrameReader reader(open_source(o.input, o.masks, colour), ReaderOptions{o.realtime, o.reconnect});
+    const bool colour = !o.annotate_dir.empty() || !o.video_out.empty() || !o.overview.empty() || !o.serve.empty() ||
+                        o.background == Background::mog2;
+    FrameReader reader(open_source(o.input, o.masks, colour), reading);
+    std::optional<LiveServer> server;
+    if (view) {
+        view->set_counts_source([&reader] { return reader.counts(); });
+        server.emplace(*listen, view);
+        say("live page on " + server->url());
+    }
     JsonLinesWriter json(o.output);
     std::optional<FrameFiles> frame_files;
     if (!o.annotate_dir.empty()) frame_files.emplace(o.annotate_dir, o.every);
 
     Frame frame;
     if (!reader.next(frame)) {
-        if (stop_requested()) return 0;
+        // A camera that never answered is no success, even when stopped.
+        if (stop_requested())
+            throw RuntimeError(reader.live() ? reader.no_frame_reason() : "stopped before the first frame");
         throw RuntimeError("'" + o.input + "' holds no frame");
     }
 
@@ -61,7 +90,7 @@ int run(const Options& o)
     std::optional<VideoFile> video;
     if (!o.video_out.empty()) video.emplace(o.video_out, size, reader.fps());
     std::optional<Annotator> annotator;
-    if (frame_files || video || overview) annotator.emplace(size);
+    if (frame_files || video || overview || view) annotator.emplace(size);
 
     Summary summary;
     Progress progress(o.progress || progress_by_default(o.output.empty()), reader.total());
@@ -78,27 +107,48 @@ int run(const Options& o)
         const std::vector<Blob>& blobs = segmenter.segment(mask);
         const double segment_ms = ms_since(t);
 
-        json.write(
-            index, blobs,
-            LineExtras{frame.time, frame.dropped, frame.outage_s, frame.outage_attempts, segmenter.components()});
+        const std::string when = wall.at(frame.arrival);
+        // A file keeps a reproducible output, the same bytes on every run:
+        // its lines carry no wall time.
+        const LineExtras extras{frame.time,
+                                frame.dropped,
+                                frame.outage_s,
+                                frame.outage_attempts,
+                                segmenter.components(),
+                                reader.drops_frames() ? when : std::string()};
+        std::string line = json.write(index, blobs, extras);
+        summary.add_wall(when);
         summary.add_latency(std::chrono::duration<double, std::milli>(clock_type::now() - frame.arrival).count());
         summary.add(static_cast<int>(blobs.size()), frame.decode_ms, foreground_ms, segment_ms);
         if (overview) overview->count(static_cast<int>(blobs.size()));
 
         const bool to_files = frame_files && frame_files->wants(index);
         const bool to_overview = overview && overview->wants(index);
-        if (to_files || to_overview || video) {
+        const bool to_view = view && view->wants_pictures();
+        if (to_files || to_overview || video || to_view) {
             // Masks are shown as they were read; frames in colour.
             const cv::Mat& picture = annotator->draw(o.masks ? mask : frame.image, blobs, index);
             if (to_files) frame_files->write(picture, index);
             if (to_overview) overview->add(index, picture, mask);
             if (video) video->write(picture);
+            if (to_view) view->set_picture(jpeg_of(picture));
         }
-        progress.update(++done);
+        if (view)
+            view->add_frame(
+                FrameStats{static_cast<int>(blobs.size()), frame.dropped, frame.decode_ms, foreground_ms, segment_ms},
+                std::move(line));
+        if (reader.live()) {
+            const LiveCounts counts = reader.counts();
+            const LiveProgress live{counts.dropped, counts.outages, state_name(reader.status().state)};
+            progress.update(++done, &live);
+        } else {
+            progress.update(++done);
+        }
 
         if (!reader.next(frame)) break;
     } while (true);
     progress.finish();
+    if (view) view->set_status({StreamState::ended, 0, 0.0});
 
     if (video) video->finish();
     if (overview) overview->write();
@@ -149,7 +199,7 @@ int main(int argc, char** argv)
     }
     // A reader thread still blocked in a network read must not meet the
     // destructors of static objects it may be using.
-    if (FrameReader::abandoned()) {
+    if (FrameReader::abandoned() || LiveServer::abandoned()) {
         std::fflush(nullptr);
         std::_Exit(status);
     }

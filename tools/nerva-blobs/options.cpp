@@ -229,6 +229,11 @@ std::optional<Options> parse_options(int argc, char** argv)
     app.add_flag("--progress", o.progress, "show a progress bar even when standard error is not a terminal")
         ->group(out);
     app.add_flag("-q,--quiet", o.quiet, "no summary at the end")->group(out);
+    app.add_option("--serve", o.serve,
+                   "serve a live page, /stream.mjpg, /events, /metrics and /healthz on [HOST:]PORT\n"
+                   "(HOST defaults to 127.0.0.1: give 0.0.0.0 to be seen from other machines)")
+        ->type_name("[HOST:]PORT")
+        ->group(out);
 
     // CLI11 reads an empty value as 0 (or an empty path): refuse it instead.
     const CLI::Validator not_empty(

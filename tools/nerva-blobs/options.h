@@ -38,6 +38,7 @@ struct Options {
     std::string overview;
     bool progress = false;
     bool quiet = false;  // no summary
+    std::string serve;   // [HOST:]PORT of the live page; none when empty
 };
 
 // The options the program shares with Python and nerva-fleet, for their

@@ -50,14 +50,17 @@ JsonLinesWriter::~JsonLinesWriter()
 }
 
 
-void JsonLinesWriter::write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras)
+std::string JsonLinesWriter::write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras)
 {
-    const std::string text = nerva_pipeline::json_line(frame, blobs, extras);
+    std::string text = nerva_pipeline::json_line(frame, blobs, extras);
 
     // One write per line, unbuffered: a line is either whole on disk or cut
     // back below, never left half-written behind a later one.
     const off_t start = ::lseek(fd_, 0, SEEK_CUR);
-    if (write_all(fd_, text.data(), text.size())) return;
+    if (write_all(fd_, text.data(), text.size())) {
+        text.pop_back();
+        return text;
+    }
     const int error = errno;
     if (start >= 0) (void)::ftruncate(fd_, start);  // only regular files can be cut back
     throw RuntimeError("cannot write to " + name_ + ": " + std::strerror(error));

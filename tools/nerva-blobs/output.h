@@ -23,8 +23,9 @@ public:
     JsonLinesWriter& operator=(const JsonLinesWriter&) = delete;
 
     // RuntimeError when the line cannot be written (disk full, closed pipe);
-    // a file is then cut back to its last complete line.
-    void write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras);
+    // a file is then cut back to its last complete line. Returns the line
+    // without its newline.
+    std::string write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras);
 
 private:
     std::string name_;

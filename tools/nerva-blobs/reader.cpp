@@ -9,6 +9,7 @@
 #include <mutex>
 #include <thread>
 
+#include "console.h"
 #include "errors.h"
 #include "stop.h"
 
@@ -56,6 +57,9 @@ struct FrameReader::Shared {
     std::string error;
     double fps = 25.0;
     LiveCounts counts;
+    StreamStatus status;
+    std::string trouble;  // why the last connection attempt failed
+    int connect_attempts = 0;
 
     bool stopping() const { return stop || stop_requested(); }
 
@@ -76,6 +80,10 @@ struct FrameReader::Shared {
     void finish(const std::string& why)
     {
         std::lock_guard<std::mutex> lock(mutex);
+        finish_locked(why);
+    }
+    void finish_locked(const std::string& why)
+    {
         finished = true;
         error = stopping() ? std::string() : why;
         changed.notify_all();
@@ -110,23 +118,50 @@ struct FrameReader::Shared {
     }
 
     // Opens a live source, or reopens it after an outage, waiting 1, 2, 4 ...
-    // 30 s between attempts; `retries` bounds the attempts after the first
-    // (initial) or all of them (after an outage). Counts the attempts made.
-    bool connect(bool initial, int& attempts)
+    // 30 s between attempts; --reconnect bounds the attempts after the first
+    // (initial) or all of them (after an outage). An attempt succeeds only
+    // when a frame arrives, kept in `first`: a source that opens and then
+    // stays silent is not back. Counts the attempts made.
+    bool connect(bool initial, int& attempts, cv::Mat& first, double& first_ms)
     {
-        attempts = 0;
-        int delay = 1;
-        if (initial) {
+        const std::string name = "'" + source->where() + "'";
+        const int allowed = options.reconnect < 0 ? -1 : options.reconnect + (initial ? 1 : 0);
+        int wait = initial ? 0 : 1;
+        for (attempts = 0; allowed < 0 || attempts < allowed;) {
+            if (!pause(wait)) return false;
             ++attempts;
-            if (source->connect()) return true;
-        }
-        for (int retries = 0; options.reconnect < 0 || retries < options.reconnect; ++retries) {
-            if (!pause(delay)) return false;
-            delay = std::min(2 * delay, kLongestBackoffS);
-            ++attempts;
-            if (source->connect()) return true;
+            const bool last = attempts == allowed;
+            wait = std::min(std::max(2 * wait, 1), kLongestBackoffS);  // before the next attempt
+            set_status({initial ? StreamState::connecting : StreamState::outage, attempts, last ? 0.0 : wait});
+            say("connecting to " + name + " (attempt " + std::to_string(attempts) +
+                (last ? ", the last)" : ", next in " + std::to_string(wait) + " s)"));
+            const auto start = steady_clock::now();
+            if (!source->connect()) {
+                set_trouble("no answer, or not a stream that can be decoded", attempts);
+            } else if (!source->read(first) || first.empty()) {
+                set_trouble("it answered but gave no frame", attempts);
+            } else {
+                first_ms = 1000.0 * seconds_since(start);
+                return true;
+            }
         }
         return false;
+    }
+
+    void set_status(const StreamStatus& now)
+    {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            status = now;
+        }
+        if (options.on_status) options.on_status(now);
+    }
+
+    void set_trouble(const std::string& why, int attempts)
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        trouble = why;
+        connect_attempts = attempts;
     }
 
     void record_outage(double seconds)
@@ -149,6 +184,7 @@ void FrameReader::Shared::run()
     } catch (const std::exception& e) {
         finish(e.what());
     }
+    set_status({StreamState::ended, 0, 0.0});
     std::lock_guard<std::mutex> lock(mutex);
     done = true;
     changed.notify_all();
@@ -159,13 +195,18 @@ void FrameReader::Shared::read_frames()
     FrameSource& src = *source;
     const std::string name = "'" + src.where() + "'";
     int attempts = 0;
+    cv::Mat pending;  // the frame a (re)connection brought
+    double pending_ms = 0.0;
     if (src.live()) {
-        if (!connect(true, attempts))
-            return finish("cannot open " + name + ": no answer, or not a stream that can be decoded (" +
-                          std::to_string(attempts) + (attempts == 1 ? " attempt)" : " attempts)"));
+        if (!connect(true, attempts, pending, pending_ms)) {
+            std::lock_guard<std::mutex> lock(mutex);
+            return finish_locked("cannot open " + name + ": " + trouble + " (" + std::to_string(attempts) +
+                                 (attempts == 1 ? " attempt)" : " attempts)"));
+        }
         std::lock_guard<std::mutex> lock(mutex);
         fps = src.fps();
     }
+    set_status({StreamState::live, 0, 0.0});
 
     long number = 0;
     bool connected_now = true;  // the next frame is the first of a connection
@@ -177,32 +218,59 @@ void FrameReader::Shared::read_frames()
     // --realtime: the first frame's time and when it was handed on.
     double pace_time = NAN;
     steady_clock::time_point pace_start;
+    steady_clock::time_point last_arrival = steady_clock::now();
+    // A frame that ended a long silence waits for the next read: when that
+    // read fails at once, the frame was the last one a decoder flushed at
+    // its read timeout (UDP), and the silence and the reopening are one
+    // outage, not two.
+    std::unique_ptr<Frame> held;
+    steady_clock::time_point silence_began;
+    // A slow camera (1 frame in 2 s) is not silent between its frames.
+    const double silence_s = std::max(kSilenceS, 3.0 / src.fps());
 
     while (!stopping()) {
         Frame frame;
         const auto decode_start = steady_clock::now();
-        if (!src.read_with_luma(frame.image, frame.luma)) {
+        bool got = true;
+        if (!pending.empty()) {
+            frame.image = pending;
+            frame.luma.release();
+            pending = cv::Mat();
+            frame.decode_ms = pending_ms;
+        } else {
+            got = src.read_with_luma(frame.image, frame.luma) && !(frame.image.empty() && frame.luma.empty());
+            frame.decode_ms = 1000.0 * seconds_since(decode_start);
+        }
+        if (!got) {
             if (!src.live()) return finish("");
-            const auto lost = steady_clock::now();
-            std::fprintf(stderr, "nerva-blobs: lost %s after frame %ld; reopening\n", name.c_str(), number - 1);
-            if (!connect(false, attempts))
+            const auto began = held ? silence_began : last_arrival;
+            if (held) push(std::move(*held)), held.reset();
+            say("lost " + name + " after frame " + std::to_string(number - 1) + "; reopening");
+            if (!connect(false, attempts, pending, pending_ms))
                 return finish("lost " + name + " after frame " + std::to_string(number - 1) +
                               " and could not reopen it (" + std::to_string(attempts) +
                               (attempts == 1 ? " attempt)" : " attempts)"));
-            outage_s = std::max(seconds_since(lost), 1e-3);
+            outage_s = std::max(seconds_since(began), 1e-3);
             outage_attempts = attempts;
             record_outage(outage_s);
-            std::fprintf(stderr, "nerva-blobs: %s back after %.1f s\n", name.c_str(), outage_s);
+            set_status({StreamState::live, 0, 0.0});
+            char text[64];
+            std::snprintf(text, sizeof text, " back after %.1f s", outage_s);
+            say(name + text);
             anchor_wall = NAN;
             connected_now = true;
             continue;
         }
-        frame.decode_ms = 1000.0 * seconds_since(decode_start);
-        if (src.live() && !connected_now && frame.decode_ms > 1000.0 * kSilenceS) {
-            outage_s += frame.decode_ms / 1000.0;
-            record_outage(frame.decode_ms / 1000.0);
-            std::fprintf(stderr, "nerva-blobs: %s gave no frame for %.1f s\n", name.c_str(), frame.decode_ms / 1000.0);
+        if (held) {  // the silence was an outage of its own
+            const double silent = held->outage_s;
+            record_outage(silent);
+            char text[64];
+            std::snprintf(text, sizeof text, " gave no frame for %.1f s", silent);
+            say(name + text);
+            push(std::move(*held));
+            held.reset();
         }
+        const bool ends_silence = src.live() && !connected_now && frame.decode_ms > 1000.0 * silence_s;
         connected_now = false;
         const double ms = src.stream_ms();
         const bool stamped = std::isfinite(ms) && ms >= 0;
@@ -226,12 +294,18 @@ void FrameReader::Shared::read_frames()
             }
         }
         frame.number = number++;
-        frame.arrival = steady_clock::now();
+        frame.arrival = last_arrival = steady_clock::now();
         frame.where = src.where();
         frame.outage_s = outage_s;
         frame.outage_attempts = outage_attempts;
         outage_s = 0.0;
         outage_attempts = 0;
+        if (ends_silence) {
+            frame.outage_s += frame.decode_ms / 1000.0;
+            silence_began = decode_start;
+            held = std::make_unique<Frame>(std::move(frame));
+            continue;
+        }
         push(std::move(frame));
     }
     finish("");
@@ -294,6 +368,33 @@ LiveCounts FrameReader::counts() const
 {
     std::lock_guard<std::mutex> lock(shared_->mutex);
     return shared_->counts;
+}
+
+StreamStatus FrameReader::status() const
+{
+    std::lock_guard<std::mutex> lock(shared_->mutex);
+    return shared_->status;
+}
+
+std::string FrameReader::no_frame_reason() const
+{
+    std::lock_guard<std::mutex> lock(shared_->mutex);
+    const Shared& s = *shared_;
+    const std::string name = "'" + s.source->where() + "'";
+    if (s.connect_attempts == 0) return "stopped while connecting to " + name;
+    return "stopped before " + name + " gave a frame (" + std::to_string(s.connect_attempts) +
+           (s.connect_attempts == 1 ? " attempt" : " attempts") + ", the last: " + s.trouble + ")";
+}
+
+const char* state_name(StreamState state)
+{
+    switch (state) {
+    case StreamState::connecting: return "connecting";
+    case StreamState::live: return "live";
+    case StreamState::outage: return "outage";
+    case StreamState::ended: return "ended";
+    }
+    return "";
 }
 
 bool FrameReader::abandoned() { return abandoned_flag; }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -33,9 +34,20 @@ struct Frame {
     std::string where;  // file it came from, for messages
 };
 
+// Where a live source stands, for the progress line and the live page.
+enum class StreamState { connecting, live, outage, ended };
+struct StreamStatus {
+    StreamState state = StreamState::connecting;
+    int attempt = 0;         // connecting, or in an outage: the attempt under way
+    double next_in_s = 0.0;  // wait before the attempt after it; 0: none
+};
+const char* state_name(StreamState state);
+
 struct ReaderOptions {
     bool realtime = false;  // pace a file at its frame rate
     int reconnect = -1;     // reopening attempts per outage of a live source; -1: unbounded
+    // Called on the reader's thread at every change of a live source's state.
+    std::function<void(const StreamStatus&)> on_status;
 };
 
 class FrameReader {
@@ -59,6 +71,10 @@ public:
     long total() const { return total_; }
     double fps() const;
     LiveCounts counts() const;  // drops and outages so far
+    StreamStatus status() const;
+    // Why a live source has given no frame yet, after a stop: its attempts
+    // and the last failure.
+    std::string no_frame_reason() const;
 
     // True once a reader thread had to be left running: the process must
     // then end with _Exit, since the thread may still use OpenCV.

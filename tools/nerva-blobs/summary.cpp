@@ -42,6 +42,8 @@ void Summary::print(std::FILE* to) const
     // allocating, and a busy machine adds outliers.
     std::fprintf(to, "nerva-blobs: median time per frame: decoding %.2f ms, foreground %.2f ms, segmentation %.2f ms\n",
                  decode_.quantile(0.5), foreground_.quantile(0.5), segment_.quantile(0.5));
+    if (!first_wall_.empty())
+        std::fprintf(to, "nerva-blobs: first frame at %s, last at %s\n", first_wall_.c_str(), last_wall_.c_str());
 }
 
 void Summary::print_live(std::FILE* to, const LiveCounts& c) const

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <random>
+#include <string>
 #include <vector>
 
 // What a run did, for the closing lines on standard error. Memory stays
@@ -37,6 +38,12 @@ public:
     void add(int blobs, double decode_ms, double foreground_ms, double segment_ms);
     // From a frame's arrival to its JSON line.
     void add_latency(double ms) { latency_.add(ms); }
+    // A frame's wall-clock time (wall_clock.h); the first and last are shown.
+    void add_wall(const std::string& when)
+    {
+        if (first_wall_.empty()) first_wall_ = when;
+        last_wall_ = when;
+    }
     void print(std::FILE* to) const;
     // The lines a live or paced run adds.
     void print_live(std::FILE* to, const LiveCounts& counts) const;
@@ -47,6 +54,7 @@ private:
     long blobs_total_ = 0;
     int blobs_most_ = 0;
     Sample decode_, foreground_, segment_, latency_;
+    std::string first_wall_, last_wall_;
 };
 
 }  // namespace nerva_blobs

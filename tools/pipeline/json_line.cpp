@@ -41,6 +41,7 @@ std::string json_line(long frame, const std::vector<BlobRecord>& blobs, const Li
     }
     if (extras.outage_s > 0)
         line["outage"] = {{"seconds", std::round(extras.outage_s * 1e3) / 1e3}, {"attempts", extras.outage_attempts}};
+    if (!extras.wall.empty()) line["wall"] = extras.wall;
     if (extras.components >= 0) {
         line["truncated"] = true;
         line["components"] = extras.components;

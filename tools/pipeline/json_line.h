@@ -39,6 +39,7 @@ struct LineExtras {
     double outage_s = 0.0;
     int outage_attempts = 0;
     long components = -1;
+    std::string wall;  // when a live frame arrived, UTC, ISO 8601; empty for files
 };
 
 // The line with its newline.

@@ -11,79 +11,16 @@
 #include <opencv2/videoio.hpp>
 #include <thread>
 
-#include "program_test_support.h"
+#include <httplib.h>
 
-using namespace std::chrono_literals;
-using steady = std::chrono::steady_clock;
+#include <atomic>
+#include <ctime>
+#include <map>
+#include <regex>
+
+#include "live_test_support.h"
 
 namespace {
-
-// A child process running `command` through the shell; killed if the test
-// ends early.
-class Child {
-public:
-    Child(const std::string& command, const fs::path& dir)
-    {
-        pid_ = fork();
-        if (pid_ == 0) {
-            if (chdir(dir.c_str()) != 0) _exit(127);
-            execl("/bin/sh", "sh", "-c", ("exec " + command).c_str(), static_cast<char*>(nullptr));
-            _exit(127);
-        }
-    }
-    ~Child()
-    {
-        if (pid_ <= 0 || status_ >= 0) return;
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-    }
-    void signal(int sig) const { kill(pid_, sig); }
-    // Exit status, -1 if still running after `timeout`, 128 + n if killed by signal n.
-    int wait(std::chrono::duration<double> timeout)
-    {
-        const auto until = steady::now() + timeout;
-        while (status_ < 0) {
-            int raw = 0;
-            if (waitpid(pid_, &raw, WNOHANG) == pid_) status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
-            else if (steady::now() > until) break;
-            else std::this_thread::sleep_for(20ms);
-        }
-        return status_;
-    }
-
-private:
-    pid_t pid_ = -1;
-    int status_ = -1;
-};
-
-// A port nothing listens on now.
-int free_port()
-{
-    const int s = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-    socklen_t len = sizeof a;
-    bind(s, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    getsockname(s, reinterpret_cast<sockaddr*>(&a), &len);
-    close(s);
-    return ntohs(a.sin_port);
-}
-
-// Whether something listens on the TCP port, read from /proc so as not to
-// use up the server's one connection.
-bool listening(int port)
-{
-    char wanted[32];  // local port, any remote, state LISTEN
-    std::snprintf(wanted, sizeof wanted, ":%04X 00000000:0000 0A", port);
-    return slurp("/proc/net/tcp").find(wanted) != std::string::npos;
-}
-
-template <class Condition>
-bool wait_until(Condition done, std::chrono::seconds timeout = 30s)
-{
-    for (const auto until = steady::now() + timeout; steady::now() < until; std::this_thread::sleep_for(50ms))
-        if (done()) return true;
-    return done();
-}
 
 class LiveSource : public ::testing::Test {
 protected:
@@ -92,12 +29,18 @@ protected:
         if (std::system("command -v ffmpeg >/dev/null") != 0) return;
         dir_ = fs::path(NERVA_BLOBS_SCRATCH) / ("live-" + std::to_string(getpid()));
         fs::create_directories(dir_);
-        // A moving test pattern, and noise: every pixel changes, so every
-        // frame has thousands of blobs and a JSON line of a few hundred KB.
+        // A moving test pattern, and noise: every pixel changes. (Read with
+        // a high threshold, the noise gives thousands of blobs a frame and
+        // JSON lines of a few hundred KB; with the default one, four pixels
+        // in five are foreground and join into a few large blobs.)
         run_ffmpeg("-f lavfi -i testsrc=size=160x120:rate=25 -t 3 -c:v mpeg2video -g 5 -f mpegts pattern.ts");
         run_ffmpeg(
             "-f lavfi -i 'nullsrc=size=192x144:rate=25,geq=random(1)*255:128:128' -t 2 -c:v mpeg2video -q:v 3 "
             "-g 5 -f mpegts noise.ts");
+        // Cameras giving a frame a second and a frame in two seconds.
+        for (const char* rate : {"1", "0.5"})
+            run_ffmpeg(std::string("-f lavfi -i testsrc=size=160x120:rate=") + rate +
+                       " -t 12 -c:v libx264 -g 1 -f mpegts slow" + rate + ".ts");
     }
     static void TearDownTestSuite() { fs::remove_all(dir_); }  // nothing when ffmpeg is missing
     void SetUp() override
@@ -137,6 +80,16 @@ protected:
             EXPECT_GE(lines[i]["time"].get<double>(), lines[i - 1]["time"].get<double>());
         }
     }
+
+    // The program reading url() with `args`, its JSON lines in live.jsonl,
+    // its standard error in err.txt.
+    std::unique_ptr<Child> run(const std::string& args) const
+    {
+        return std::make_unique<Child>("'" NERVA_BLOBS_EXE "' " + url() + " -o live.jsonl " + args + " 2>err.txt",
+                                       dir_);
+    }
+    std::vector<json> lines() const { return json_lines(slurp(dir_ / "live.jsonl")); }
+    std::string err() const { return slurp(dir_ / "err.txt"); }
 
     static inline fs::path dir_;
     int port_ = 0;
@@ -199,18 +152,19 @@ TEST_F(LiveSource, ReconnectsNumbersGoOnAndSigtermStopsCleanly)
 }
 
 // How many frames a stalled consumer costs depends on the machine's load:
-// these tests carry the `timing` label, which `make test` leaves out.
+// this test carries the `timing` label, which `make test` leaves out.
 class LiveTiming : public LiveSource {};
 
-// Nobody reads the program's output for 4 s (about 100 frames), then it is
-// read until a SIGTERM at 5 s: processing stalls, the camera does not, so
-// frames are dropped and counted.
+// Once the first line is out, nobody reads the program's output for 4 s
+// (about 100 frames); then three lines are read and the program is stopped:
+// processing stalls, the camera does not, so frames are dropped and counted.
 TEST_F(LiveTiming, ASlowConsumerDropsFramesAndCountsThem)
 {
     const auto server = serve("noise.ts");
-    const std::string cmd = "cd '" + dir_.string() +
-                            "' && { timeout --foreground -k 20 --preserve-status 5 '" NERVA_BLOBS_EXE "' " + url() +
-                            " 2>err.txt; echo $? >status.txt; } | { sleep 4; cat >slow.jsonl; }";
+    const std::string cmd = "cd '" + dir_.string() + "' && { '" NERVA_BLOBS_EXE "' " + url() +
+                            " --threshold 100 2>err.txt & echo $! >pid.txt; wait $!; echo $? >status.txt; } | "
+                            "{ IFS= read -r first; sleep 4; head -n 3 >slow.jsonl; kill -TERM $(cat pid.txt); "
+                            "cat >/dev/null; }";
     ASSERT_EQ(std::system(cmd.c_str()), 0);
     ASSERT_EQ(slurp(dir_ / "status.txt"), "0\n") << slurp(dir_ / "err.txt");
     const auto lines = json_lines(slurp(dir_ / "slow.jsonl"));
@@ -223,6 +177,290 @@ TEST_F(LiveTiming, ASlowConsumerDropsFramesAndCountsThem)
     const auto at = err.find(" frames dropped;");
     ASSERT_NE(at, std::string::npos) << err;
     EXPECT_GE(std::stol(err.substr(err.rfind(' ', at - 1) + 1)), dropped) << err;
+}
+
+// A camera giving a frame every second or two: probing it must fit in the
+// open timeout, and the gaps between its frames are no outages.
+class SlowCamera : public LiveSource, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(SlowCamera, IsReadWithoutOutages)
+{
+    const auto server = serve(std::string("slow") + GetParam() + ".ts");
+    const auto program = run("");
+    ASSERT_TRUE(wait_until([&] { return lines().size() >= 3; }, 90s)) << err();
+    program->signal(SIGTERM);
+    ASSERT_EQ(program->wait(20s), 0) << err();
+    EXPECT_EQ(err().find("lost"), std::string::npos) << err();
+    EXPECT_EQ(err().find("gave no frame"), std::string::npos) << err();
+    EXPECT_EQ(lines()[0]["frame"], 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(FramesPerSecond, SlowCamera, ::testing::Values("1", "0.5"),
+                         [](const auto& info) { return std::string(info.param[0] == '1' ? "One" : "Half"); });
+
+// Nobody answers: a line per attempt; stopped, the run fails and says why.
+TEST_F(LiveSource, ACameraThatNeverAnsweredIsAFailureEvenWhenStopped)
+{
+    const auto program = run("");
+    ASSERT_TRUE(wait_until([&] { return err().find("(attempt 2, next in 2 s)") != std::string::npos; })) << err();
+    program->signal(SIGTERM);
+    EXPECT_EQ(program->wait(20s), 1) << err();
+    EXPECT_NE(err().find("stopped before '" + url() + "' gave a frame ("), std::string::npos) << err();
+    EXPECT_EQ(slurp(dir_ / "live.jsonl"), "");
+}
+
+// A server that answers every connection with the first bytes of a stream
+// (no whole frame) and then silence: the attempts succeed in opening but
+// bring no frame, so --reconnect must still end the run.
+TEST_F(LiveSource, AttemptsThatOpenButBringNoFrameAreCounted)
+{
+    const std::string head = slurp(dir_ / "pattern.ts").substr(0, 188 * 8);
+    const int listener = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{AF_INET, htons(static_cast<uint16_t>(port_)), {htonl(INADDR_LOOPBACK)}, {}};
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+    listen(listener, 8);
+    std::vector<int> clients;
+    std::thread answering([&] {
+        for (int c; (c = accept(listener, nullptr, nullptr)) >= 0;) {
+            char request[4096];
+            (void)!read(c, request, sizeof request);
+            const std::string reply = "HTTP/1.0 200 OK\r\nContent-Type: video/mp2t\r\n\r\n" + head;
+            (void)!write(c, reply.data(), reply.size());
+            clients.push_back(c);  // kept open, silent
+        }
+    });
+    const auto program = run("--reconnect 1");
+    const int status = program->wait(150s);
+    shutdown(listener, SHUT_RDWR);
+    close(listener);
+    answering.join();
+    for (int c : clients) close(c);
+    EXPECT_EQ(status, 1) << err();
+    EXPECT_NE(err().find("(2 attempts)"), std::string::npos) << err();
+}
+
+// UDP: the sender stops for several seconds and starts again. The read
+// timeout and the reopening both fall into that one gap: one outage.
+TEST_F(LiveSource, OneSenderGapOnUdpIsOneOutage)
+{
+    const std::string udp = "udp://127.0.0.1:" + std::to_string(port_);
+    const auto send = [&] {
+        return std::make_unique<Child>(
+            "ffmpeg -nostdin -loglevel quiet -re -stream_loop 1 -i pattern.ts -c copy -f mpegts '" + udp +
+                "?pkt_size=1316'",
+            dir_);
+    };
+    const auto program = std::make_unique<Child>("'" NERVA_BLOBS_EXE "' " + udp + " -o live.jsonl 2>err.txt", dir_);
+    auto sender = send();
+    ASSERT_EQ(sender->wait(60s), 0);
+    ASSERT_GT(lines().size(), 0u) << err();
+    std::this_thread::sleep_for(8s);  // the gap
+    sender = send();
+    ASSERT_TRUE(wait_until([&] { return err().find(" back after ") != std::string::npos; }, 60s)) << err();
+    sender->wait(60s);
+    program->signal(SIGTERM);
+    ASSERT_EQ(program->wait(20s), 0) << err();
+    EXPECT_NE(err().find("nerva-blobs: 1 outage, "), std::string::npos) << err();
+}
+
+// Prometheus text: every sample ("name{labels} value") of a family whose
+// type was given, keyed by name and labels; a failure for any other line.
+struct Metrics {
+    std::map<std::string, double> samples;
+    std::map<std::string, std::string> types;  // family -> counter, gauge, histogram
+};
+
+Metrics parse_metrics(const std::string& text)
+{
+    static const std::regex type_line(R"(# TYPE ([a-zA-Z_:][a-zA-Z0-9_:]*) (counter|gauge|histogram|summary|untyped))");
+    static const std::regex sample_line(R"(([a-zA-Z_:][a-zA-Z0-9_:]*)(\{[^}]*\})? (\S+))");
+    Metrics m;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        std::smatch part;
+        if (std::regex_match(line, part, type_line)) {
+            m.types[part[1]] = part[2];
+        } else if (std::regex_match(line, part, sample_line)) {
+            std::string family = part[1];
+            for (const char* suffix : {"_bucket", "_sum", "_count"})
+                if (!m.types.count(family) && family.size() > std::strlen(suffix) &&
+                    family.compare(family.size() - std::strlen(suffix), std::string::npos, suffix) == 0)
+                    family.resize(family.size() - std::strlen(suffix));
+            EXPECT_EQ(m.types.count(family), 1u) << "no TYPE before " << line;
+            m.samples[part[1].str() + part[2].str()] = std::stod(part[3]);
+        } else if (line.rfind("# HELP ", 0) != 0) {
+            ADD_FAILURE() << "not Prometheus text: " << line;
+        }
+    }
+    return m;
+}
+
+// The system clock `offset_s` from now as the program writes it
+// ("2026-11-24T01:02:03.456Z"): such times compare in order as text.
+std::string wall_text(double offset_s)
+{
+    const auto t = std::chrono::system_clock::now() + std::chrono::milliseconds(static_cast<long>(offset_s * 1000));
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(t);
+    std::tm utc{};
+    gmtime_r(&seconds, &utc);
+    char text[40];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S.000Z", &utc);
+    return text;
+}
+
+// The page, its health and its metrics while the camera comes and goes.
+TEST_F(LiveSource, ServedEndpointsFollowTheStream)
+{
+    auto server = serve("pattern.ts");
+    const std::string begun = wall_text(-1);
+    const auto program = run("--serve 0");
+    std::string address;
+    ASSERT_TRUE(wait_until([&] { return !(address = page_address(dir_ / "err.txt")).empty(); })) << err();
+    EXPECT_EQ(address.rfind("127.0.0.1:", 0), 0u) << "loopback unless asked";
+    httplib::Client http("http://" + address);
+    const auto page = http.Get("/");
+    ASSERT_TRUE(page);
+    EXPECT_EQ(page->status, 200);
+    EXPECT_NE(page->body.find("new EventSource(\"events\")"), std::string::npos);
+    const auto health = [&] {
+        const auto r = http.Get("/healthz");
+        return r ? r->status : 0;
+    };
+    ASSERT_TRUE(wait_until([&] { return health() == 200; })) << err();
+
+    const auto scrape = [&] {
+        const auto r = http.Get("/metrics");
+        return r ? parse_metrics(r->body) : Metrics{};
+    };
+    const Metrics first = scrape();
+    const size_t seen = lines().size();
+    ASSERT_TRUE(wait_until([&] { return lines().size() >= seen + 10; })) << err();
+    const Metrics later = scrape();
+    EXPECT_GT(later.samples.at("nerva_frames_total"), first.samples.at("nerva_frames_total"));
+    EXPECT_EQ(later.samples.at("nerva_source_up"), 1);
+    EXPECT_EQ(later.types.at("nerva_stage_seconds"), "histogram");
+    for (const auto& [name, value] : first.samples) {
+        const std::string family = name.substr(0, name.find_first_of("{"));
+        const bool grows = family.find("_total") != std::string::npos || family.rfind("nerva_stage_seconds", 0) == 0;
+        if (grows) {
+            EXPECT_GE(later.samples.at(name), value) << name;
+        }
+    }
+
+    server->signal(SIGKILL);
+    server->wait(10s);
+    ASSERT_TRUE(wait_until([&] { return health() == 503; }, 60s)) << err();
+    EXPECT_EQ(scrape().samples.at("nerva_source_up"), 0);
+    program->signal(SIGTERM);
+    ASSERT_EQ(program->wait(20s), 0) << err();
+    const std::string ended = wall_text(+1);
+
+    // Wall-clock times: UTC, never going back, within the run.
+    std::string previous = begun;
+    for (const json& line : lines()) {
+        const std::string t = line["wall"];
+        EXPECT_LE(previous, t);
+        EXPECT_LE(t, ended);
+        previous = t;
+    }
+    EXPECT_NE(err().find("nerva-blobs: first frame at 20"), std::string::npos) << err();
+}
+
+// A picture client reading at its own pace; counts the pictures it received.
+class PictureClient {
+public:
+    PictureClient(const std::string& address, bool reads)
+    {
+        fd_ = socket(AF_INET, SOCK_STREAM, 0);
+        // A stalled client's small window lets the server's writes block soon.
+        if (!reads) setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &kSmallWindow, sizeof kSmallWindow);
+        const timeval wait{0, 200000};
+        setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+        sockaddr_in a{AF_INET,
+                      htons(static_cast<uint16_t>(std::stoi(address.substr(address.find(':') + 1)))),
+                      {htonl(INADDR_LOOPBACK)},
+                      {}};
+        if (connect(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) return;
+        const std::string request = "GET /stream.mjpg HTTP/1.1\r\nHost: " + address + "\r\n\r\n";
+        (void)!write(fd_, request.data(), request.size());
+        if (reads) thread_ = std::thread([this] { read_pictures(); });
+    }
+    ~PictureClient()
+    {
+        stop_ = true;
+        if (thread_.joinable()) thread_.join();
+        close(fd_);
+    }
+    int pictures() const { return pictures_; }
+
+private:
+    void read_pictures()
+    {
+        std::string tail;
+        char buffer[65536];
+        while (!stop_) {
+            const ssize_t n = recv(fd_, buffer, sizeof buffer, 0);
+            if (n == 0) break;
+            if (n < 0) continue;
+            tail += std::string(buffer, n);
+            for (size_t at; (at = tail.find("--nervaframe")) != std::string::npos; tail.erase(0, at + 12)) ++pictures_;
+            if (tail.size() > 16) tail.erase(0, tail.size() - 16);
+        }
+    }
+    static constexpr int kSmallWindow = 4096;
+    int fd_ = -1;
+    std::atomic<bool> stop_{false};
+    std::atomic<int> pictures_{0};
+    std::thread thread_;
+};
+
+long rss_kb(int pid, const char* field = "VmRSS:")
+{
+    const std::string status = slurp("/proc/" + std::to_string(pid) + "/status");
+    const auto at = status.find(field);
+    return at == std::string::npos ? -1 : std::stol(status.substr(at + std::strlen(field)));
+}
+
+// 50 clients of /stream.mjpg, half of them never reading: the readers get
+// pictures, the camera's frames keep coming, the metrics answer, and
+// SIGTERM ends the run cleanly. Rates and memory are measured and printed
+// (BENCHMARKS.md), not asserted: the machine may be busy.
+TEST_F(LiveSource, FiftyPictureClientsHalfOfThemStalled)
+{
+    const auto server = serve("pattern.ts");
+    const auto program = run("--serve 0");
+    std::string address;
+    ASSERT_TRUE(wait_until([&] { return !(address = page_address(dir_ / "err.txt")).empty(); })) << err();
+    ASSERT_TRUE(wait_until([&] { return lines().size() >= 50; })) << err();
+    const auto rate = [&](size_t frames) {  // lines per second over the next `frames` lines
+        const size_t from = lines().size();
+        const auto start = steady::now();
+        wait_until([&] { return lines().size() >= from + frames; }, 60s);
+        return (lines().size() - from) / std::chrono::duration<double>(steady::now() - start).count();
+    };
+    const double alone = rate(100);
+    const long rss_alone = rss_kb(program->pid());
+
+    std::vector<std::unique_ptr<PictureClient>> clients;
+    for (int i = 0; i < 50; ++i) clients.push_back(std::make_unique<PictureClient>(address, i % 2 == 0));
+    const double watched = rate(100);
+    for (size_t i = 0; i < clients.size(); i += 2)
+        EXPECT_TRUE(wait_until([&] { return clients[i]->pictures() >= 50; }, 60s)) << "client " << i;
+    httplib::Client http("http://" + address);
+    const auto metrics = http.Get("/metrics");
+    ASSERT_TRUE(metrics);
+    EXPECT_EQ(metrics->status, 200);
+    const long rss_watched = rss_kb(program->pid()), peak = rss_kb(program->pid(), "VmHWM:");
+
+    program->signal(SIGTERM);
+    const auto asked = steady::now();
+    ASSERT_EQ(program->wait(20s), 0) << err();
+    const double stop_s = std::chrono::duration<double>(steady::now() - asked).count();
+    EXPECT_NE(err().find("frames dropped;"), std::string::npos) << "the summary is written: " << err();
+    std::printf(
+        "[ measured ] %.1f frames/s alone, %.1f with 50 clients; RSS %ld kB alone, %ld kB with them "
+        "(peak %ld kB); stopped in %.2f s\n%s",
+        alone, watched, rss_alone, rss_watched, peak, stop_s, err().c_str());
 }
 
 }  // namespace

@@ -121,6 +121,17 @@ TEST_F(NervaBlobs, DrawsTheBoxOnAnnotatedFramesAVideoAndAnOverview)
     EXPECT_FALSE(cv::imread((dir_ / "overview.png").string()).empty());
 }
 
+// MP4 is written for browsers: H.264.
+TEST_F(NervaBlobs, Mp4VideoOutIsH264)
+{
+    const Result mp4 = run("square.avi -q -o /dev/null --video-out annotated.mp4");
+    ASSERT_EQ(mp4.status, 0) << mp4.err;
+    EXPECT_EQ(mp4.err, "");
+    cv::VideoCapture h264((dir_ / "annotated.mp4").string(), cv::CAP_FFMPEG);
+    const int fourcc = static_cast<int>(h264.get(cv::CAP_PROP_FOURCC));
+    EXPECT_EQ(std::string({char(fourcc), char(fourcc >> 8), char(fourcc >> 16), char(fourcc >> 24)}), "avc1");
+}
+
 // How long a run takes depends on the machine: this fixture carries the
 // `timing` label, which `make test` leaves out.
 class NervaBlobsTiming : public NervaBlobs {};
@@ -282,15 +293,18 @@ TEST_F(NervaBlobs, BadInputGivesOneLineAndTheRightStatus)
     const std::string png = slurp(dir_ / "bad" / "mask_0000.png");
     std::ofstream(dir_ / "bad" / "cut.png") << png.substr(0, png.size() / 2);
     std::ofstream(dir_ / "bad" / "huge.ppm") << "P6\n100000 100000\n255\n" << std::string(64, '\0');
+    const auto video_size = fs::file_size(dir_ / "square.avi");
+    fs::remove(dir_ / "linked.avi");
+    fs::create_hard_link(dir_ / "square.avi", dir_ / "linked.avi");
     const std::tuple<const char*, int, const char*> cases[] = {
         // arguments, status, message
         {"missing.avi", 1, "input 'missing.avi' does not exist"},
         {"junk.avi", 1, "cannot decode 'junk.avi'"},
         {"empty.avi", 1, "holds no PNG, PGM, PPM or JPEG file"},
         {"none_%03d.png", 1, "no file matches 'none_%03d.png'"},
-        // Port 1 answers nobody: one retry, then the address by name.
-        {"http://127.0.0.1:1/cam.ts --reconnect 1", 1,
-         "cannot open 'http://127.0.0.1:1/cam.ts': no answer, or not a stream that can be decoded (2 attempts)"},
+        // An output that is the input itself would destroy it, whatever its name.
+        {"square.avi -o square.avi", 2, "--output: 'square.avi' is the input itself"},
+        {"square.avi --video-out ./linked.avi", 2, "--video-out: './linked.avi' is the input itself"},
         {"square.avi --roi 150,100,20,10", 2, "lies outside the 160x120 frame"},
         {"square.avi --roi 1,2,3", 2, "--roi"},
         {"square.avi --steps 1,-2", 2, "steps must be at least 1"},
@@ -321,6 +335,16 @@ TEST_F(NervaBlobs, BadInputGivesOneLineAndTheRightStatus)
         EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
         EXPECT_NE(r.err.find(message), std::string::npos) << r.err;
     }
+    EXPECT_EQ(fs::file_size(dir_ / "square.avi"), video_size) << "the input is left alone";
+
+    // Port 1 answers nobody: a line per attempt, then the address by name.
+    const Result live = run("http://127.0.0.1:1/cam.ts --reconnect 1");
+    EXPECT_EQ(live.status, 1);
+    for (const char* line : {"connecting to 'http://127.0.0.1:1/cam.ts' (attempt 1, next in 1 s)\n",
+                             "connecting to 'http://127.0.0.1:1/cam.ts' (attempt 2, the last)\n",
+                             "cannot open 'http://127.0.0.1:1/cam.ts': no answer, or not a stream that can be "
+                             "decoded (2 attempts)\n"})
+        EXPECT_NE(live.err.find(line), std::string::npos) << live.err;
 }
 
 TEST_F(NervaBlobs, AReaderThatHasGoneIsAnErrorNotACrash)

@@ -39,7 +39,9 @@ def run(client, *argv):
 
 
 def manifest(out):
-    return json.loads((out / "manifest.json").read_text())["inputs"]
+    """Entries by output name (the file keys them by resolved path)."""
+    entries = json.loads((out / "manifest.json").read_text())["inputs"]
+    return {e["output"][:-len(".jsonl")]: e for e in entries.values()}
 
 
 def assert_identical(nerva_blobs, videos, out):
@@ -81,15 +83,23 @@ def test_a_bad_input_fails_alone_and_chunks_of_masks_are_exact(client, videos, t
     assert entries["missing"]["status"] == "failed" and "does not exist" in entries["missing"]["reason"]
     assert not (out / "broken.jsonl").exists()
 
-    # Masks carry no background state, so chunked and whole runs agree.
+
+
+def test_masks_are_split_so_workers_stay_busy_and_the_pieces_join_exactly(nerva_blobs, client, tmp_path):
+    # Masks carry no background state: a long masks video is split on its
+    # own, and chunked runs agree with the program's whole run.
     import numpy as np
-    frames = [np.where(f > 150, 255, 0).astype(np.uint8) for f in walkers(45, seed=7)]
+    frames = [np.where(f > 150, 255, 0).astype(np.uint8) for f in walkers(400, seed=7)]
     write_video(tmp_path / "masks.avi", frames)
-    whole, chunked = tmp_path / "whole", tmp_path / "chunked"
-    assert run(client, tmp_path / "masks.avi", "--masks", "--output", whole) == 0
-    assert run(client, tmp_path / "masks.avi", "--masks", "--chunk", "10", "--warmup", "3", "--output", chunked) == 0
-    assert (chunked / "masks.jsonl").read_bytes() == (whole / "masks.jsonl").read_bytes()
-    assert manifest(chunked)["masks"]["frames"] == 45
+    expected = subprocess.run([nerva_blobs, str(tmp_path / "masks.avi"), "-q", "--masks", *OPTIONS], check=True,
+                              capture_output=True).stdout
+    auto, chunked = tmp_path / "auto", tmp_path / "chunked"
+    assert run(client, tmp_path / "masks.avi", "--masks", "--output", auto) == 0
+    assert manifest(auto)["masks"]["pieces"] == 2
+    assert (auto / "masks.jsonl").read_bytes() == expected
+    assert run(client, tmp_path / "masks.avi", "--masks", "--chunk", "90", "--warmup", "3", "--output", chunked) == 0
+    assert manifest(chunked)["masks"]["pieces"] == 5
+    assert (chunked / "masks.jsonl").read_bytes() == expected
 
 
 def test_a_worker_killed_mid_video_loses_nothing(nerva_blobs, client, videos, tmp_path):
@@ -113,8 +123,10 @@ def test_a_worker_killed_mid_video_loses_nothing(nerva_blobs, client, videos, tm
 
 
 @pytest.mark.parametrize("argv", [["--steps", "0,1"], ["--roi", "1,2,3"], ["--threshold", "300"],
-                                  ["--masks", "--background", "mog2"], ["--bogus"], []])
+                                  ["--masks", "--background", "mog2"], ["--bogus"], [],
+                                  ["--scheduler", ""]])
 def test_bad_command_lines_exit_2(tmp_path, argv):
     result = subprocess.run([sys.executable, "-m", "nerva.fleet", "x.avi", *argv,
                              *(["--output", str(tmp_path)] if argv else [])], capture_output=True, text=True)
-    assert result.returncode == 2 and "nerva-fleet: error:" in result.stderr
+    assert result.returncode == 2
+    assert "nerva-fleet: error:" in result.stderr

@@ -29,8 +29,9 @@ class OutputFolder:
     """Holds OUTPUT's lock from construction to close(); `entries` is the manifest it found."""
 
     def __init__(self, path: str):
-        self.path = path
-        private = os.path.join(path, PRIVATE)
+        # Absolute: workers may run in another folder.
+        self.path = os.path.abspath(path)
+        private = os.path.join(self.path, PRIVATE)
         try:
             os.makedirs(private, exist_ok=True)
             self._lock = open(os.path.join(private, "lock"), "a+")
@@ -62,7 +63,7 @@ class OutputFolder:
         except OSError as e:
             self.close()
             raise OutputError(f"cannot use '{path}' as the output folder: {e.strerror}") from None
-        self.manifest_path = os.path.join(path, MANIFEST)
+        self.manifest_path = os.path.join(self.path, MANIFEST)
         try:
             self.entries = self._load_manifest()
         except OutputError:

@@ -32,7 +32,11 @@ class Job:
     """An input of this run: its manifest key, metadata and pieces."""
 
     def __init__(self, item: Input, output: str):
+        from .video import is_live_source
         self.name, self.source = item
+        # Workers may run in another folder, or on another machine where the
+        # shared paths are the same but the client's folder is not.
+        self.where = item.source if is_live_source(item.source) else os.path.abspath(item.source)
         self.final = os.path.join(output, item.name + ".jsonl")
         self.identity = identity(item.source)
         self.info: dict = {}
@@ -198,7 +202,7 @@ def run_fleet(client, args: argparse.Namespace, folder: Optional[OutputFolder] =
     entries = folder.entries
     options = pipeline_options(args)
     recorded = dict(options, chunk=args.chunk, warmup=args.warmup if args.chunk else None)
-    jobs = [Job(item, args.output) for item in getattr(args, "expanded", None) or
+    jobs = [Job(item, folder.path) for item in getattr(args, "expanded", None) or
             expand_inputs(args.inputs, args.recursive)]
     report = Report(len(jobs), args.progress or sys.stderr.isatty())
     page = Page(folder, jobs)
@@ -229,7 +233,7 @@ def run_fleet(client, args: argparse.Namespace, folder: Optional[OutputFolder] =
             todo.append(job)
     page.update(finished, force=True)
 
-    probes = client.map(probe, [job.source for job in todo], key=[f"nerva-probe-{uuid.uuid4().hex}" for _ in todo],
+    probes = client.map(probe, [job.where for job in todo], key=[f"nerva-probe-{uuid.uuid4().hex}" for _ in todo],
                         pure=False)
     for job, future in zip(todo, probes):
         try:
@@ -252,7 +256,7 @@ def run_fleet(client, args: argparse.Namespace, folder: Optional[OutputFolder] =
         for p in job.pieces:
             frames = (p.stop if p.stop is not None else job.announced or 0) - p.start
             # Longest first: the last tasks to finish are then short ones.
-            future = client.submit(segment_piece, job.source, p.destination, folder.temporaries, options, p.start,
+            future = client.submit(segment_piece, job.where, p.destination, folder.temporaries, options, p.start,
                                    p.stop, p.warmup, key=f"nerva-{job.name}-{p.start}-{uuid.uuid4().hex}",
                                    pure=False, priority=frames)
             futures[future] = (job, p)

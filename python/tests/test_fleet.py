@@ -49,7 +49,7 @@ def assert_identical(nerva_blobs, videos, out):
         expected = subprocess.run([nerva_blobs, str(videos / f"cam{k}.avi"), "-q", *OPTIONS], check=True,
                                   capture_output=True).stdout
         assert (out / f"cam{k}.jsonl").read_bytes() == expected
-    assert not [n for n in os.listdir(out) if n.startswith(".")]  # no temporary left behind
+    assert not [n for _, _, files in os.walk(out / ".nerva-fleet") for n in files if n != "lock"]
 
 
 def test_the_command_line_matches_the_program_and_reruns_skip(nerva_blobs, client, videos, tmp_path):
@@ -110,7 +110,7 @@ def test_a_worker_killed_mid_video_loses_nothing(nerva_blobs, client, videos, tm
     def kill_a_busy_worker():  # as soon as a task is writing, kill the worker process running one
         for _ in range(30000):
             busy = [w for w, keys in client.processing().items() if keys and w in pids]
-            if busy and out.exists() and any(n.endswith(".tmp") for n in os.listdir(out)):
+            if busy and any(files for _, _, files in os.walk(out / ".nerva-fleet")):
                 return killed.append(psutil.Process(pids[busy[0]]).kill())
             time.sleep(0.002)
 

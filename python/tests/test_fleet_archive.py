@@ -59,7 +59,7 @@ def test_camera_folders_mirror_into_the_output_and_resume_however_typed(client, 
     assert set(statuses(out).values()) == {"skipped"}
 
     write_video(archive / "cams/cam2/day.avi", walkers(9, seed=5))  # a file replaced by another
-    assert run(client, "cams", "-o", out) == 0
+    assert run(client, "cams", "-o", out, "--progress") == 0
     assert statuses(out) == {"cam1/day.jsonl": "skipped", "cam2/day.jsonl": "done"}
     assert (out / "cam2/day.jsonl").read_text().count("\n") == 9
 
@@ -147,14 +147,15 @@ def test_a_scheduler_and_two_workers_started_as_documented_complete_a_run(nerva_
         port = s.getsockname()[1]
     address = f"tcp://127.0.0.1:{port}"
     command = [sys.executable, "-m", "nerva.fleet"]  # what the nerva-fleet script runs
-    quiet = dict(stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, cwd=archive)
+    env = dict(os.environ, PYTHONPATH=os.path.abspath(os.environ.get("PYTHONPATH", ".")))
+    quiet = dict(stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, cwd=archive, env=env)
     started = [subprocess.Popen([*command, "scheduler", "--host", "127.0.0.1", "--port", str(port)], **quiet)]
     try:
         started += [subprocess.Popen([*command, "worker", address], **quiet) for _ in range(2)]
         with distributed.Client(address, timeout=120) as c:
             c.wait_for_workers(2)
         result = subprocess.run([*command, "cams", "--output", "out", "--scheduler", address, *OPTIONS],
-                                capture_output=True, text=True, cwd=archive, timeout=300)
+                                capture_output=True, text=True, cwd=archive, env=env, timeout=300)
         assert result.returncode == 0, result.stderr
         for cam in ("cam1", "cam2"):
             expected = subprocess.run([nerva_blobs, str(archive / "cams" / cam / "day.avi"), "-q", *OPTIONS],

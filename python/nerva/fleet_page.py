@@ -7,12 +7,13 @@ import time
 from typing import Dict, List, Optional, Tuple
 
 _STYLE = """body{font:14px sans-serif;margin:1.5em;color:#222}table{border-collapse:collapse;margin:.5em 0 1.5em}
-td,th{padding:2px 10px;border-bottom:1px solid #ddd;text-align:right}td:first-child,th:first-child{text-align:left}
+td,th{padding:2px 10px;border-bottom:1px solid #ddd;text-align:right}
+td:first-child,th:first-child,td:last-child,th:last-child{text-align:left}
 .done{color:#176b17}.partial{color:#a66300}.failed{color:#b00}.skipped{color:#555}.waiting{color:#888}
 progress{width:24em}svg text{font:12px sans-serif}"""
 
 
-def _bars(title: str, values: List[Tuple[str, float]], unit: str) -> str:
+def _bars(title: str, values: List[Tuple[str, float]], form: str) -> str:
     """A horizontal bar chart as inline SVG."""
     if not values:
         return ""
@@ -24,8 +25,7 @@ def _bars(title: str, values: List[Tuple[str, float]], unit: str) -> str:
         y = 4 + k * row
         parts.append(f'<text x="0" y="{y + 14}">{html.escape(label)}</text>'
                      f'<rect x="160" y="{y}" width="{max(1.0, width * value / top):.1f}" height="{row - 6}" '
-                     f'fill="#4a7fb5"/><text x="{166 + width * value / top:.1f}" y="{y + 14}">{value:,.1f} {unit}'
-                     '</text>')
+                     f'fill="#4a7fb5"/><text x="{166 + width * value / top:.1f}" y="{y + 14}">{form.format(value)}</text>')
     parts.append("</svg>")
     return f"<h3>{html.escape(title)}</h3>" + "".join(parts)
 
@@ -69,6 +69,6 @@ def render(rows: List[dict], finished: bool, began: float, refresh: Optional[int
     plots = ""
     if cameras:
         plots = ("<h2>Per camera folder</h2>"
-                 + _bars("hours processed", [(c, h) for c, (h, _) in cameras], "h")
-                 + _bars("blobs per hour", [(c, b / h if h else 0.0) for c, (h, b) in cameras], ""))
+                 + _bars("hours processed", [(c, h) for c, (h, _) in cameras], "{:,.2f} h")
+                 + _bars("blobs per hour", [(c, b / h if h else 0.0) for c, (h, b) in cameras], "{:,.0f}"))
     return head + summary + "<h2>Inputs</h2>" + "".join(table) + plots + "</body></html>\n"

@@ -99,7 +99,7 @@ def parse_arguments(argv: Optional[List[str]]) -> argparse.Namespace:
     p.add_argument("--allow-partial", action="store_true",
                    help="exit 0 when files hold fewer frames than they announce (cut downloads)")
     p.add_argument("--chunk", type=_count(1), metavar="N",
-                   help="split videos into chunks of N frames (not exact with a background model: see README)")
+                   help="split videos into chunks of N frames (not exact with a background model: see docs/fleet.md)")
     p.add_argument("--warmup", type=_count(0), default=200, metavar="W",
                    help="with --chunk: frames read before each chunk to warm its background up (default 200)")
     p.add_argument("--progress", action="store_true", help="progress even when standard error is not a terminal")

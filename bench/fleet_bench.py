@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """nerva-fleet on this machine: frames per second over 10 videos of mixed
-lengths and codecs cut from vtest.avi with 1 and 2 local workers (the
-videos, then their foreground masks), the scheduling overhead per task, and
-how close chunked runs come to the whole-video run.
+lengths and codecs cut from vtest.avi with 1 and 2 local workers, the
+speed-up their lengths allow, the scheduling overhead per task, and how
+close chunked runs come to the whole-video run.
 
     PYTHONPATH=build/python /usr/bin/python3 bench/fleet_bench.py
 """
@@ -46,15 +46,14 @@ MIXED = [(100, "libx264", "mp4"), (400, "mpeg4", "avi"), (250, "libx264", "mp4")
 LONGEST = max(range(len(MIXED)), key=lambda k: MIXED[k][0])
 
 
-def make_videos(source, folder, masks=False):
-    """The mixed set, cut from `source` by ffmpeg; with `masks`, thresholded to foreground masks."""
+def make_videos(source, folder):
+    """The mixed set, cut from `source` by ffmpeg."""
     paths = []
     for k, (frames, codec, container) in enumerate(MIXED):
-        paths.append(os.path.join(folder, f"{'mask' if masks else 'cam'}{k}.{container}"))
-        picture = ["-vf", "format=gray,lut=y='if(gt(val,150),255,0)'", "-c:v", "mjpeg", "-q:v", "1"] if masks \
-            else ["-c:v", codec, *(["-q:v", "4"] if codec != "libx264" else ["-preset", "veryfast"])]
-        subprocess.run(["ffmpeg", "-v", "error", "-y", "-i", source, "-frames:v", str(frames), *picture, "-an",
-                        paths[-1]], check=True)
+        paths.append(os.path.join(folder, f"cam{k}.{container}"))
+        quality = ["-q:v", "4"] if codec != "libx264" else ["-preset", "veryfast"]
+        subprocess.run(["ffmpeg", "-v", "error", "-y", "-i", source, "-frames:v", str(frames), "-c:v", codec,
+                        *quality, "-an", paths[-1]], check=True)
     return paths
 
 
@@ -85,7 +84,7 @@ def main():
     args = p.parse_args()
     work = tempfile.mkdtemp(prefix="nerva-fleet-bench-")
     try:
-        videos, masks = make_videos(args.video, work), make_videos(args.video, work, masks=True)
+        videos = make_videos(args.video, work)
         out = os.path.join(work, "out")
         frames = sum(f for f, _, _ in MIXED)
         rates, loads = {}, {}
@@ -93,12 +92,11 @@ def main():
             c, client = cluster(workers)
             try:
                 client.submit(noop, -1).result()  # workers up
-                for kind, inputs, extra in (("videos", videos, ()), ("masks", masks, ("--masks",))):
-                    load = os.getloadavg()[0]
-                    rates[kind, workers] = frames / fleet_seconds(client, inputs, out, *extra)
-                    loads[kind, workers] = (load + os.getloadavg()[0]) / 2
-                    if workers == 1 and kind == "videos":
-                        allowed = bound(out, [os.path.splitext(os.path.basename(i))[0] for i in inputs])
+                load = os.getloadavg()[0]
+                rates[workers] = frames / fleet_seconds(client, videos, out)
+                loads[workers] = (load + os.getloadavg()[0]) / 2
+                if workers == 1:
+                    allowed = bound(out, [os.path.splitext(os.path.basename(i))[0] for i in videos])
                 if workers == 2:
                     start = time.perf_counter()
                     client.gather([client.submit(noop, i, pure=False) for i in range(1000)])
@@ -117,10 +115,10 @@ def main():
                 c.close()
         print(f"10 videos of {', '.join(str(f) for f, _, _ in MIXED)} frames ({frames}) cut from vtest.avi, "
               f"demo options {' '.join(OPTIONS)}\n")
-        print(f"| inputs | workers | frames/s | vs 1 worker | load average around the run ({os.cpu_count()} cores) |")
-        print("|---|---:|---:|---:|---:|")
-        for (kind, w), r in rates.items():
-            print(f"| {kind} | {w} | {r:.0f} | {r / rates[kind, 1]:.2f}x | {loads[kind, w]:.1f} |")
+        print(f"| workers | frames/s | vs 1 worker | load average around the run ({os.cpu_count()} cores) |")
+        print("|---:|---:|---:|---:|")
+        for w, r in rates.items():
+            print(f"| {w} | {r:.0f} | {r / rates[1]:.2f}x | {loads[w]:.1f} |")
         print(f"\nlongest first, the videos' own lengths allow 2 workers {allowed:.2f}x one")
         print(f"\nscheduling overhead: {overhead * 1e3:.2f} ms per task (1000 no-op tasks, 2 workers)\n")
         print("| chunk | warm-up | frames | frames with identical blobs |")

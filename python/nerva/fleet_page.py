@@ -36,7 +36,7 @@ def _per_camera(rows: List[dict]) -> Dict[str, Tuple[float, int]]:
     for r in rows:
         if r["state"] not in ("done", "partial", "skipped") or not r.get("frame_rate"):
             continue  # image sequences have no duration
-        folder = r["name"].rpartition("/")[0] or "."
+        folder = r["name"].rpartition("/")[0] or "(top)"
         hours, blobs = cameras.get(folder, (0.0, 0))
         cameras[folder] = (hours + r["frames"] / r["frame_rate"] / 3600, blobs + r.get("blobs", 0))
     return cameras

@@ -25,7 +25,8 @@ def _bars(title: str, values: List[Tuple[str, float]], form: str) -> str:
         y = 4 + k * row
         parts.append(f'<text x="0" y="{y + 14}">{html.escape(label)}</text>'
                      f'<rect x="160" y="{y}" width="{max(1.0, width * value / top):.1f}" height="{row - 6}" '
-                     f'fill="#4a7fb5"/><text x="{166 + width * value / top:.1f}" y="{y + 14}">{form.format(value)}</text>')
+                     f'fill="#4a7fb5"/><text x="{166 + width * value / top:.1f}" y="{y + 14}">'
+                     f'{form.format(value)}</text>')
     parts.append("</svg>")
     return f"<h3>{html.escape(title)}</h3>" + "".join(parts)
 

@@ -1,9 +1,10 @@
 #!/usr/bin/python3
-"""nerva-fleet on this machine: frames per second over copies of vtest.avi
-with 1 and 2 local workers, the scheduling overhead per task, and how close
-chunked runs come to the whole-video run.
+"""nerva-fleet on this machine: frames per second over 10 videos of mixed
+lengths and codecs cut from vtest.avi with 1 and 2 local workers, the
+speed-up their lengths allow, the scheduling overhead per task, and how
+close chunked runs come to the whole-video run.
 
-    PYTHONPATH=build/python /usr/bin/python3 bench/fleet_bench.py [--copies 8]
+    PYTHONPATH=build/python /usr/bin/python3 bench/fleet_bench.py
 """
 
 import argparse
@@ -11,6 +12,7 @@ import json
 import logging
 import os
 import shutil
+import subprocess
 import tempfile
 import time
 
@@ -36,6 +38,37 @@ def fleet_seconds(client, inputs, out, *extra):
     return time.perf_counter() - start
 
 
+# (frames, codec, container) per video: long ones, short ones, three codecs,
+# the longest named last, so that taken in name order it would finish last.
+MIXED = [(100, "libx264", "mp4"), (400, "mpeg4", "avi"), (250, "libx264", "mp4"), (700, "libx264", "mp4"),
+         (150, "mjpeg", "avi"), (500, "libx264", "mp4"), (200, "mpeg4", "avi"), (600, "mjpeg", "avi"),
+         (300, "mjpeg", "avi"), (795, "mpeg4", "avi")]
+LONGEST = max(range(len(MIXED)), key=lambda k: MIXED[k][0])
+
+
+def make_videos(source, folder):
+    """The mixed set, cut from `source` by ffmpeg."""
+    paths = []
+    for k, (frames, codec, container) in enumerate(MIXED):
+        paths.append(os.path.join(folder, f"cam{k}.{container}"))
+        quality = ["-q:v", "4"] if codec != "libx264" else ["-preset", "veryfast"]
+        subprocess.run(["ffmpeg", "-v", "error", "-y", "-i", source, "-frames:v", str(frames), "-c:v", codec,
+                        *quality, "-an", paths[-1]], check=True)
+    return paths
+
+
+def bound(out, names):
+    """The 2-worker speed-up the inputs' own lengths allow: their seconds on
+    one worker, sent longest first to two workers, against their sum."""
+    with open(os.path.join(out, "manifest.json")) as f:
+        entries = {e["output"]: e for e in json.load(f)["inputs"].values()}
+    seconds = sorted((entries[n + ".jsonl"]["seconds"] for n in names), reverse=True)
+    loads = [0.0, 0.0]
+    for s in seconds:
+        loads[loads.index(min(loads))] += s
+    return sum(seconds) / max(loads)
+
+
 def noop(i):
     return i
 
@@ -47,45 +80,46 @@ def lines(path):
 
 def main():
     p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    p.add_argument("--copies", type=int, default=8)
     p.add_argument("--video", default=VTEST)
     args = p.parse_args()
     work = tempfile.mkdtemp(prefix="nerva-fleet-bench-")
     try:
-        inputs = []
-        for k in range(args.copies):
-            inputs.append(os.path.join(work, f"vtest{k}.avi"))
-            shutil.copy(args.video, inputs[-1])
+        videos = make_videos(args.video, work)
         out = os.path.join(work, "out")
-        frames = 795 * args.copies
+        frames = sum(f for f, _, _ in MIXED)
         rates, loads = {}, {}
         for workers in (1, 2):
             c, client = cluster(workers)
             try:
                 client.submit(noop, -1).result()  # workers up
                 load = os.getloadavg()[0]
-                rates[workers] = frames / fleet_seconds(client, inputs, out)
+                rates[workers] = frames / fleet_seconds(client, videos, out)
                 loads[workers] = (load + os.getloadavg()[0]) / 2
+                if workers == 1:
+                    allowed = bound(out, [os.path.splitext(os.path.basename(i))[0] for i in videos])
                 if workers == 2:
                     start = time.perf_counter()
                     client.gather([client.submit(noop, i, pure=False) for i in range(1000)])
                     overhead = (time.perf_counter() - start) / 1000
-                    whole = lines(os.path.join(out, "vtest0.jsonl"))
+                    whole = lines(os.path.join(out, f"cam{LONGEST}.jsonl"))
                     fidelity = []
                     for chunk, warmup in ((200, 0), (200, 50), (200, 100), (200, 200)):
                         chunked = os.path.join(work, f"chunk{chunk}-{warmup}")
-                        fleet_seconds(client, inputs[:1], chunked, "--chunk", str(chunk), "--warmup", str(warmup))
-                        got = lines(os.path.join(chunked, "vtest0.jsonl"))
+                        fleet_seconds(client, videos[LONGEST:LONGEST + 1], chunked, "--chunk", str(chunk),
+                                      "--warmup", str(warmup))
+                        got = lines(os.path.join(chunked, f"cam{LONGEST}.jsonl"))
                         same = sum(a == b for a, b in zip(got, whole)) / len(whole)
                         fidelity.append((chunk, warmup, len(got), same))
             finally:
                 client.close()
                 c.close()
-        print(f"{args.copies} copies of vtest.avi ({frames} frames), demo options {' '.join(OPTIONS)}\n")
+        print(f"10 videos of {', '.join(str(f) for f, _, _ in MIXED)} frames ({frames}) cut from vtest.avi, "
+              f"demo options {' '.join(OPTIONS)}\n")
         print(f"| workers | frames/s | vs 1 worker | load average around the run ({os.cpu_count()} cores) |")
         print("|---:|---:|---:|---:|")
         for w, r in rates.items():
             print(f"| {w} | {r:.0f} | {r / rates[1]:.2f}x | {loads[w]:.1f} |")
+        print(f"\nlongest first, the videos' own lengths allow 2 workers {allowed:.2f}x one")
         print(f"\nscheduling overhead: {overhead * 1e3:.2f} ms per task (1000 no-op tasks, 2 workers)\n")
         print("| chunk | warm-up | frames | frames with identical blobs |")
         print("|---:|---:|---:|---:|")

@@ -29,8 +29,9 @@ packages=(
   python3-distributed       # nerva-fleet: the Dask scheduler, workers and client
   python3-psutil            # nerva-fleet tests: killing a worker mid-run
   python3-pytest            # the Python tests
+  chromium chromium-driver python3-selenium   # nerva-fleet tests: its progress page in a headless browser
   python3-setuptools python3-pip python3-venv python3-wheel   # pip install . (offline, no build isolation)
-  ffmpeg                    # nerva-blobs tests: serve a live stream on the loopback address
+  ffmpeg                    # nerva-blobs tests: serve a live stream on the loopback address; nerva-fleet: codec names and recording start times (ffprobe); bench/fleet_bench.py: cuts its videos
   opencv-doc                # README test: vtest.avi, the video the README's commands run on
   jq                        # README test: the README's JSON Lines examples
 )

@@ -1,35 +1,42 @@
 """nerva-fleet: nerva-blobs over many videos on a Dask cluster.
 
-One task per input (a video, an image pattern or a folder of images or
-masks), each writing OUTPUT/<name>.jsonl in nerva-blobs' JSON Lines format,
-atomically: the lines go to a hidden temporary file renamed into place once
-the input is complete, so an interrupted run never leaves a partial output
-that looks finished. OUTPUT/manifest.json records per input its status,
-frames, blobs per frame, time and options; a re-run skips the inputs already
-done with the same options (--force redoes them).
+Every video and image sequence of the inputs (folders walked, sub-folders
+included) writes OUTPUT/<path>.jsonl, its path mirroring the input's under
+the folder given, in nerva-blobs' JSON Lines format, atomically: nothing
+appears at that name before the input is complete. OUTPUT/manifest.json
+records per input its status, frames, blobs, metadata and options, keyed by
+its resolved path; a re-run skips the inputs already done from the same
+file with the same options (--force redoes them). OUTPUT/index.html shows
+progress and results. One run at a time per output folder.
 
 By default an embedded local cluster runs one single-threaded worker process
 per core; --scheduler ADDRESS uses an existing cluster instead (the inputs and
 OUTPUT must then be the same paths on every worker, e.g. a shared file
-system, and nerva installed on each). A worker that dies mid-input loses
-nothing: the scheduler reruns the task elsewhere.
+system; `nerva-fleet scheduler` and `nerva-fleet worker ADDRESS` start one).
+A worker that dies mid-input loses nothing: the scheduler reruns the task
+elsewhere.
 
-Exit status: 0 when every input is done, 1 when any failed, 2 for a bad
-command line.
+Exit status: 0 when every input is done, 1 when any failed or is partial
+(without --allow-partial) or the manifest could not be written, 2 when
+nothing ran: a bad command line, a folder without inputs, an output folder
+that cannot be used or is in use, an unreachable scheduler.
 """
 
 import argparse
-import json
 import os
+import socket
 import sys
-import time
-import uuid
-from typing import Dict, List, Optional, Tuple
+from typing import List, Optional, Tuple
 
 from . import _nerva
-from .fleet_task import segment_piece, write_atomically
+from .fleet_inputs import InputsError, expand_inputs
+from .fleet_output import OutputError, OutputFolder
+from .fleet_run import run_fleet
 
-MANIFEST = "manifest.json"
+__all__ = ["main", "parse_arguments", "pipeline_options", "run_fleet"]
+
+# ---- the command line ----
+
 _EXAMPLES = """examples:
   nerva-fleet videos/ -o results/
       every video of a folder, one worker process per core
@@ -41,54 +48,6 @@ _EXAMPLES = """examples:
       one long video split over the workers
   nerva-fleet videos/ --scheduler tcp://10.0.0.5:8786 -o /shared/results/
       an existing Dask cluster (inputs and output on a shared file system)"""
-VIDEO_SUFFIXES = (".avi", ".mp4", ".mkv", ".mov", ".m4v", ".mpg", ".mpeg", ".webm", ".wmv", ".flv", ".ts")
-
-
-# ---- inputs, options and the manifest (client side) ----
-
-def _is_video_name(path: str) -> bool:
-    return os.path.splitext(path)[1].lower() in VIDEO_SUFFIXES
-
-
-def expand_inputs(paths: List[str]) -> List[Tuple[str, str]]:
-    """(name, source) per task. A folder holding images is one image sequence;
-    any other folder gives its videos and its sub-folders of images."""
-    from .video import is_image_name
-
-    def holds_images(folder):
-        return any(is_image_name(e.name) for e in os.scandir(folder) if e.is_file())
-
-    sources = []
-    for path in paths:
-        if os.path.isdir(path) and not holds_images(path):
-            for entry in sorted(os.scandir(path), key=lambda e: e.name):
-                if entry.is_file() and _is_video_name(entry.name):
-                    sources.append(entry.path)
-                elif entry.is_dir() and holds_images(entry.path):
-                    sources.append(entry.path)
-        else:
-            sources.append(path)  # missing or unreadable inputs fail as tasks, with their reason
-    named = []
-    for source in sources:
-        base = os.path.basename(os.path.normpath(source.split("%")[0] if "%" in source else source))
-        name = os.path.splitext(base)[0] if not os.path.isdir(source) else base
-        named.append((name or "input", source))
-    return named
-
-
-def load_manifest(path: str) -> Dict[str, dict]:
-    try:
-        with open(path) as f:
-            return json.load(f).get("inputs", {})
-    except FileNotFoundError:
-        return {}
-    except (OSError, ValueError) as e:
-        raise SystemExit(f"nerva-fleet: cannot read the manifest '{path}': {e}")
-
-
-def save_manifest(path: str, entries: Dict[str, dict]) -> None:
-    write_atomically(path, lambda f: json.dump({"inputs": entries}, f, indent=1, sort_keys=True))
-
 
 def _integers(count: int):
     def parse(text: str) -> Tuple[int, ...]:
@@ -166,6 +125,12 @@ def _unknown_options(p: argparse.ArgumentParser, extras: List[str]) -> None:
         p.error(f"unknown option {typed}{hint}" if typed.startswith("-") else f"unexpected argument '{extra}'")
 
 
+def _address(text: str) -> str:
+    if not text.strip():
+        raise argparse.ArgumentTypeError("an empty address (leave --scheduler out for a local cluster)")
+    return text
+
+
 def parse_arguments(argv: Optional[List[str]]) -> argparse.Namespace:
     presets = "\n".join(f"  {p['name']}: {p['meaning']}" for p in _nerva.presets())
     p = argparse.ArgumentParser(prog="nerva-fleet", description=__doc__.split("\n\n")[0],
@@ -175,11 +140,16 @@ def parse_arguments(argv: Optional[List[str]]) -> argparse.Namespace:
     p.add_argument("inputs", nargs="+", metavar="INPUT",
                    help="videos, image patterns (frames/img_%%04d.png), folders of images, or folders of videos")
     p.add_argument("-o", "--output", required=True, metavar="DIR", help="folder for <name>.jsonl and manifest.json")
-    p.add_argument("--scheduler", metavar="ADDRESS", help="an existing Dask scheduler, e.g. tcp://10.0.0.5:8786")
+    p.add_argument("--scheduler", type=_address, metavar="ADDRESS",
+                   help="an existing Dask scheduler, e.g. tcp://10.0.0.5:8786")
     p.add_argument("--workers", type=_count(1), help="local cluster: worker processes (default: one per core)")
     p.add_argument("--force", action="store_true", help="redo inputs the manifest lists as done")
+    p.add_argument("--recursive", action=argparse.BooleanOptionalAction, default=True,
+                   help="walk the sub-folders of folders given (default: yes)")
+    p.add_argument("--allow-partial", action="store_true",
+                   help="exit 0 when files hold fewer frames than they announce (cut downloads)")
     p.add_argument("--chunk", type=_count(1), metavar="N",
-                   help="split videos into chunks of N frames (not exact with a background model: see README)")
+                   help="split videos into chunks of N frames (not exact with a background model: see docs/fleet.md)")
     p.add_argument("--warmup", type=_count(0), default=200, metavar="W",
                    help="with --chunk: frames read before each chunk to warm its background up (default 200)")
     p.add_argument("--progress", action="store_true", help="progress even when standard error is not a terminal")
@@ -191,10 +161,10 @@ def parse_arguments(argv: Optional[List[str]]) -> argparse.Namespace:
     wrong = _nerva.check_options(pipeline_options(args), "flags")
     if wrong:
         p.error(wrong)
-    names = [name for name, _ in expand_inputs(args.inputs)]
-    twice = sorted({n for n in names if names.count(n) > 1})
-    if twice:
-        p.error("several inputs would write " + ", ".join(f"{n}.jsonl" for n in twice))
+    try:
+        args.expanded = expand_inputs(args.inputs, args.recursive)
+    except InputsError as e:
+        p.error(str(e))
     return args
 
 
@@ -208,184 +178,71 @@ def pipeline_options(args: argparse.Namespace) -> dict:
                 min_side=args.min_side, min_pixels=min_pixels)
 
 
-# ---- the run ----
-
-class Report:
-    """Progress line and failures on standard error as they happen; summary at the end."""
-
-    def __init__(self, total: int, live: bool):
-        self.total, self.live, self.done, self.frames = total, live, 0, 0
-        self.began = time.perf_counter()
-
-    def piece_done(self, frames: int) -> None:
-        """Frames of a finished task (a whole input or a chunk)."""
-        self.frames += frames
-        self._show()
-
-    def finished(self, name: str, entry: dict) -> None:
-        self.done += 1
-        if entry["status"] == "failed":
-            self._clear()
-            print(f"nerva-fleet: {name}: failed: {entry['reason']}", file=sys.stderr, flush=True)
-        self._show()
-
-    def _show(self) -> None:
-        if self.live:
-            fps = self.frames / max(time.perf_counter() - self.began, 1e-9)
-            print(f"\r{self.done}/{self.total} inputs, {fps:.0f} frames/s over the cluster ",
-                  end="", file=sys.stderr, flush=True)
-
-    def _clear(self) -> None:
-        if self.live:
-            print("\r\033[K", end="", file=sys.stderr)
-
-    def summary(self, entries: Dict[str, dict], names: List[str]) -> None:
-        self._clear()
-        rows = [("input", "status", "frames", "blobs/frame", "max", "seconds", "fps")]
-        for name in names:
-            e = entries[name]
-            if e["status"] == "failed":
-                rows.append((name, "failed", "", "", "", "", ""))
-            else:
-                rows.append((name, e["status"], str(e["frames"]), f"{e['blobs_per_frame_mean']:.2f}",
-                             str(e["blobs_per_frame_max"]), f"{e['seconds']:.1f}", f"{e['fps']:.0f}"))
-        widths = [max(len(r[i]) for r in rows) for i in range(len(rows[0]))]
-        for r in rows:
-            print("  ".join(c.ljust(w) if i < 2 else c.rjust(w) for i, (c, w) in enumerate(zip(r, widths))),
-                  file=sys.stderr)
-        for name in names:
-            if entries[name]["status"] == "failed":
-                print(f"{name}: {entries[name]['reason']}", file=sys.stderr)
-        elapsed = time.perf_counter() - self.began
-        print(f"{self.frames} frames in {elapsed:.1f} s: {self.frames / max(elapsed, 1e-9):.0f} frames/s",
-              file=sys.stderr)
-
-
-def _pieces(source: str, output: str, name: str, chunk: Optional[int], warmup: int) -> List[Tuple[str, int, Optional[int], int]]:
-    """(destination, start, stop, warmup) per task: one piece, or chunks of a video of known length."""
-    from .video import InputError, frame_count
-    final = os.path.join(output, f"{name}.jsonl")
-    try:
-        count = frame_count(source) if chunk else -1
-    except (InputError, ValueError, OSError):
-        count = -1  # the task reports why
-    if not chunk or count <= chunk:
-        return [(final, 0, None, 0)]
-    starts = list(range(0, count, chunk))
-    return [(os.path.join(output, f".{name}.part{k:05d}.jsonl"), s, s + chunk if k < len(starts) - 1 else None,
-             warmup) for k, s in enumerate(starts)]
-
-
-def _join_parts(parts: List[str], destination: str) -> None:
-    def write(f):
-        for part in parts:
-            with open(part) as p:
-                f.write(p.read())
-    write_atomically(destination, write)
-    for part in parts:
-        os.unlink(part)
-
-
-def run_fleet(client, args: argparse.Namespace) -> int:
-    """Runs every input of `args` on the cluster behind `client`; returns the exit status."""
-    from distributed import as_completed
-
-    os.makedirs(args.output, exist_ok=True)
-    manifest_path = os.path.join(args.output, MANIFEST)
-    entries = load_manifest(manifest_path)
-    options = pipeline_options(args)
-    recorded = dict(options, chunk=args.chunk, warmup=args.warmup if args.chunk else None)
-    inputs = expand_inputs(args.inputs)
-    report = Report(len(inputs), args.progress or sys.stderr.isatty())
-
-    futures, pieces_of, results = {}, {}, {}
-    for name, source in inputs:
-        old = entries.get(name)
-        if (not args.force and old and old["status"] in ("done", "skipped") and old.get("options") == recorded
-                and old.get("input") == source and os.path.exists(os.path.join(args.output, f"{name}.jsonl"))):
-            entries[name] = dict(old, status="skipped")
-            report.finished(name, entries[name])
-            continue
-        pieces = _pieces(source, args.output, name, args.chunk, args.warmup)
-        pieces_of[name] = (source, pieces)
-        results[name] = []
-        for destination, start, stop, warmup in pieces:
-            future = client.submit(segment_piece, source, destination, options, start, stop, warmup,
-                                   key=f"nerva-{name}-{start}-{uuid.uuid4().hex}", pure=False)
-            futures[future] = name
-
-    for future in as_completed(list(futures)):
-        name = futures[future]
-        try:
-            result = future.result()
-        except Exception as e:  # the cluster gave up on the task (e.g. it killed too many workers)
-            result = {"error": f"{type(e).__name__}: {e}"}
-        results[name].append(result)
-        report.piece_done(result.get("frames", 0))
-        source, pieces = pieces_of[name]
-        if len(results[name]) < len(pieces):
-            continue
-        errors = [r["error"] for r in results[name] if "error" in r]
-        if errors:
-            entry = {"status": "failed", "reason": errors[0]}
-        else:
-            if len(pieces) > 1:
-                _join_parts([p[0] for p in pieces], os.path.join(args.output, f"{name}.jsonl"))
-            frames = sum(r["frames"] for r in results[name])
-            seconds = sum(r["seconds"] for r in results[name])
-            entry = {"status": "done", "frames": frames,
-                     "blobs_per_frame_mean": sum(r["blobs"] for r in results[name]) / max(frames, 1),
-                     "blobs_per_frame_max": max(r["max_blobs"] for r in results[name]),
-                     "seconds": seconds, "fps": frames / seconds if seconds > 0 else 0.0}
-        entries[name] = dict(entry, input=source, output=f"{name}.jsonl", options=recorded)
-        save_manifest(manifest_path, entries)
-        report.finished(name, entries[name])
-
-    save_manifest(manifest_path, entries)
-    _remove_leftovers(args.output, [name for name, _ in inputs])
-    if not args.quiet:
-        report.summary(entries, [name for name, _ in inputs])
-    return 1 if any(entries[name]["status"] == "failed" for name, _ in inputs) else 0
-
-
-def _remove_leftovers(output: str, names: List[str]) -> None:
-    """Temporaries of attempts that died with their worker, and parts of failed chunked inputs."""
-    prefixes = tuple(f".{name}." for name in names)
-    for entry in os.scandir(output):
-        if entry.name.startswith(prefixes) and entry.name.endswith((".tmp", ".jsonl")):
-            try:
-                os.unlink(entry.path)
-            except FileNotFoundError:
-                pass
+def _check_reachable(address: str) -> None:
+    """Refused connections fail at once, where Dask would retry them for its whole connect timeout."""
+    from distributed.comm import parse_address, parse_host_port
+    scheme, location = parse_address(address)  # ValueError for what is no address
+    if scheme in ("tcp", "tls"):
+        with socket.create_connection(parse_host_port(location), timeout=10):
+            pass
 
 
 def connect(args: argparse.Namespace):
     import logging
 
     from distributed import Client, LocalCluster
-    if args.scheduler:
+    if args.scheduler is not None:
+        _check_reachable(args.scheduler)
         return Client(args.scheduler), None
     cluster = LocalCluster(n_workers=args.workers or os.cpu_count() or 1, threads_per_worker=1, processes=True,
                            dashboard_address=None, silence_logs=logging.ERROR)
     return Client(cluster), cluster
 
 
+def _dask(command: str, argv: List[str]) -> int:
+    """`nerva-fleet scheduler|worker ...`: Dask's own scheduler or worker
+    command run by this interpreter, so that workers import this nerva (a
+    virtual environment's included), where a `dask` found on PATH may run
+    another interpreter that has none."""
+    module = {"scheduler": "distributed.cli.dask_scheduler", "worker": "distributed.cli.dask_worker"}[command]
+    if command == "worker" and not any(a.startswith("--nthreads") for a in argv):
+        # The segmenter releases the GIL but the pipeline's Python glue does
+        # not: processes, not threads, make a worker machine's cores work.
+        argv = [*argv, "--nthreads", "1"]
+    os.execv(sys.executable, [sys.executable, "-m", module, *argv])
+    return 2  # not reached
+
+
 def main(argv: Optional[List[str]] = None) -> int:
+    argv = sys.argv[1:] if argv is None else argv
+    if argv and argv[0] in ("scheduler", "worker"):
+        return _dask(argv[0], argv[1:])
     args = parse_arguments(argv)
     try:
-        client, cluster = connect(args)
-    except OSError as e:
-        print(f"nerva-fleet: cannot reach the scheduler {args.scheduler}: {e}", file=sys.stderr)
-        return 1
+        folder = OutputFolder(args.output)
+    except OutputError as e:
+        print(f"nerva-fleet: {e}", file=sys.stderr)
+        return 2
     try:
-        return run_fleet(client, args)
-    except KeyboardInterrupt:
-        print("\nnerva-fleet: interrupted; finished inputs are kept, a re-run resumes", file=sys.stderr)
-        return 1
+        try:
+            client, cluster = connect(args)
+        except (OSError, ValueError) as e:
+            print(f"nerva-fleet: cannot reach the scheduler '{args.scheduler}': {e}", file=sys.stderr)
+            return 2
+        try:
+            return run_fleet(client, args, folder)
+        except OutputError as e:
+            print(f"nerva-fleet: {e}", file=sys.stderr)
+            return 2
+        except KeyboardInterrupt:
+            print("\nnerva-fleet: interrupted; finished inputs are kept, a re-run resumes", file=sys.stderr)
+            return 1
+        finally:
+            client.close()
+            if cluster is not None:
+                cluster.close()
     finally:
-        client.close()
-        if cluster is not None:
-            cluster.close()
+        folder.close()
 
 
 if __name__ == "__main__":

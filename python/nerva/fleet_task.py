@@ -1,7 +1,11 @@
-"""The work of one nerva-fleet task, run on a worker: part of an input
-segmented into a JSON Lines file that appears only once complete."""
+"""The work of nerva-fleet's tasks, run on the workers: what an input is
+(probe), and part of an input segmented into a JSON Lines file that appears
+only once complete (segment_piece)."""
 
+import datetime
+import json
 import os
+import subprocess
 import tempfile
 import time
 from typing import List, Optional
@@ -10,10 +14,10 @@ _UMASK = os.umask(0)
 os.umask(_UMASK)
 
 
-def write_atomically(path: str, write) -> None:
-    """Calls write(file) on a hidden temporary beside `path`, then renames it into place."""
-    folder, name = os.path.split(path)
-    fd, temporary = tempfile.mkstemp(prefix=f".{name}.", suffix=".tmp", dir=folder or ".")
+def write_atomically(path: str, write, temporaries: str) -> None:
+    """Calls write(file) on a temporary in the folder `temporaries` (on the
+    same file system as `path`), then renames it into place."""
+    fd, temporary = tempfile.mkstemp(prefix=os.path.basename(path) + ".", dir=temporaries)
     try:
         os.chmod(temporary, 0o666 & ~_UMASK)  # as open() would have made it
         with os.fdopen(fd, "w") as f:
@@ -45,13 +49,15 @@ def _keep_frame_buffers() -> None:
     libc.mallopt(M_TRIM_THRESHOLD, 256 << 20)
 
 
-def segment_piece(source: str, destination: str, options: dict, start: int = 0, stop: Optional[int] = None,
-                  warmup: int = 0) -> dict:
+def segment_piece(source: str, destination: str, temporaries: str, options: dict, start: int = 0,
+                  stop: Optional[int] = None, warmup: int = 0) -> dict:
     """Frames start..stop of `source` (stop excluded, None: to the end) as JSON lines in `destination`.
 
     Reading begins `warmup` frames earlier so the background has learned the
     scene by frame `start`; those frames are not written. Returns the piece's
-    statistics, or {"error": reason} for an input that cannot be processed.
+    statistics (with the stream times of its first and last frames, which
+    tell whether pieces join exactly), or {"error": reason} for an input that
+    cannot be processed.
     """
     import cv2
 
@@ -63,6 +69,7 @@ def segment_piece(source: str, destination: str, options: dict, start: int = 0, 
     _keep_frame_buffers()
     began = time.perf_counter()
     counts: List[int] = []
+    times: dict = {}
 
     def write(f):
         for index, _, blobs, seconds in blobs_in_video(source, start=max(0, start - warmup), stop=stop,
@@ -70,10 +77,71 @@ def segment_piece(source: str, destination: str, options: dict, start: int = 0, 
             if index >= start:
                 f.write(json_line(index, blobs, seconds))
                 counts.append(len(blobs))
+                times.setdefault("first_time", seconds)
+                times["last_time"] = seconds
 
     try:
-        write_atomically(destination, write)
+        write_atomically(destination, write, temporaries)
     except (InputError, ValueError, OSError, cv2.error) as e:
         return {"error": str(e).strip() or type(e).__name__}
+    # Per-video counts of other kinds (tracks, crossings) join these fields.
     return {"frames": len(counts), "blobs": sum(counts), "max_blobs": max(counts, default=0),
-            "seconds": time.perf_counter() - began}
+            "seconds": time.perf_counter() - began, **times}
+
+
+def probe(source: str) -> dict:
+    """What the input is, as far as it can be known before decoding it: size,
+    codec, frame rate, announced frames, duration and start time. Missing
+    fields are unknown; an input that cannot be opened gives {} (its task
+    says why)."""
+    import cv2
+
+    from .fleet_inputs import sequence_files
+    from .video import _cv2
+
+    _cv2()  # FFmpeg's chatter off
+    files = sequence_files(source)
+    if files is not None:
+        first = cv2.imread(files[0], cv2.IMREAD_UNCHANGED)
+        info = {"codec": "image files", "announced_frames": len(files)}
+        if first is not None:
+            info.update(width=int(first.shape[1]), height=int(first.shape[0]))
+        return dict(info, **_start_time(files[0], None))
+    capture = cv2.VideoCapture(source, cv2.CAP_FFMPEG)
+    if not capture.isOpened():
+        return {}
+    try:
+        fps = capture.get(cv2.CAP_PROP_FPS)
+        count = int(capture.get(cv2.CAP_PROP_FRAME_COUNT))
+        fourcc = int(capture.get(cv2.CAP_PROP_FOURCC))
+        info = {"width": int(capture.get(cv2.CAP_PROP_FRAME_WIDTH)),
+                "height": int(capture.get(cv2.CAP_PROP_FRAME_HEIGHT)),
+                "frame_rate": fps if fps > 0 else None, "announced_frames": count if count > 0 else None,
+                "duration": count / fps if count > 0 and fps > 0 else None}
+    finally:
+        capture.release()
+    container = _container_tags(source)
+    info["codec"] = container.get("codec") or "".join(chr((fourcc >> 8 * k) & 0xFF) for k in range(4)).strip()
+    return dict(info, **_start_time(source, container.get("creation_time")))
+
+
+def _container_tags(source: str) -> dict:
+    """The codec's name and the recording's creation time, from ffprobe when it is installed."""
+    try:
+        out = subprocess.run(["ffprobe", "-v", "quiet", "-of", "json", "-select_streams", "v:0",
+                              "-show_entries", "stream=codec_name:format_tags=creation_time", source],
+                             capture_output=True, text=True, timeout=60).stdout
+        data = json.loads(out or "{}")
+    except (OSError, ValueError, subprocess.TimeoutExpired):
+        return {}
+    streams = data.get("streams") or [{}]
+    return {"codec": streams[0].get("codec_name"),
+            "creation_time": (data.get("format") or {}).get("tags", {}).get("creation_time")}
+
+
+def _start_time(path: str, creation_time: Optional[str]) -> dict:
+    if creation_time:
+        return {"start_time": creation_time, "start_time_from": "container"}
+    mtime = os.stat(path).st_mtime
+    stamp = datetime.datetime.fromtimestamp(mtime, datetime.timezone.utc).isoformat().replace("+00:00", "Z")
+    return {"start_time": stamp, "start_time_from": "file modification time"}

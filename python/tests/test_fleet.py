@@ -39,7 +39,9 @@ def run(client, *argv):
 
 
 def manifest(out):
-    return json.loads((out / "manifest.json").read_text())["inputs"]
+    """Entries by output name (the file keys them by resolved path)."""
+    entries = json.loads((out / "manifest.json").read_text())["inputs"]
+    return {e["output"][:-len(".jsonl")]: e for e in entries.values()}
 
 
 def assert_identical(nerva_blobs, videos, out):
@@ -47,7 +49,7 @@ def assert_identical(nerva_blobs, videos, out):
         expected = subprocess.run([nerva_blobs, str(videos / f"cam{k}.avi"), "-q", *OPTIONS], check=True,
                                   capture_output=True).stdout
         assert (out / f"cam{k}.jsonl").read_bytes() == expected
-    assert not [n for n in os.listdir(out) if n.startswith(".")]  # no temporary left behind
+    assert not [n for _, _, files in os.walk(out / ".nerva-fleet") for n in files if n != "lock"]
 
 
 def test_the_command_line_matches_the_program_and_reruns_skip(nerva_blobs, client, videos, tmp_path):
@@ -71,7 +73,7 @@ def test_the_command_line_matches_the_program_and_reruns_skip(nerva_blobs, clien
     assert manifest(out)["cam0"]["status"] == "done"
 
 
-def test_a_bad_input_fails_alone_and_chunks_of_masks_are_exact(client, videos, tmp_path):
+def test_a_bad_input_fails_alone(client, videos, tmp_path):
     (tmp_path / "broken.avi").write_bytes(b"\x00garbage" * 500)
     out = tmp_path / "out"
     assert run(client, videos / "cam0.avi", tmp_path / "broken.avi", tmp_path / "missing.avi", "--output", out) == 1
@@ -81,15 +83,22 @@ def test_a_bad_input_fails_alone_and_chunks_of_masks_are_exact(client, videos, t
     assert entries["missing"]["status"] == "failed" and "does not exist" in entries["missing"]["reason"]
     assert not (out / "broken.jsonl").exists()
 
-    # Masks carry no background state, so chunked and whole runs agree.
+
+def test_masks_are_split_so_workers_stay_busy_and_the_pieces_join_exactly(nerva_blobs, client, tmp_path):
+    # Masks carry no background state: a long masks video is split on its
+    # own, and chunked runs agree with the program's whole run.
     import numpy as np
-    frames = [np.where(f > 150, 255, 0).astype(np.uint8) for f in walkers(45, seed=7)]
+    frames = [np.where(f > 150, 255, 0).astype(np.uint8) for f in walkers(400, seed=7)]
     write_video(tmp_path / "masks.avi", frames)
-    whole, chunked = tmp_path / "whole", tmp_path / "chunked"
-    assert run(client, tmp_path / "masks.avi", "--masks", "--output", whole) == 0
-    assert run(client, tmp_path / "masks.avi", "--masks", "--chunk", "10", "--warmup", "3", "--output", chunked) == 0
-    assert (chunked / "masks.jsonl").read_bytes() == (whole / "masks.jsonl").read_bytes()
-    assert manifest(chunked)["masks"]["frames"] == 45
+    expected = subprocess.run([nerva_blobs, str(tmp_path / "masks.avi"), "-q", "--masks", *OPTIONS], check=True,
+                              capture_output=True).stdout
+    auto, chunked = tmp_path / "auto", tmp_path / "chunked"
+    assert run(client, tmp_path / "masks.avi", "--masks", "--output", auto) == 0
+    assert manifest(auto)["masks"]["pieces"] == 2
+    assert (auto / "masks.jsonl").read_bytes() == expected
+    assert run(client, tmp_path / "masks.avi", "--masks", "--chunk", "90", "--warmup", "3", "--output", chunked) == 0
+    assert manifest(chunked)["masks"]["pieces"] == 5
+    assert (chunked / "masks.jsonl").read_bytes() == expected
 
 
 @pytest.mark.timing  # the killer must catch a task before it ends
@@ -101,7 +110,7 @@ def test_a_worker_killed_mid_video_loses_nothing(nerva_blobs, client, videos, tm
     def kill_a_busy_worker():  # as soon as a task is writing, kill the worker process running one
         for _ in range(30000):
             busy = [w for w, keys in client.processing().items() if keys and w in pids]
-            if busy and out.exists() and any(n.endswith(".tmp") for n in os.listdir(out)):
+            if busy and any(files for _, _, files in os.walk(out / ".nerva-fleet")):
                 return killed.append(psutil.Process(pids[busy[0]]).kill())
             time.sleep(0.002)
 
@@ -114,11 +123,13 @@ def test_a_worker_killed_mid_video_loses_nothing(nerva_blobs, client, videos, tm
 
 
 @pytest.mark.parametrize("argv", [["--steps", "0,1"], ["--roi", "1,2,3"], ["--threshold", "300"],
-                                  ["--masks", "--background", "mog2"], ["--bogus"], []])
+                                  ["--masks", "--background", "mog2"], ["--bogus"], [],
+                                  ["--scheduler", ""]])
 def test_bad_command_lines_exit_2(tmp_path, argv):
     result = subprocess.run([sys.executable, "-m", "nerva.fleet", "x.avi", *argv,
                              *(["--output", str(tmp_path)] if argv else [])], capture_output=True, text=True)
-    assert result.returncode == 2 and "nerva-fleet: error:" in result.stderr
+    assert result.returncode == 2
+    assert "nerva-fleet: error:" in result.stderr
 
 
 def test_options_the_frame_refuses_fail_the_input_at_once(client, videos, tmp_path):

@@ -56,6 +56,13 @@ void detect_scalar(uint8_t* b, const uint8_t* c, uint8_t* mask, int64_t n, float
 
 // ---- the vector kernels, over an instruction set's primitives ----
 
+// These templates take and return AVX vectors without being compiled for
+// AVX themselves; they are only ever inlined into the AVX2 entry points
+// (flatten), so no call crosses the calling convention GCC warns about.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wpsabi"
+#endif
+
 // A threshold on bytes as "byte > limit": limit = threshold - 1, and the
 // cases no byte or every byte passes handled before any vector work.
 struct ByteLimit {

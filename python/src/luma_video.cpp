@@ -1,6 +1,7 @@
 // Video files decoded straight to their luma plane, as nerva-blobs decodes
 // them, so that blobs_in_video sees the program's grey frames.
 #include <cmath>
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <string>

@@ -8,8 +8,8 @@
 // The steps are those of LabellingEngine (labelling_engine.h) with its
 // union-find flag set, walked over the same cursors in the same order; the
 // equivalence test holds the two to the same final state. Merges compare the
-// pool records' idents, read as each region is taken, so a host that
-// renumbers the pool's regions sees the merges follow its numbers here too.
+// pool records' idents, so a host that renumbers the pool's regions sees the
+// merges follow its numbers here too.
 #include <algorithm>
 
 #include "nerva/geometry/internal/wrap_arith.h"
@@ -234,8 +234,9 @@ private:
             owner_[c] = rp;
         } else if (rc != rp) {
             // The lower ident survives; on equal idents (a host may number
-            // regions alike) the previous row's region does.
-            const bool cur_survives = stats_[rc].ident < stats_[rp].ident;
+            // regions alike) the previous row's region does. Read from the
+            // records at the merge: merges are rarer than regions.
+            const bool cur_survives = ident(rc) < ident(rp);
             const int32_t survivor = cur_survives ? rc : rp;
             const int32_t absorbed = cur_survives ? rp : rc;
             region_merge_stats(stats_[survivor], stats_[absorbed]);
@@ -249,6 +250,8 @@ private:
             }
         }
     }
+
+    int32_t ident(int32_t reg) const { return segm_.reg_pool[static_cast<size_t>(reg)]->ident; }
 
     // img2regs_replace (the first row paired with itself only).
     void replace(int32_t old_reg, int32_t new_reg, int32_t pi, int32_t ci)
@@ -269,7 +272,6 @@ private:
         }
         const int32_t reg = segm_.nb_regs++;
         region_init_stats(stats_[reg], bounds_[2 * run], bounds_[2 * run + 1], row_y);
-        stats_[reg].ident = segm_.reg_pool[static_cast<size_t>(reg)]->ident;
         absorber_[reg] = kNone;
         hole_[reg] = kNone;
         owner_[run] = reg;

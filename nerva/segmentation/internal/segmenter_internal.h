@@ -33,7 +33,6 @@ struct RegionStats {
     int32_t x_min;
     int32_t x_max;
     int32_t y_max;
-    int32_t ident;  // the pool record's, read when the region is taken: merges keep the lower
     double sum_x;
     double sum_y;
 };

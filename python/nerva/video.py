@@ -216,7 +216,7 @@ def read_frames(source: str, *, masks: bool = False, start: int = 0,
         return _image_frames(_files_of_directory(source), masks, start)
     if kind == "image":
         return _image_frames([source], masks, start)
-    if grey and not masks:
+    if grey and not masks and kind == "video":
         return _luma_frames(source, start)
     return _video_frames(source, start)
 

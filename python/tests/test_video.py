@@ -145,7 +145,8 @@ def test_frames_beyond_the_blob_pool_write_one_line_each_and_say_so(tmp_path, ca
 def test_a_fleet_piece_beyond_the_blob_pool_writes_one_line_per_frame(tmp_path, capfd):
     from nerva.fleet_task import segment_piece
     folder = _checkerboard_masks(tmp_path / "boards", 3)
-    stats = segment_piece(str(folder), str(tmp_path / "out.jsonl"), {"masks": True})
+    (tmp_path / "temporaries").mkdir()
+    stats = segment_piece(str(folder), str(tmp_path / "out.jsonl"), str(tmp_path / "temporaries"), {"masks": True})
     assert stats["frames"] == 3
     assert len(capfd.readouterr().err.splitlines()) == 3
 

@@ -101,7 +101,7 @@ TEST_F(LiveSource, ReconnectsNumbersGoOnAndSigtermStopsCleanly)
 {
     auto server = serve("pattern.ts");
     const auto run = std::make_unique<Child>(
-        "'" NERVA_BLOBS_EXE "' " + url() + " -o live.jsonl --video-out live.mkv 2>err.txt", dir_);
+        "'" NERVA_BLOBS_EXE "' " + url() + " --preset raw -o live.jsonl --video-out live.mkv 2>err.txt", dir_);
     ASSERT_TRUE(wait_until([&] { return json_lines(slurp(dir_ / "live.jsonl")).size() >= 25; }))
         << slurp(dir_ / "err.txt");
     server->signal(SIGKILL);
@@ -162,7 +162,7 @@ TEST_F(LiveTiming, ASlowConsumerDropsFramesAndCountsThem)
 {
     const auto server = serve("noise.ts");
     const std::string cmd = "cd '" + dir_.string() + "' && { '" NERVA_BLOBS_EXE "' " + url() +
-                            " --threshold 100 2>err.txt & echo $! >pid.txt; wait $!; echo $? >status.txt; } | "
+                            " --preset raw --threshold 100 2>err.txt & echo $! >pid.txt; wait $!; echo $? >status.txt; } | "
                             "{ IFS= read -r first; sleep 4; head -n 3 >slow.jsonl; kill -TERM $(cat pid.txt); "
                             "cat >/dev/null; }";
     ASSERT_EQ(std::system(cmd.c_str()), 0);

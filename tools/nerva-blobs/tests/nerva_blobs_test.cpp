@@ -269,6 +269,7 @@ TEST_F(NervaBlobs, TheExamplesOfTheHelpRun)
         ++ran;
     }
     EXPECT_EQ(ran, 4);
+}
 
 TEST_F(NervaBlobs, MeasuresAddEachBlobsShapeWhenAsked)
 {

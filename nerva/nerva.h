@@ -18,4 +18,6 @@
 #include "nerva/rle/segment.h"
 #include "nerva/segmentation/RLEregion.h"
 #include "nerva/segmentation/segmentationRLE.h"
+#include "nerva/tracking/counting.h"
+#include "nerva/tracking/tracker.h"
 #include "nerva/version.h"

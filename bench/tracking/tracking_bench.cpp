@@ -5,18 +5,18 @@
 // line counts against the ground truth's, the tracker's share of the time
 // per frame, and its allocations once warm.
 //
-//   nerva_tracking_bench [--frames N] [--errors] [--line x1,y1,x2,y2] [-- nerva-blobs options]
+//   nerva_tracking_bench [--frames N] [--errors] [--mot FILE] [--line x1,y1,x2,y2] [-- nerva-blobs options]
 //
 // The options after "--" are nerva-blobs' (foreground and segmentation);
 // without them the MOG2 settings of the table in BENCHMARKS.md are used.
 // NERVA_BENCH_VIDEO and NERVA_TRACKING_GT override the video and ground truth.
 #include <array>
 #include <chrono>
-#include <memory>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -58,6 +58,9 @@ Detections detect(const nerva_blobs::Options& o, int frames)
             nerva::RLEsegm_init_privateKAP(segm, 0, frame.cols - 1, 0, frame.rows - 1, frame.cols, frame.rows);
             nerva::RLEsegm_set_steps(segm, 1, 1);
             nerva::RLEsegm_set_ROI(0, 0, frame.cols - 1, frame.rows - 1, segm);
+            if (o.roi)
+                nerva::RLEsegm_set_ROI(o.roi->x, o.roi->y, o.roi->x + o.roi->width - 1, o.roi->y + o.roi->height - 1,
+                                       segm);
             segm->min_blob_side = o.min_side;
             segm->min_blob_pixels = o.min_pixels;
         }
@@ -104,10 +107,45 @@ std::vector<MotBox> sort_tracks(const Detections& d)
 
 struct NervaRun {
     std::vector<MotBox> boxes;
-    double track_ms = 0;               // per frame
-    uint64_t warm_allocations = 0;     // over the frames after the first 50
+    std::vector<uint32_t> occlusion;  // of each box's track, for --mot
+    double track_ms = 0;              // per frame
+    uint64_t warm_allocations = 0;    // over the frames after the first 50
     int64_t count_in = 0, count_out = 0;
 };
+
+// NERVA_TRACKER="name=value,..." changes the tracker's settings, for tuning.
+void apply_overrides(nerva::tracker_params& p)
+{
+    const char* env = std::getenv("NERVA_TRACKER");
+    if (!env) return;
+    const std::map<std::string, double*> reals = {{"match_iou", &p.match_iou},
+                                                  {"group_cover", &p.group_cover},
+                                                  {"fragment_cover", &p.fragment_cover},
+                                                  {"position_gain", &p.position_gain},
+                                                  {"velocity_gain", &p.velocity_gain},
+                                                  {"size_gain", &p.size_gain},
+                                                  {"shrink_gain", &p.shrink_gain},
+                                                  {"group_velocity_gain", &p.group_velocity_gain},
+                                                  {"duplicate_cover", &p.duplicate_cover},
+                                                  {"ghost_distance", &p.ghost_distance}};
+    const std::map<std::string, int*> ints = {{"confirm_hits", &p.confirm_hits},
+                                              {"max_coast", &p.max_coast},
+                                              {"max_coast_border", &p.max_coast_border},
+                                              {"duplicate_frames", &p.duplicate_frames}};
+    std::string rest = env;
+    while (!rest.empty()) {
+        const size_t comma = rest.find(',');
+        const std::string item = rest.substr(0, comma);
+        rest = comma == std::string::npos ? "" : rest.substr(comma + 1);
+        const size_t eq = item.find('=');
+        if (eq == std::string::npos) continue;
+        const std::string name = item.substr(0, eq);
+        const double value = std::atof(item.c_str() + eq + 1);
+        if (reals.count(name)) *reals.at(name) = value;
+        else if (ints.count(name)) *ints.at(name) = static_cast<int>(value);
+        else std::fprintf(stderr, "NERVA_TRACKER: no setting %s\n", name.c_str());
+    }
+}
 
 NervaRun nerva_tracks(const Detections& d, cv::Size size, const nerva::count_line* line)
 {
@@ -115,6 +153,7 @@ NervaRun nerva_tracks(const Detections& d, cv::Size size, const nerva::count_lin
     nerva::tracker_params p;
     p.frame_width = size.width;
     p.frame_height = size.height;
+    apply_overrides(p);
     nerva::MV_tracker tracker(p);
     if (line) tracker.add_line(line->name, line->x1, line->y1, line->x2, line->y2, line->hysteresis);
     for (size_t k = 0; k < d.frames.size(); ++k) {
@@ -126,8 +165,9 @@ NervaRun nerva_tracks(const Detections& d, cv::Size size, const nerva::count_lin
         for (int i = 0; i < tracker.track_count(); ++i) {
             const nerva::track& tr = tracker.track_at(i);
             if (tr.state != nerva::TRACK_CONFIRMED) continue;
-            run.boxes.push_back({static_cast<int>(k) + 1, tr.id, tr.box.xmin, tr.box.ymin, tr.box.width,
-                                 tr.box.height});
+            run.boxes.push_back(
+                {static_cast<int>(k) + 1, tr.id, tr.box.xmin, tr.box.ymin, tr.box.width, tr.box.height});
+            run.occlusion.push_back(tr.occlusion);
         }
     }
     run.track_ms /= static_cast<double>(std::max<size_t>(d.frames.size(), 1));
@@ -159,8 +199,8 @@ std::pair<int64_t, int64_t> truth_counts(const std::vector<MotBox>& truth, const
 
 void print_row(const char* name, const MotScores& s)
 {
-    std::printf("| %-34s | %6.1f | %6.1f | %5.1f | %5ld | %5ld | %4ld | %4ld | %2d | %2d | %2d |\n", name, s.mota, s.idf1,
-                s.motp, s.fp, s.fn, s.idsw, s.frag, s.mostly_tracked, s.partly_tracked, s.mostly_lost);
+    std::printf("| %-34s | %6.1f | %6.1f | %5.1f | %5ld | %5ld | %4ld | %4ld | %2d | %2d | %2d |\n", name, s.mota,
+                s.idf1, s.motp, s.fp, s.fn, s.idsw, s.frag, s.mostly_tracked, s.partly_tracked, s.mostly_lost);
 }
 
 void print_errors(const std::vector<MotBox>& truth, const std::vector<MotBox>& hyps)
@@ -188,6 +228,7 @@ int main(int argc, char** argv)
 {
     int frames = 400;
     bool errors = false;
+    std::string mot_path;
     nerva::count_line line{};
     std::strcpy(line.name, "walkway");
     line.x1 = 0;
@@ -206,11 +247,14 @@ int main(int argc, char** argv)
         else if (a == "--") program_flags = true;
         else if (a == "--frames" && i + 1 < argc) frames = std::atoi(argv[++i]);
         else if (a == "--errors") errors = true;
+        else if (a == "--mot" && i + 1 < argc) mot_path = argv[++i];
         else if (a == "--line" && i + 1 < argc)
             std::sscanf(argv[++i], "%lf,%lf,%lf,%lf", &line.x1, &line.y1, &line.x2, &line.y2);
         else {
-            std::fprintf(stderr, "usage: %s [--frames N] [--errors] [--line x1,y1,x2,y2] [-- nerva-blobs options]\n",
-                         argv[0]);
+            std::fprintf(
+                stderr,
+                "usage: %s [--frames N] [--errors] [--mot FILE] [--line x1,y1,x2,y2] [-- nerva-blobs options]\n",
+                argv[0]);
             return 2;
         }
     }
@@ -241,15 +285,26 @@ int main(int argc, char** argv)
     print_row("nerva::MV_tracker", evaluate_mot(truth, nerva.boxes));
 
     const auto [gt_in, gt_out] = truth_counts(all_truth, line);
-    std::printf("\nline %s (%.0f,%.0f)-(%.0f,%.0f), bottom centre, hysteresis %.0f px:"
-                " in %lld / out %lld (ground truth %lld / %lld)\n",
-                line.name, line.x1, line.y1, line.x2, line.y2, line.hysteresis, (long long)nerva.count_in,
-                (long long)nerva.count_out, (long long)gt_in, (long long)gt_out);
+    std::printf(
+        "\nline %s (%.0f,%.0f)-(%.0f,%.0f), bottom centre, hysteresis %.0f px:"
+        " in %lld / out %lld (ground truth %lld / %lld)\n",
+        line.name, line.x1, line.y1, line.x2, line.y2, line.hysteresis, (long long)nerva.count_in,
+        (long long)nerva.count_out, (long long)gt_in, (long long)gt_out);
     const double total = d.foreground_ms + d.segment_ms + nerva.track_ms;
     std::printf("per frame: foreground %.3f ms, segmentation %.3f ms, tracking %.4f ms (%.2f%% of the three)\n",
                 d.foreground_ms, d.segment_ms, nerva.track_ms, 100.0 * nerva.track_ms / total);
     std::printf("tracker allocations once warm (frames 51-%zu): %llu\n", d.frames.size(),
                 (unsigned long long)nerva.warm_allocations);
+    if (!mot_path.empty()) {
+        FILE* f = std::fopen(mot_path.c_str(), "w");
+        // The track's occlusion flags where the format has a world x.
+        for (size_t i = 0; i < nerva.boxes.size(); ++i) {
+            const MotBox& b = nerva.boxes[i];
+            std::fprintf(f, "%d,%d,%.2f,%.2f,%.2f,%.2f,1,%u,-1,-1\n", b.frame, b.id, b.x, b.y, b.w, b.h,
+                         nerva.occlusion[i]);
+        }
+        std::fclose(f);
+    }
     if (errors) {
         std::printf("\nnerva::MV_tracker errors:\n");
         print_errors(truth, nerva.boxes);

@@ -139,6 +139,7 @@ int MV_tracker::update(const track_detection* detections, int count, int64_t fra
 
     for (size_t i = 0; i < tracks_.size(); ++i) {
         track& t = tracks_[i];
+        if (!alive(t)) continue;
         if (assigned_[i] == 1) correct(t);
         else if (assigned_[i] == 2) hold_in_group(t);
         else miss(t);
@@ -194,7 +195,43 @@ void MV_tracker::form_groups(int ndet)
             ++det_members_[static_cast<size_t>(d)];
             if (det_first_[static_cast<size_t>(d)] < 0) det_first_[static_cast<size_t>(d)] = static_cast<int32_t>(i);
         }
+        drop_duplicates(d);
     }
+}
+
+// A member whose box lies mostly inside another member's box, frame after
+// frame, is a second track on the same object (typically born from a
+// fragment): the younger of the two ends.
+void MV_tracker::drop_duplicates(int d)
+{
+    for (size_t i = 0; i < tracks_.size(); ++i) {
+        track& a = tracks_[i];
+        if (a.group != d) continue;
+        bool covered = false;
+        const extent ae = of_box(a.box);
+        for (const track& b : tracks_) {
+            if (&b == &a || b.group != d || b.first_frame > a.first_frame) continue;
+            if (intersection(ae, of_box(b.box)) >= params_.duplicate_cover * area(ae)) covered = true;
+        }
+        a.covered = covered ? a.covered + 1 : 0;
+        if (a.covered < params_.duplicate_frames) continue;
+        assigned_[i] = 0;
+        a.group = -1;
+        a.nblobs = 0;
+        --det_members_[static_cast<size_t>(d)];
+        end(a);
+    }
+    // A group of one is a plain match.
+    int last = -1, members = 0;
+    for (size_t i = 0; i < tracks_.size(); ++i)
+        if (tracks_[i].group == d && alive(tracks_[i])) {
+            ++members;
+            last = static_cast<int>(i);
+        }
+    det_first_[static_cast<size_t>(d)] = last;
+    if (members != 1) return;
+    assigned_[static_cast<size_t>(last)] = 1;
+    tracks_[static_cast<size_t>(last)].group = -1;
 }
 
 // Best overlaps first; identified tracks before tentative ones on a near tie.
@@ -274,9 +311,13 @@ void MV_tracker::correct(track& t)
         const double rx = mx - px, ry = my - py;
         t.vx += params_.velocity_gain * rx;
         t.vy += params_.velocity_gain * ry;
+        // Blobs lose parts of an object (low contrast, something in front)
+        // far more often than they gain some: a box grows faster than it
+        // shrinks.
+        const double gw = mw > t.box.width ? params_.size_gain : params_.shrink_gain;
+        const double gh = mh > t.box.height ? params_.size_gain : params_.shrink_gain;
         set_box(t.box, px + params_.position_gain * rx, py + params_.position_gain * ry,
-                t.box.width + params_.size_gain * (mw - t.box.width),
-                t.box.height + params_.size_gain * (mh - t.box.height));
+                t.box.width + gw * (mw - t.box.width), t.box.height + gh * (mh - t.box.height));
     }
     t.occlusion = t.nblobs > 1 ? MM_PARTIAL_DETECTION : MM_OCCL_NONE;
     ++t.hits;
@@ -285,21 +326,41 @@ void MV_tracker::correct(track& t)
     if (t.state == TRACK_COASTING) t.state = TRACK_CONFIRMED;
 }
 
-// A member of a group keeps its predicted box, pulled inside the group's
-// blob: the blob says where the group is, not where each member is.
+// A member of a group keeps its own size; the blob tells where the group's
+// outer edges are, so the member on each edge is moved onto it (people side
+// by side share the bottom, one behind the other the sides), and a member
+// inside the group keeps its prediction, held within the blob.
 void MV_tracker::hold_in_group(track& t)
 {
     const extent g = of_box(dets_[static_cast<size_t>(t.group)].bbox);
-    double cx = centre_x(t.box), cy = centre_y(t.box);
+    const extent me = of_box(t.box);
     const double w = t.box.width, h = t.box.height;
-    if (w <= g.x1 - g.x0) cx = std::min(std::max(cx, g.x0 + w / 2), g.x1 - w / 2);
-    if (h <= g.y1 - g.y0) cy = std::min(std::max(cy, g.y0 + h / 2), g.y1 - h / 2);
-    set_box(t.box, cx, cy, w, h);
+    double left = 1e300, right = -1e300, top = 1e300, bottom = -1e300;
     uint32_t flags = 0;
     for (const track& o : tracks_) {
-        if (&o == &t || o.group != t.group) continue;
-        flags |= centre_x(o.box) < cx ? MM_DYN_OCCL_LEFT : MM_DYN_OCCL_RIGHT;
+        if (o.group != t.group) continue;
+        const extent oe = of_box(o.box);
+        left = std::min(left, oe.x0);
+        right = std::max(right, oe.x1);
+        top = std::min(top, oe.y0);
+        bottom = std::max(bottom, oe.y1);
+        if (&o != &t) flags |= centre_x(o.box) < centre_x(t.box) ? MM_DYN_OCCL_LEFT : MM_DYN_OCCL_RIGHT;
     }
+    const double slack_x = 0.25 * w, slack_y = 0.15 * h;
+    double mx = centre_x(t.box), my = centre_y(t.box);
+    const bool on_left = me.x0 <= left + slack_x, on_right = me.x1 >= right - slack_x;
+    if (on_left && !on_right) mx = g.x0 + w / 2;
+    else if (on_right && !on_left) mx = g.x1 - w / 2;
+    else if (on_left && on_right) mx = (g.x0 + g.x1) / 2;
+    if (me.y1 >= bottom - slack_y) my = g.y1 - h / 2;
+    else if (me.y0 <= top + slack_y) my = g.y0 + h / 2;
+    if (w <= g.x1 - g.x0) mx = std::min(std::max(mx, g.x0 + w / 2), g.x1 - w / 2);
+    if (h <= g.y1 - g.y0) my = std::min(std::max(my, g.y0 + h / 2), g.y1 - h / 2);
+    const double px = centre_x(t.box), py = centre_y(t.box);
+    const double rx = mx - px, ry = my - py;
+    t.vx += params_.group_velocity_gain * rx;
+    t.vy += params_.group_velocity_gain * ry;
+    set_box(t.box, px + params_.position_gain * rx, py + params_.position_gain * ry, w, h);
     t.occlusion = static_cast<blob_occl_type>(flags);
     ++t.hits;
     t.misses = 0;

@@ -43,16 +43,20 @@ struct tracker_params {
     int max_detections = 2000;
     int max_events = 1024;  // per frame
 
-    int confirm_hits = 3;        // consecutive frames with a blob before a track gets its identity
-    int max_coast = 12;          // frames a confirmed track survives without a blob
-    int max_coast_border = 2;    // the same when its box touches the frame border
-    double match_iou = 0.2;      // least overlap of a predicted box and a blob to match one to one
-    double group_cover = 0.5;    // share of a track's predicted box inside a blob to be a member of it
-    double fragment_cover = 0.6; // share of a blob inside a track's predicted box to be its fragment
-    double position_gain = 0.6;  // how far a box moves from its prediction toward its blob
+    int confirm_hits = 3;         // consecutive frames with a blob before a track gets its identity
+    int max_coast = 12;           // frames a confirmed track survives without a blob
+    int max_coast_border = 2;     // the same when its box touches the frame border
+    double match_iou = 0.2;       // least overlap of a predicted box and a blob to match one to one
+    double group_cover = 0.5;     // share of a track's predicted box inside a blob to be a member of it
+    double fragment_cover = 0.6;  // share of a blob inside a track's predicted box to be its fragment
+    double position_gain = 0.6;   // how far a box moves from its prediction toward its blob
     double velocity_gain = 0.2;
-    double size_gain = 0.3;
-    int border_margin = 2;  // pixels from the edge that count as touching it
+    double size_gain = 0.3;            // toward a larger blob
+    double shrink_gain = 0.3;          // toward a smaller one
+    double duplicate_cover = 0.7;      // share of a group member's box inside an older member's
+    int duplicate_frames = 3;          // consecutive frames of that before the younger one ends
+    double group_velocity_gain = 0.1;  // members of a group follow the blob's edges more cautiously
+    int border_margin = 2;             // pixels from the edge that count as touching it
 
     // A track must move this far (pixels, box centre) from where it appeared
     // before it is confirmed: the background model's ghosts never move.
@@ -67,21 +71,22 @@ struct track_point {
 struct track {
     int32_t id;  // from 1 in order of confirmation; 0 while tentative
     track_state_t state;
-    frectangle box;  // inclusive bounds, like a blob's
-    double vx, vy;   // box centre, pixels per frame
-    int32_t age;     // frames since the track appeared
-    int32_t hits;    // frames with a blob or a group
-    int32_t misses;  // consecutive frames without either
+    frectangle box;                   // inclusive bounds, like a blob's
+    double vx, vy;                    // box centre, pixels per frame
+    int32_t age;                      // frames since the track appeared
+    int32_t hits;                     // frames with a blob or a group
+    int32_t misses;                   // consecutive frames without either
     int64_t first_frame, last_frame;  // last frame with a blob or a group
-    blob_occl_type occlusion;  // MM_CAM_OCCL_* at the border, MM_DYN_OCCL_* beside the other members
-                               // of a group, MM_TOTAL_OCCLUSION while coasting,
-                               // MM_PARTIAL_DETECTION when made of fragments
-    int32_t group;   // index of the blob it shares with other tracks this frame, -1 when alone
-    int32_t nblobs;  // blobs owned this frame (their ident)
+    blob_occl_type occlusion;         // MM_CAM_OCCL_* at the border, MM_DYN_OCCL_* beside the other members
+                                      // of a group, MM_TOTAL_OCCLUSION while coasting,
+                                      // MM_PARTIAL_DETECTION when made of fragments
+    int32_t group;                    // index of the blob it shares with other tracks this frame, -1 when alone
+    int32_t nblobs;                   // blobs owned this frame (their ident)
     int32_t blobs[TRACK_MAX_BLOBS];
     int32_t trail_length;  // last reference points, oldest first from trail_start
     int32_t trail_start;
     track_point trail[TRACK_TRAIL];
+    int32_t covered;                   // consecutive frames inside an older track's box in a group
     double origin_x, origin_y, moved;  // where it appeared and the farthest it has been from there
     // Per line: last side beyond the hysteresis band (0 unknown) and a
     // crossing made before confirmation (reported on confirmation).
@@ -159,6 +164,7 @@ public:
 private:
     void predict();
     void form_groups(int ndet);
+    void drop_duplicates(int d);
     void match_one_to_one(int ndet);
     void attach_fragments(int ndet);
     void correct(track& t);
@@ -178,7 +184,7 @@ private:
     std::vector<int32_t> det_first_;  // first track (index) owning each detection, -1 none
     std::vector<int32_t> det_owner_;  // identity for the host
     std::vector<int32_t> det_members_;
-    std::vector<uint8_t> assigned_;   // per track: 0 none, 1 blob(s), 2 group
+    std::vector<uint8_t> assigned_;  // per track: 0 none, 1 blob(s), 2 group
     std::vector<track_event> events_;
     std::vector<count_line> lines_;
     std::vector<count_zone> zones_;

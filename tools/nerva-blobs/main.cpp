@@ -22,6 +22,7 @@
 #include "segmenter.h"
 #include "stop.h"
 #include "summary.h"
+#include "tracking_stage.h"
 
 namespace nerva_blobs {
 namespace {
@@ -58,6 +59,8 @@ int run(const Options& o)
     if (!o.video_out.empty()) video.emplace(o.video_out, size, reader.fps());
     std::optional<Annotator> annotator;
     if (frame_files || video || overview) annotator.emplace(size);
+    std::optional<TrackingStage> tracking;
+    if (o.track) tracking.emplace(o, size, reader.fps());
 
     Summary summary;
     Progress progress(o.progress || progress_by_default(o.output.empty()), reader.total());
@@ -74,7 +77,13 @@ int run(const Options& o)
         const std::vector<Blob>& blobs = segmenter.segment(mask);
         const double segment_ms = ms_since(t);
 
-        json.write(index, blobs, LineExtras{frame.time, frame.dropped, frame.outage_s, frame.outage_attempts});
+        LineExtras extras{frame.time, frame.dropped, frame.outage_s, frame.outage_attempts};
+        if (tracking) {
+            tracking->update(blobs, index, frame.time);
+            extras.blob_tracks = &tracking->blob_tracks();
+            extras.tracking = &tracking->json();
+        }
+        json.write(index, blobs, extras);
         summary.add_latency(std::chrono::duration<double, std::milli>(clock_type::now() - frame.arrival).count());
         summary.add(static_cast<int>(blobs.size()), frame.decode_ms, foreground_ms, segment_ms);
         if (overview) overview->count(static_cast<int>(blobs.size()));
@@ -84,6 +93,7 @@ int run(const Options& o)
         if (to_files || to_overview || video) {
             // Masks are shown as they were read; frames in colour.
             const cv::Mat& picture = annotator->draw(o.masks ? mask : frame.image, blobs, index);
+            if (tracking) tracking->draw(picture);  // onto the annotator's canvas
             if (to_files) frame_files->write(picture, index);
             if (to_overview) overview->add(index, picture);
             if (video) video->write(picture);
@@ -98,6 +108,7 @@ int run(const Options& o)
     if (overview) overview->write();
     if (!o.quiet) {
         summary.print(stderr);
+        if (tracking) tracking->print_summary(stderr);
         if (reader.drops_frames()) summary.print_live(stderr, reader.counts());
     }
     // Containers may announce more frames than they hold (a cut download).

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace nerva_blobs {
 
@@ -36,6 +37,13 @@ struct Options {
     std::string overview;
     bool progress = false;
     bool quiet = false;  // no summary
+
+    // Tracking (tracking_stage.cpp); lines, zones and the exports imply it.
+    bool track = false;
+    std::vector<std::string> lines;  // NAME:x1,y1,x2,y2
+    std::vector<std::string> zones;  // NAME:x1,y1;x2,y2;...
+    std::string mot;                 // MOT Challenge text file
+    std::string csv;                 // one row per blob
 };
 
 // Parses the command line. Prints help or the version and returns nullopt

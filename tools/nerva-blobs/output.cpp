@@ -54,7 +54,8 @@ void JsonLinesWriter::write(long frame, const std::vector<Blob>& blobs, const Li
 {
     // Field order is part of the format: new fields go at the end.
     nlohmann::ordered_json line = {{"frame", frame}, {"blobs", nlohmann::ordered_json::array()}};
-    for (const Blob& b : blobs)
+    for (size_t i = 0; i < blobs.size(); ++i) {
+        const Blob& b = blobs[i];
         line["blobs"].push_back({{"id", b.id},
                                  {"bbox", {b.xmin, b.ymin, b.xmax, b.ymax}},
                                  {"width", b.width},
@@ -62,10 +63,17 @@ void JsonLinesWriter::write(long frame, const std::vector<Blob>& blobs, const Li
                                  {"npix", b.npix},
                                  {"xc", b.xc},
                                  {"yc", b.yc}});
+        if (extras.blob_tracks) {
+            const int track = (*extras.blob_tracks)[i];
+            line["blobs"].back()["track"] = track ? nlohmann::ordered_json(track) : nlohmann::ordered_json();
+        }
+    }
     line["time"] = std::round(extras.time * 1e6) / 1e6;
     line["dropped"] = extras.dropped;
     if (extras.outage_s > 0)
         line["outage"] = {{"seconds", std::round(extras.outage_s * 1e3) / 1e3}, {"attempts", extras.outage_attempts}};
+    if (extras.tracking)
+        for (const auto& [key, value] : extras.tracking->items()) line[key] = value;
     const std::string text = line.dump() + '\n';
 
     // One write per line, unbuffered: a line is either whole on disk or cut

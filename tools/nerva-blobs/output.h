@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
 #include <opencv2/core.hpp>
 
 #include "segmenter.h"
@@ -19,6 +20,9 @@ struct LineExtras {
     long dropped = 0;
     double outage_s = 0.0;
     int outage_attempts = 0;
+    // With --track: each blob's track (0: none) and the line's tracking part.
+    const std::vector<int>* blob_tracks = nullptr;
+    const nlohmann::ordered_json* tracking = nullptr;
 };
 
 class JsonLinesWriter {

@@ -6,8 +6,8 @@
 #include <opencv2/imgproc.hpp>
 
 #include "errors.h"
-#include "tracking_options.h"
 #include "nerva/blob/blob.h"
+#include "tracking_options.h"
 
 namespace nerva_blobs {
 namespace {
@@ -77,8 +77,7 @@ TrackingStage::TrackingStage(const Options& o, cv::Size size, double fps)
 double TrackingStage::update(const std::vector<Blob>& blobs, long frame, double time)
 {
     dets_.clear();
-    for (const Blob& b : blobs)
-        dets_.push_back({{b.xmin, b.ymin, b.xmax, b.ymax, b.width, b.height}, b.id, b.npix});
+    for (const Blob& b : blobs) dets_.push_back({{b.xmin, b.ymin, b.xmax, b.ymax, b.width, b.height}, b.id, b.npix});
     const auto start = std::chrono::steady_clock::now();
     tracker_.update(dets_.data(), static_cast<int>(dets_.size()), frame);
     const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
@@ -152,8 +151,8 @@ void TrackingStage::write_exports(const std::vector<Blob>& blobs, long frame, do
         for (int i = 0; i < tracker_.track_count(); ++i) {
             const nerva::track& t = tracker_.track_at(i);
             if (t.state != nerva::TRACK_CONFIRMED) continue;
-            mot_ << frame + 1 << ',' << t.id << ',' << rounded(t.box.xmin, 2) << ',' << rounded(t.box.ymin, 2)
-                 << ',' << rounded(t.box.width, 2) << ',' << rounded(t.box.height, 2) << ",1,-1,-1,-1\n";
+            mot_ << frame + 1 << ',' << t.id << ',' << rounded(t.box.xmin, 2) << ',' << rounded(t.box.ymin, 2) << ','
+                 << rounded(t.box.width, 2) << ',' << rounded(t.box.height, 2) << ",1,-1,-1,-1\n";
         }
         if (!mot_) throw RuntimeError("cannot write to '" + mot_path_ + "'");
     }
@@ -178,16 +177,17 @@ void TrackingStage::draw(cv::Mat picture) const
         std::vector<cv::Point> pts;
         for (int k = 0; k < z.npoints; ++k) pts.emplace_back(cvRound(z.x[k]), cvRound(z.y[k]));
         cv::polylines(picture, pts, true, cv::Scalar(255, 200, 0), thick, cv::LINE_AA);
-        outlined_text(picture, std::string(z.name) + ": " + std::to_string(z.inside) + " inside", pts[0] + cv::Point(4, -6),
-                      scale, cv::Scalar(255, 200, 0));
+        outlined_text(picture, std::string(z.name) + ": " + std::to_string(z.inside) + " inside",
+                      pts[0] + cv::Point(4, -6), scale, cv::Scalar(255, 200, 0));
     }
     for (int i = 0; i < tracker_.line_count(); ++i) {
         const nerva::count_line& l = tracker_.line_at(i);
         const cv::Point a(cvRound(l.x1), cvRound(l.y1)), b(cvRound(l.x2), cvRound(l.y2));
         cv::line(picture, a, b, cv::Scalar(0, 0, 255), thick + 1, cv::LINE_AA);
-        outlined_text(picture,
-                      std::string(l.name) + "  in " + std::to_string(l.count_in) + "  out " + std::to_string(l.count_out),
-                      (a + b) / 2 + cv::Point(6, -8), scale * 1.2, cv::Scalar(0, 0, 255));
+        outlined_text(
+            picture,
+            std::string(l.name) + "  in " + std::to_string(l.count_in) + "  out " + std::to_string(l.count_out),
+            (a + b) / 2 + cv::Point(6, -8), scale * 1.2, cv::Scalar(0, 0, 255));
     }
     for (int i = 0; i < tracker_.track_count(); ++i) {
         const nerva::track& t = tracker_.track_at(i);
@@ -217,8 +217,8 @@ void TrackingStage::print_summary(std::FILE* to) const
     }
     for (int i = 0; i < tracker_.zone_count(); ++i) {
         const nerva::count_zone& z = tracker_.zone_at(i);
-        std::fprintf(to, "nerva-blobs: zone %s: %lld entries, %lld exits\n", z.name,
-                     static_cast<long long>(z.entries), static_cast<long long>(z.exits));
+        std::fprintf(to, "nerva-blobs: zone %s: %lld entries, %lld exits\n", z.name, static_cast<long long>(z.entries),
+                     static_cast<long long>(z.exits));
     }
 }
 

@@ -120,6 +120,20 @@ def _rate(text: str) -> float:
     return value
 
 
+def _named_points(least: int, most: int):
+    """NAME:x1,y1;x2,y2... (commas or semicolons between numbers) -> (name, [(x, y), ...])."""
+    def parse(text: str):
+        name, _, rest = text.partition(":")
+        try:
+            values = [float(v) for v in rest.replace(";", ",").split(",")]
+        except ValueError:
+            values = []
+        if not name or len(values) % 2 or not least <= len(values) // 2 <= most:
+            raise argparse.ArgumentTypeError(f"'{text}': expected NAME and {least} to {most} points x,y")
+        return name, list(zip(values[0::2], values[1::2]))
+    return parse
+
+
 def parse_arguments(argv: Optional[List[str]]) -> argparse.Namespace:
     p = argparse.ArgumentParser(prog="nerva-fleet", description=__doc__.split("\n\n")[0],
                                 epilog="Foreground and segmentation options mean what they mean to nerva-blobs.")
@@ -147,6 +161,10 @@ def parse_arguments(argv: Optional[List[str]]) -> argparse.Namespace:
     g.add_argument("--steps", type=_positive_pair, default=(1, 1), metavar="sx,sy")
     g.add_argument("--min-side", type=_count(0), default=0, metavar="N")
     g.add_argument("--min-pixels", type=_count(0), default=0, metavar="N")
+    g = p.add_argument_group("tracking (as nerva-blobs; the manifest gives each input's counts)")
+    g.add_argument("--track", action="store_true", help="track identities across frames")
+    g.add_argument("--line", type=_named_points(2, 2), action="append", default=[], metavar="NAME:x1,y1,x2,y2")
+    g.add_argument("--zone", type=_named_points(3, 16), action="append", default=[], metavar="NAME:x1,y1;x2,y2;...")
     args = p.parse_args(argv)
     if args.threshold > 255:
         p.error("--threshold: must lie between 0 and 255")
@@ -164,7 +182,9 @@ def pipeline_options(args: argparse.Namespace) -> dict:
     return dict(masks=args.masks, background=args.background, learning_rate=args.learning_rate,
                 threshold=args.threshold, opening=args.open, closing=args.close,
                 roi=list(args.roi) if args.roi else None, steps=list(args.steps),
-                min_side=args.min_side, min_pixels=args.min_pixels)
+                min_side=args.min_side, min_pixels=args.min_pixels, track=args.track,
+                lines={name: [c for point in points for c in point] for name, points in args.line},
+                zones={name: [list(point) for point in points] for name, points in args.zone})
 
 
 # ---- the run ----
@@ -245,6 +265,17 @@ def _join_parts(parts: List[str], destination: str) -> None:
         os.unlink(part)
 
 
+def _summed_counts(pieces: List[dict]) -> dict:
+    """Line and zone counts of a video's pieces added up (each piece tracks on its own)."""
+    total: dict = {}
+    for counts in pieces:
+        for name, values in counts.items():
+            for key, value in values.items():
+                total.setdefault(name, {}).setdefault(key, 0)
+                total[name][key] += value
+    return total
+
+
 def run_fleet(client, args: argparse.Namespace) -> int:
     """Runs every input of `args` on the cluster behind `client`; returns the exit status."""
     from distributed import as_completed
@@ -296,6 +327,8 @@ def run_fleet(client, args: argparse.Namespace) -> int:
                      "blobs_per_frame_mean": sum(r["blobs"] for r in results[name]) / max(frames, 1),
                      "blobs_per_frame_max": max(r["max_blobs"] for r in results[name]),
                      "seconds": seconds, "fps": frames / seconds if seconds > 0 else 0.0}
+            if any("counts" in r for r in results[name]):
+                entry["counts"] = _summed_counts([r.get("counts") or {} for r in results[name]])
         entries[name] = dict(entry, input=source, output=f"{name}.jsonl", options=recorded)
         save_manifest(manifest_path, entries)
         report.finished(name, entries[name])

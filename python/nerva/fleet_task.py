@@ -63,6 +63,7 @@ def segment_piece(source: str, destination: str, options: dict, start: int = 0, 
     _keep_frame_buffers()
     began = time.perf_counter()
     counts: List[int] = []
+    tracked: dict = {}
 
     def write(f):
         for index, _, blobs, seconds in blobs_in_video(source, start=max(0, start - warmup), stop=stop,
@@ -70,10 +71,14 @@ def segment_piece(source: str, destination: str, options: dict, start: int = 0, 
             if index >= start:
                 f.write(json_line(index, blobs, seconds))
                 counts.append(len(blobs))
+                tracked["counts"] = getattr(blobs, "counts", None)
 
     try:
         write_atomically(destination, write)
     except (InputError, ValueError, OSError, cv2.error) as e:
         return {"error": str(e).strip() or type(e).__name__}
-    return {"frames": len(counts), "blobs": sum(counts), "max_blobs": max(counts, default=0),
-            "seconds": time.perf_counter() - began}
+    piece = {"frames": len(counts), "blobs": sum(counts), "max_blobs": max(counts, default=0),
+             "seconds": time.perf_counter() - began}
+    if tracked.get("counts"):
+        piece["counts"] = tracked["counts"]  # running totals at the piece's last frame
+    return piece

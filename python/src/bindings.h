@@ -9,5 +9,6 @@ void bind_blobs(pybind11::module_& m);
 void bind_segmenter(pybind11::module_& m);
 void bind_background(pybind11::module_& m);
 void bind_bench_support(pybind11::module_& m);
+void bind_tracker(pybind11::module_& m);
 
 }  // namespace nerva_python

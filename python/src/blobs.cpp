@@ -27,6 +27,7 @@ void Blobs::clear()
     npix.clear();
     center.clear();
     centroid.clear();
+    track.clear();
 }
 
 void Blobs::append(const nerva::RLEblob& b)
@@ -116,7 +117,7 @@ void bind_blobs(py::module_& m)
                    "), npix=" + std::to_string(b.npix) + ")";
         });
 
-    py::class_<Blobs>(m, "Blobs", R"doc(The blobs of one frame, in the segmenter's list order.
+    py::class_<Blobs>(m, "Blobs", py::dynamic_attr(), R"doc(The blobs of one frame, in the segmenter's list order.
 
 Owned copies: they stay valid after the next frame. Columns are read-only
 numpy arrays; len(), indexing and iteration give Blob records.)doc")
@@ -137,6 +138,14 @@ numpy arrays; len(), indexing and iteration give Blob records.)doc")
                                "N x 2 float64: mean pixel column and row (NaN for a sampled blob without pixels).")
         .def_property_readonly("center", column_of(&Blobs::center, 2),
                                "N x 2 int32: the centroid truncated toward zero, as nerva-blobs writes xc, yc.")
+        .def_property_readonly(
+            "track",
+            [](py::object self) -> py::object {
+                const Blobs& b = self.cast<const Blobs&>();
+                if (b.track.size() != b.size()) return py::none();
+                return column(b.track, b.size(), 1, self);
+            },
+            "N int32: each blob's track identity after Tracker.update (0: none yet), else None.")
         .def_property_readonly("ident", column_of(&Blobs::ident, 1),
                                "N int32: each blob's index in the segmenter's pool for that frame.")
         .def(

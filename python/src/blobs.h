@@ -16,6 +16,7 @@ struct Blobs {
     std::vector<int32_t> npix;
     std::vector<int32_t> center;   // xc, yc: the truncated means the C++ record holds
     std::vector<double> centroid;  // exact means of the pixel columns and rows
+    std::vector<int32_t> track;    // set by a Tracker: each blob's track, 0 for none; empty before
 
     size_t size() const { return ident.size(); }
     void reserve(size_t n);

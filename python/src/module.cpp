@@ -10,5 +10,6 @@ PYBIND11_MODULE(_nerva, m)
     nerva_python::bind_blobs(m);
     nerva_python::bind_segmenter(m);
     nerva_python::bind_background(m);
+    nerva_python::bind_tracker(m);
     nerva_python::bind_bench_support(m);
 }

@@ -118,3 +118,11 @@ def test_bad_command_lines_exit_2(tmp_path, argv):
     result = subprocess.run([sys.executable, "-m", "nerva.fleet", "x.avi", *argv,
                              *(["--output", str(tmp_path)] if argv else [])], capture_output=True, text=True)
     assert result.returncode == 2 and "nerva-fleet: error:" in result.stderr
+
+
+def test_the_manifest_gives_the_line_counts_of_the_program(nerva_blobs, client, videos, tmp_path):
+    out = tmp_path / "out"
+    assert run(client, videos / "cam1.avi", "--output", out, "--line", "mid:80,0,80,119") == 0
+    lines = subprocess.run([nerva_blobs, str(videos / "cam1.avi"), "-q", "--line", "mid:80,0,80,119", *OPTIONS],
+                           check=True, capture_output=True, text=True).stdout.splitlines()
+    assert manifest(out)["cam1"]["counts"] == json.loads(lines[-1])["counts"]

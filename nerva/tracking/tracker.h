@@ -46,8 +46,8 @@ struct tracker_params {
     int confirm_hits = 3;         // consecutive frames with a blob before a track gets its identity
     int max_coast = 12;           // frames a confirmed track survives without a blob
     int max_coast_border = 2;     // the same when its box touches the frame border
-    double match_iou = 0.2;       // least overlap of a predicted box and a blob to match one to one
-    double group_cover = 0.5;     // share of a track's predicted box inside a blob to be a member of it
+    double match_iou = 0.15;      // least overlap of a predicted box and a blob to match one to one
+    double group_cover = 0.45;    // share of a track's predicted box inside a blob to be a member of it
     double fragment_cover = 0.6;  // share of a blob inside a track's predicted box to be its fragment
     double position_gain = 0.6;   // how far a box moves from its prediction toward its blob
     double velocity_gain = 0.2;

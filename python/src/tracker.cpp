@@ -35,8 +35,7 @@ const char* state_name(nerva::track_state_t s)
 class Tracker {
 public:
     Tracker(int width, int height, const std::map<std::string, std::vector<double>>& lines,
-            const std::map<std::string, std::vector<std::pair<double, double>>>& zones,
-            bool suppress_ghosts)
+            const std::map<std::string, std::vector<std::pair<double, double>>>& zones, bool suppress_ghosts)
         : tracker_(params(width, height, suppress_ghosts))
     {
         for (const auto& [name, p] : lines) {
@@ -61,8 +60,8 @@ public:
             dets_.clear();
             for (size_t i = 0; i < blobs.size(); ++i) {
                 const int32_t* b = &blobs.bbox[4 * i];
-                dets_.push_back({{b[0], b[1], b[2], b[3], b[2] - b[0] + 1, b[3] - b[1] + 1}, blobs.ident[i],
-                                 blobs.npix[i]});
+                dets_.push_back(
+                    {{b[0], b[1], b[2], b[3], b[2] - b[0] + 1, b[3] - b[1] + 1}, blobs.ident[i], blobs.npix[i]});
             }
             tracker_.update(dets_.data(), static_cast<int>(dets_.size()), frame);
             blobs.track.assign(blobs.size(), 0);
@@ -158,9 +157,8 @@ void bind_tracker(py::module_& m)
         .def_readonly("misses", &Track::misses, "Frames in a row without a blob.")
         .def_readonly("blobs", &Track::blobs, "Identifiers of the blobs it owns this frame.")
         .def_readonly("occlusion", &Track::occlusion, "Occlusion flags by name, e.g. 'OCC:CAM_LEF' at the border.")
-        .def("__repr__", [](const Track& t) {
-            return "Track(id=" + std::to_string(t.id) + ", state='" + t.state + "')";
-        });
+        .def("__repr__",
+             [](const Track& t) { return "Track(id=" + std::to_string(t.id) + ", state='" + t.state + "')"; });
 
     py::class_<Tracker>(m, "Tracker", R"doc(Persistent identities over the blobs of consecutive frames.
 

@@ -43,6 +43,27 @@ bool identified(const track& t) { return t.state == TRACK_CONFIRMED || t.state =
 
 }  // namespace
 
+const char* get_track_state_name(track_state_t state)
+{
+    switch (state) {
+    case TRACK_CONFIRMED: return "confirmed";
+    case TRACK_COASTING: return "coasting";
+    case TRACK_ENDED: return "ended";
+    default: return "tentative";
+    }
+}
+
+const char* get_track_event_name(track_event_t kind)
+{
+    switch (kind) {
+    case TRACK_EVENT_START: return "start";
+    case TRACK_EVENT_END: return "end";
+    case TRACK_EVENT_LINE: return "line";
+    case TRACK_EVENT_ZONE_ENTER: return "enter";
+    default: return "exit";
+    }
+}
+
 track_point track_reference_point(const track& t) { return {centre_x(t.box), t.box.ymin + t.box.height}; }
 
 MV_tracker::MV_tracker(const tracker_params& params) : params_(params)

@@ -118,6 +118,11 @@ struct track_event {
     track_point where;  // reference point
 };
 
+// "tentative", "confirmed", "coasting", "ended"; and "start", "end",
+// "line", "enter", "exit": the names the program and the Python package use.
+const char* get_track_state_name(track_state_t state);
+const char* get_track_event_name(track_event_t kind);
+
 // One object's detection: a blob's box, identifier and size.
 struct track_detection {
     rectangle bbox;

@@ -22,16 +22,6 @@ struct Track {
     std::vector<int> blobs;
 };
 
-const char* state_name(nerva::track_state_t s)
-{
-    switch (s) {
-    case nerva::TRACK_CONFIRMED: return "confirmed";
-    case nerva::TRACK_COASTING: return "coasting";
-    case nerva::TRACK_ENDED: return "ended";
-    default: return "tentative";
-    }
-}
-
 class Tracker {
 public:
     Tracker(int width, int height, const std::map<std::string, std::vector<double>>& lines,
@@ -75,7 +65,7 @@ public:
         for (int i = 0; i < tracker_.track_count(); ++i) {
             const nerva::track& t = tracker_.track_at(i);
             if (t.id == 0) continue;
-            out.push_back({t.id, t.age, t.hits, t.misses, state_name(t.state),
+            out.push_back({t.id, t.age, t.hits, t.misses, nerva::get_track_state_name(t.state),
                            nerva::get_occl_name_from_type_detailed(t.occlusion), t.box.xmin, t.box.ymin, t.box.xmax,
                            t.box.ymax, t.vx, t.vy, std::vector<int>(t.blobs, t.blobs + t.nblobs)});
         }
@@ -84,12 +74,11 @@ public:
 
     py::list events() const
     {
-        static const char* kinds[] = {"start", "end", "line", "enter", "exit"};
         py::list out;
         for (int i = 0; i < tracker_.event_count(); ++i) {
             const nerva::track_event& e = tracker_.event_at(i);
             py::dict d;
-            d["type"] = kinds[e.kind];
+            d["type"] = nerva::get_track_event_name(e.kind);
             d["track"] = e.track_id;
             d["frame"] = e.frame;
             if (e.kind == nerva::TRACK_EVENT_LINE) {

@@ -12,16 +12,6 @@
 namespace nerva_blobs {
 namespace {
 
-const char* state_name(nerva::track_state_t s)
-{
-    switch (s) {
-    case nerva::TRACK_CONFIRMED: return "confirmed";
-    case nerva::TRACK_COASTING: return "coasting";
-    case nerva::TRACK_ENDED: return "ended";
-    default: return "tentative";
-    }
-}
-
 // To `digits` decimals, dividing last so the JSON shows the short number.
 double rounded(double v, int digits)
 {
@@ -94,7 +84,7 @@ double TrackingStage::update(const std::vector<Blob>& blobs, long frame, double 
         for (int k = 0; k < t.nblobs; ++k) blob_ids.push_back(t.blobs[k]);
         json_["tracks"].push_back(
             {{"id", t.id},
-             {"state", state_name(t.state)},
+             {"state", nerva::get_track_state_name(t.state)},
              {"bbox",
               {std::lround(t.box.xmin), std::lround(t.box.ymin), std::lround(t.box.xmax), std::lround(t.box.ymax)}},
              {"velocity", {rounded(t.vx, 2), rounded(t.vy, 2)}},
@@ -104,26 +94,16 @@ double TrackingStage::update(const std::vector<Blob>& blobs, long frame, double 
     }
     for (int i = 0; i < tracker_.event_count(); ++i) {
         const nerva::track_event& e = tracker_.event_at(i);
-        nlohmann::ordered_json ev;
-        switch (e.kind) {
-        case nerva::TRACK_EVENT_START: ev = {{"type", "start"}, {"track", e.track_id}}; break;
-        case nerva::TRACK_EVENT_END: ev = {{"type", "end"}, {"track", e.track_id}}; break;
-        case nerva::TRACK_EVENT_LINE:
-            ev = {{"type", "line"},
-                  {"track", e.track_id},
-                  {"line", tracker_.line_at(e.index).name},
-                  {"direction", e.direction == nerva::LINE_IN ? "in" : "out"}};
-            break;
-        case nerva::TRACK_EVENT_ZONE_ENTER:
-            ev = {{"type", "enter"}, {"track", e.track_id}, {"zone", tracker_.zone_at(e.index).name}};
-            break;
-        case nerva::TRACK_EVENT_ZONE_EXIT:
-            ev = {{"type", "exit"},
-                  {"track", e.track_id},
-                  {"zone", tracker_.zone_at(e.index).name},
-                  {"dwell_frames", e.dwell}};
+        nlohmann::ordered_json ev = {{"type", nerva::get_track_event_name(e.kind)}, {"track", e.track_id}};
+        if (e.kind == nerva::TRACK_EVENT_LINE) {
+            ev["line"] = tracker_.line_at(e.index).name;
+            ev["direction"] = e.direction == nerva::LINE_IN ? "in" : "out";
+        } else if (e.kind == nerva::TRACK_EVENT_ZONE_ENTER || e.kind == nerva::TRACK_EVENT_ZONE_EXIT) {
+            ev["zone"] = tracker_.zone_at(e.index).name;
+        }
+        if (e.kind == nerva::TRACK_EVENT_ZONE_EXIT) {
+            ev["dwell_frames"] = e.dwell;
             if (fps_ > 0) ev["dwell"] = rounded(static_cast<double>(e.dwell) / fps_, 3);
-            break;
         }
         json_["events"].push_back(ev);
         if (e.kind == nerva::TRACK_EVENT_START) ++identities_;

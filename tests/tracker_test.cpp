@@ -361,7 +361,9 @@ TEST(Zones, EnterExitAndDwell)
                 ++exits;
                 dwell = s.tracker.event_at(i).dwell;
             }
-        if (f == 20) EXPECT_EQ(s.tracker.zone_at(zone).inside, 1);
+        if (f == 20) {
+            EXPECT_EQ(s.tracker.zone_at(zone).inside, 1);
+        }
     }
     EXPECT_EQ(enters, 1);
     EXPECT_EQ(exits, 1);

@@ -15,7 +15,7 @@ NERVA_BLOBS = $(BUILD_DIR)/tools/nerva-blobs/nerva-blobs
 # shim without numpy.
 PYTHON ?= /usr/bin/python3
 
-.PHONY: all test test-timing demo build configure setup clean check-sanitize check-thread fuzz bench python bench-python format format-check
+.PHONY: all test test-timing demo build configure setup clean check-sanitize check-thread fuzz bench bench-tracking python bench-python format format-check
 
 all: build
 
@@ -72,6 +72,17 @@ bench:
 	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DNERVA_BUILD_TOOLS=ON -DNERVA_BUILD_BENCH=ON $(CMAKE_FLAGS) >/dev/null
 	@cmake --build $(BUILD_DIR) -j$(JOBS) --target nerva_bench nerva_stage_times nerva_change_times
 	@$(BUILD_DIR)/bench/nerva_bench $(BENCH_FLAGS)
+
+# Tracks of vtest.avi's people scored on PETS 2009 S2.L1's ground truth,
+# frames 1-400, against a SORT-style tracker on the same blobs
+# (BENCHMARKS.md, "Tracking"). TRACKING_FLAGS=--errors adds the per-person
+# breakdown; options after "--" go to the foreground and segmentation.
+TRACKING_FLAGS ?=
+bench-tracking:
+	@scripts/setup.sh bench
+	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DNERVA_BUILD_TOOLS=ON -DNERVA_BUILD_BENCH=ON $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(BUILD_DIR) -j$(JOBS) --target nerva_tracking_bench
+	@$(BUILD_DIR)/bench/nerva_tracking_bench $(TRACKING_FLAGS)
 
 # The Python package's timings: per frame against C++, cv2 and skimage, then
 # nerva-fleet's scaling, overhead per task and chunking (BENCHMARKS.md).

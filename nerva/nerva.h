@@ -20,4 +20,6 @@
 #include "nerva/segmentation/RLEregion.h"
 #include "nerva/segmentation/blob_shape.h"
 #include "nerva/segmentation/segmentationRLE.h"
+#include "nerva/tracking/counting.h"
+#include "nerva/tracking/tracker.h"
 #include "nerva/version.h"

@@ -9,6 +9,7 @@ Segmenter         one per stream of masks of one frame size
 Blobs             the blobs of one frame (column arrays, as_cv2_stats())
 blobs()           one mask, one call
 blobs_in_video()  nerva-blobs' change-detection pipeline as a generator
+Tracker           persistent identities over Blobs, with counting lines and zones
 
 Examples
 --------
@@ -24,11 +25,11 @@ import collections
 import threading
 from typing import Optional, Tuple
 
-from ._nerva import AverageBackground, Blob, Blobs, Segmenter, __version__
+from ._nerva import AverageBackground, Blob, Blobs, Segmenter, Track, Tracker, __version__
 from .video import InputError, blobs_in_video, is_live_source, json_line
 
-__all__ = ["AverageBackground", "Blob", "Blobs", "InputError", "Segmenter", "blobs", "blobs_in_video", "is_live_source",
-           "json_line", "__version__"]
+__all__ = ["AverageBackground", "Blob", "Blobs", "InputError", "Segmenter", "Track", "Tracker", "blobs", "blobs_in_video",
+           "is_live_source", "json_line", "__version__"]
 
 # Segmenters kept for blobs(), by frame size and options: building one costs
 # far more than segmenting a frame (its pools hold some 13 MB). Each is lent

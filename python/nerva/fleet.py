@@ -131,6 +131,20 @@ def _address(text: str) -> str:
     return text
 
 
+def _named_points(least: int, most: int):
+    """NAME:x1,y1;x2,y2... (commas or semicolons between numbers) -> (name, [(x, y), ...])."""
+    def parse(text: str):
+        name, _, rest = text.partition(":")
+        try:
+            values = [float(v) for v in rest.replace(";", ",").split(",")]
+        except ValueError:
+            values = []
+        if not name or len(values) % 2 or not least <= len(values) // 2 <= most:
+            raise argparse.ArgumentTypeError(f"'{text}': expected NAME and {least} to {most} points x,y")
+        return name, list(zip(values[0::2], values[1::2]))
+    return parse
+
+
 def parse_arguments(argv: Optional[List[str]]) -> argparse.Namespace:
     presets = "\n".join(f"  {p['name']}: {p['meaning']}" for p in _nerva.presets())
     p = argparse.ArgumentParser(prog="nerva-fleet", description=__doc__.split("\n\n")[0],
@@ -155,6 +169,10 @@ def parse_arguments(argv: Optional[List[str]]) -> argparse.Namespace:
     p.add_argument("--progress", action="store_true", help="progress even when standard error is not a terminal")
     p.add_argument("-q", "--quiet", action="store_true", help="no summary table")
     _add_pipeline_arguments(p)
+    g = p.add_argument_group("tracking (as nerva-blobs; the manifest gives each input's counts)")
+    g.add_argument("--track", action="store_true", help="track identities across frames")
+    g.add_argument("--line", type=_named_points(2, 2), action="append", default=[], metavar="NAME:x1,y1,x2,y2")
+    g.add_argument("--zone", type=_named_points(3, 16), action="append", default=[], metavar="NAME:x1,y1;x2,y2;...")
     args, extras = p.parse_known_args(argv)
     if extras:
         _unknown_options(p, extras)
@@ -175,7 +193,9 @@ def pipeline_options(args: argparse.Namespace) -> dict:
     return dict(masks=args.masks, background=args.background, learning_rate=args.learning_rate,
                 threshold=args.threshold, opening=opening, closing=closing,
                 roi=list(args.roi) if args.roi else None, steps=list(args.steps),
-                min_side=args.min_side, min_pixels=min_pixels)
+                min_side=args.min_side, min_pixels=min_pixels, track=args.track,
+                lines={name: [c for point in points for c in point] for name, points in args.line},
+                zones={name: [list(point) for point in points] for name, points in args.zone})
 
 
 def _check_reachable(address: str) -> None:

@@ -171,11 +171,24 @@ def _entry(job: Job, recorded: dict, version: str) -> dict:
     frames = sum(r["frames"] for r in results)
     seconds = sum(r["seconds"] for r in results)
     blobs = sum(r["blobs"] for r in results)
-    # Per-video counts of other kinds (tracks, crossings) are summed here as blobs are.
     status = "partial" if (job.announced or 0) > frames and job.info.get("codec") != "image files" else "done"
-    return dict(base, status=status, frames=frames, blobs=blobs, blobs_per_frame_mean=blobs / max(frames, 1),
-                blobs_per_frame_max=max(r["max_blobs"] for r in results), seconds=seconds,
-                fps=frames / seconds if seconds > 0 else 0.0)
+    entry = dict(base, status=status, frames=frames, blobs=blobs, blobs_per_frame_mean=blobs / max(frames, 1),
+                 blobs_per_frame_max=max(r["max_blobs"] for r in results), seconds=seconds,
+                 fps=frames / seconds if seconds > 0 else 0.0)
+    if any("counts" in r for r in results):
+        entry["counts"] = _summed_counts([r.get("counts") or {} for r in results])
+    return entry
+
+
+def _summed_counts(pieces: List[dict]) -> dict:
+    """Line and zone counts of an input's pieces added up (each piece tracks on its own)."""
+    total: dict = {}
+    for counts in pieces:
+        for name, values in counts.items():
+            for key, value in values.items():
+                total.setdefault(name, {}).setdefault(key, 0)
+                total[name][key] += value
+    return total
 
 
 def _page_row(job_name: str, entry: Optional[dict]) -> dict:

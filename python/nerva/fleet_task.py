@@ -70,6 +70,7 @@ def segment_piece(source: str, destination: str, temporaries: str, options: dict
     began = time.perf_counter()
     counts: List[int] = []
     times: dict = {}
+    tracked: dict = {}
 
     def write(f):
         for index, _, blobs, seconds in blobs_in_video(source, start=max(0, start - warmup), stop=stop,
@@ -79,14 +80,18 @@ def segment_piece(source: str, destination: str, temporaries: str, options: dict
                 counts.append(len(blobs))
                 times.setdefault("first_time", seconds)
                 times["last_time"] = seconds
+                tracked["counts"] = getattr(blobs, "counts", None)
 
     try:
         write_atomically(destination, write, temporaries)
     except (InputError, ValueError, OSError, cv2.error) as e:
         return {"error": str(e).strip() or type(e).__name__}
     # Per-video counts of other kinds (tracks, crossings) join these fields.
-    return {"frames": len(counts), "blobs": sum(counts), "max_blobs": max(counts, default=0),
-            "seconds": time.perf_counter() - began, **times}
+    piece = {"frames": len(counts), "blobs": sum(counts), "max_blobs": max(counts, default=0),
+             "seconds": time.perf_counter() - began, **times}
+    if tracked.get("counts"):
+        piece["counts"] = tracked["counts"]  # running totals at the piece's last frame
+    return piece
 
 
 def probe(source: str) -> dict:

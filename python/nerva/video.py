@@ -14,12 +14,12 @@ import os
 import re
 import threading
 import time
-from typing import Iterator, List, Optional, Tuple, Union
+from typing import Dict, Iterator, List, Optional, Sequence, Tuple, Union
 
 import numpy as np
 
 from . import _nerva
-from ._nerva import AverageBackground, Blobs, Segmenter, _LumaVideo
+from ._nerva import AverageBackground, Blobs, Segmenter, Tracker, _LumaVideo
 
 IMAGE_SUFFIXES = (".png", ".pgm", ".ppm", ".pnm", ".pbm", ".jpg", ".jpeg")
 # nerva-blobs' limits: a field wide enough for any frame number, and network
@@ -268,7 +268,7 @@ def _foreground(masks: bool, background: str, learning_rate: Optional[float], th
             return (np.any(frame != 0, axis=2)).astype(np.uint8) * 255
         return given
     if background == "mog2":
-        subtractor = cv2.createBackgroundSubtractorMOG2(500, 16.0, True)
+        subtractor = cv2.createBackgroundSubtractorMOG2(500, 25.0, True)  # nerva-blobs' variance threshold
         rate = -1.0 if learning_rate is None else learning_rate
 
         def mog2(frame):
@@ -309,8 +309,10 @@ def blobs_in_video(source: str, *, preset: Optional[str] = None, masks: bool = F
                    steps: Tuple[int, int] = (1, 1), min_side: int = 0, min_pixels: Optional[int] = None,
                    measures: bool = False, pool_full: str = "frame", memory_ceiling: int = 0,
                    start: int = 0, stop: Optional[int] = None,
-                   with_time: bool = False) -> Iterator[Union[Tuple[int, np.ndarray, Blobs],
-                                                              Tuple[int, np.ndarray, Blobs, float]]]:
+                   with_time: bool = False, track: bool = False,
+                   lines: Optional[Dict[str, Sequence[float]]] = None,
+                   zones: Optional[Dict[str, Sequence[Tuple[float, float]]]] = None
+                   ) -> Iterator[Union[Tuple[int, np.ndarray, Blobs], Tuple[int, np.ndarray, Blobs, float]]]:
     """Yields (frame_index, frame, blobs) for each frame of a video or image sequence.
 
     The nerva-blobs pipeline with the same options and results:
@@ -346,6 +348,10 @@ def blobs_in_video(source: str, *, preset: Optional[str] = None, masks: bool = F
     `with_time` adds a fourth item, the frame's time in seconds as the
     program writes it: the stream's timestamp where it has one, else the wall
     clock since the generator began.
+    `track` (implied by `lines` or `zones`) runs a Tracker over the blobs, as
+    nerva-blobs --track does: each Blobs then has its `track` column and the
+    tracker's `tracks`, `events` and `counts` for that frame as attributes.
+    lines: {name: (x1, y1, x2, y2)}; zones: {name: [(x, y), ...]}.
     Raises InputError for a source that cannot be read and ValueError for bad
     options, a region of interest outside the frame included.
     """
@@ -358,7 +364,8 @@ def blobs_in_video(source: str, *, preset: Optional[str] = None, masks: bool = F
     began = time.monotonic()
     frames = read_frames(source, masks=masks, start=start, grey=background == "average")
     index = start
-    size = segmenter = foreground = clean = None
+    size = segmenter = foreground = clean = tracker = None
+    track = track or bool(lines) or bool(zones)
     for frame, stream_ms in frames:
         if stop is not None and index >= stop:
             break
@@ -370,10 +377,15 @@ def blobs_in_video(source: str, *, preset: Optional[str] = None, masks: bool = F
                                   memory_ceiling=memory_ceiling)
             foreground = _foreground(masks, background, learning_rate, threshold, size, segmenter.roi)
             clean = _CleanUp(opening, closing)
+            if track:
+                tracker = Tracker(size[0], size[1], lines=lines or {}, zones=zones or {})
         elif (frame.shape[1], frame.shape[0]) != size:
             raise InputError(f"frame {index} is {frame.shape[1]}x{frame.shape[0]}, "
                              f"earlier frames are {size[0]}x{size[1]}")
         blobs = segmenter.segment(clean(foreground(frame)))
+        if tracker is not None:
+            tracker.update(blobs, index)
+            blobs.tracks, blobs.events, blobs.counts = tracker.tracks, tracker.events, tracker.counts
         if with_time:
             stamped = stream_ms is not None and math.isfinite(stream_ms) and stream_ms >= 0
             yield index, frame, blobs, stream_ms / 1000.0 if stamped else time.monotonic() - began

@@ -11,5 +11,6 @@ void bind_background(pybind11::module_& m);
 void bind_luma_video(pybind11::module_& m);
 void bind_bench_support(pybind11::module_& m);
 void bind_pipeline(pybind11::module_& m);
+void bind_tracker(pybind11::module_& m);
 
 }  // namespace nerva_python

@@ -35,6 +35,7 @@ void Blobs::clear()
     moments.clear();
     for (auto* v : {&orientation, &major_axis, &minor_axis, &eccentricity, &extent}) v->clear();
     perimeter.clear();
+    track.clear();
 }
 
 void Blobs::append(const nerva::RLEblob& b)
@@ -150,7 +151,7 @@ void bind_blobs(py::module_& m)
                    "), npix=" + std::to_string(b.npix) + ")";
         });
 
-    py::class_<Blobs>(m, "Blobs", R"doc(The blobs of one frame, in the segmenter's list order.
+    py::class_<Blobs>(m, "Blobs", py::dynamic_attr(), R"doc(The blobs of one frame, in the segmenter's list order.
 
 Owned copies: they stay valid after the next frame. Columns are read-only
 numpy arrays with one row per blob; ``len()``, indexing and iteration give
@@ -208,6 +209,14 @@ Examples
             "N x 2 float64: mean pixel row and column, the order of scikit-image's regionprops centroid (a copy).")
         .def_property_readonly("center", column_of(&Blobs::center, 2),
                                "N x 2 int32: the centroid truncated toward zero, as nerva-blobs writes xc, yc.")
+        .def_property_readonly(
+            "track",
+            [](py::object self) -> py::object {
+                const Blobs& b = self.cast<const Blobs&>();
+                if (b.track.size() != b.size()) return py::none();
+                return column(b.track, b.size(), 1, self);
+            },
+            "N int32: each blob's track identity after Tracker.update (0: none yet), else None.")
         .def_property_readonly("ident", column_of(&Blobs::ident, 1),
                                "N int32: each blob's index in the segmenter's pool for that frame.")
         .def_property_readonly(

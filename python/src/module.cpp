@@ -11,6 +11,7 @@ PYBIND11_MODULE(_nerva, m)
     nerva_python::bind_segmenter(m);
     nerva_python::bind_background(m);
     nerva_python::bind_luma_video(m);
+    nerva_python::bind_tracker(m);
     nerva_python::bind_bench_support(m);
     nerva_python::bind_pipeline(m);
 }

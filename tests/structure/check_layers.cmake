@@ -6,6 +6,7 @@
 #   rle       (segments, lines, run-length images: nothing above it)
 #   segmentation -> rle, blob, geometry
 #   render    -> rle, image, blob, geometry
+#   tracking  -> blob, geometry
 #
 # Everything may use the top-level headers (version, messages) and
 # nerva/internal/.
@@ -15,7 +16,8 @@ set(allowed_image geometry)
 set(allowed_rle "")
 set(allowed_segmentation rle blob geometry)
 set(allowed_render rle image blob geometry)
-set(folders geometry blob image rle segmentation render)
+set(allowed_tracking blob geometry)
+set(folders geometry blob image rle segmentation render tracking)
 
 set(problems "")
 file(GLOB subsystems LIST_DIRECTORIES true RELATIVE "${SOURCE_DIR}/nerva" "${SOURCE_DIR}/nerva/*")

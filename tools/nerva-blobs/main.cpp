@@ -28,6 +28,7 @@
 #include "stop.h"
 #include "summary.h"
 #include "wall_clock.h"
+#include "tracking_stage.h"
 
 namespace nerva_blobs {
 namespace {
@@ -91,6 +92,8 @@ int run(const Options& o)
     if (!o.video_out.empty()) video.emplace(o.video_out, size, reader.fps());
     std::optional<Annotator> annotator;
     if (frame_files || video || overview || view) annotator.emplace(size);
+    std::optional<TrackingStage> tracking;
+    if (o.track) tracking.emplace(o, size, reader.fps());
 
     Summary summary;
     Progress progress(o.progress || progress_by_default(o.output.empty()), reader.total());
@@ -110,12 +113,17 @@ int run(const Options& o)
         const std::string when = wall.at(frame.arrival);
         // A file keeps a reproducible output, the same bytes on every run:
         // its lines carry no wall time.
-        const LineExtras extras{frame.time,
-                                frame.dropped,
-                                frame.outage_s,
-                                frame.outage_attempts,
-                                segmenter.components(),
-                                reader.drops_frames() ? when : std::string()};
+        LineExtras extras{frame.time,
+                          frame.dropped,
+                          frame.outage_s,
+                          frame.outage_attempts,
+                          segmenter.components(),
+                          reader.drops_frames() ? when : std::string()};
+        if (tracking) {
+            tracking->update(blobs, index, frame.time);
+            extras.blob_tracks = &tracking->blob_tracks();
+            extras.tracking = tracking->json().dump();
+        }
         std::string line = json.write(index, blobs, extras);
         summary.add_wall(when);
         summary.add_latency(std::chrono::duration<double, std::milli>(clock_type::now() - frame.arrival).count());
@@ -128,6 +136,7 @@ int run(const Options& o)
         if (to_files || to_overview || video || to_view) {
             // Masks are shown as they were read; frames in colour.
             const cv::Mat& picture = annotator->draw(o.masks ? mask : frame.image, blobs, index);
+            if (tracking) tracking->draw(picture);  // onto the annotator's canvas
             if (to_files) frame_files->write(picture, index);
             if (to_overview) overview->add(index, picture, mask);
             if (video) video->write(picture);
@@ -154,6 +163,7 @@ int run(const Options& o)
     if (overview) overview->write();
     if (!o.quiet) {
         summary.print(stderr);
+        if (tracking) tracking->print_summary(stderr);
         if (reader.drops_frames()) summary.print_live(stderr, reader.counts());
     }
     // Containers may announce more frames than they hold (a cut download).

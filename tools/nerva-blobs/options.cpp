@@ -10,6 +10,7 @@
 
 #include "errors.h"
 #include "nerva/version.h"
+#include "tracking_options.h"
 
 namespace nerva_blobs {
 namespace {
@@ -235,6 +236,20 @@ std::optional<Options> parse_options(int argc, char** argv)
         ->type_name("[HOST:]PORT")
         ->group(out);
 
+    auto* tr = "Tracking";
+    app.add_flag("--track", o.track, "persistent track identities: \"track\" on each blob, \"tracks\" and \"events\"")
+        ->group(tr);
+    app.add_option("--line", o.lines, "count crossings of a named line, per direction (several allowed)")
+        ->type_name("NAME:X1,Y1,X2,Y2")
+        ->allow_extra_args(false)
+        ->group(tr);
+    app.add_option("--zone", o.zones, "report entries, exits and dwell in a named polygon (several allowed)")
+        ->type_name("NAME:X1,Y1;X2,Y2;...")
+        ->allow_extra_args(false)
+        ->group(tr);
+    app.add_option("--mot", o.mot, "write the tracks as a MOT Challenge text file")->type_name("FILE")->group(tr);
+    app.add_option("--csv", o.csv, "write one CSV row per blob, with its track")->type_name("FILE")->group(tr);
+
     // CLI11 reads an empty value as 0 (or an empty path): refuse it instead.
     const CLI::Validator not_empty(
         [](std::string& value) { return value.empty() ? std::string("empty value") : std::string(); }, "", "not empty");
@@ -266,6 +281,8 @@ std::optional<Options> parse_options(int argc, char** argv)
     o.learning_rate_given = app.count("--learning-rate") > 0;
     if (app.count("--reconnect") > 0 && o.reconnect < 0) throw UsageError("--reconnect: cannot be negative");
     if (!roi.empty()) o.roi = Roi{roi[0], roi[1], roi[2], roi[3]};
+    check_tracking_options(o);
+    o.track = o.track || !o.lines.empty() || !o.zones.empty() || !o.mot.empty() || !o.csv.empty();
     o.step_x = steps[0];
     o.step_y = steps[1];
 

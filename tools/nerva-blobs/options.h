@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "settings.h"
 
@@ -39,6 +40,13 @@ struct Options {
     bool progress = false;
     bool quiet = false;  // no summary
     std::string serve;   // [HOST:]PORT of the live page; none when empty
+
+    // Tracking (tracking_stage.cpp); lines, zones and the exports imply it.
+    bool track = false;
+    std::vector<std::string> lines;  // NAME:x1,y1,x2,y2
+    std::vector<std::string> zones;  // NAME:x1,y1;x2,y2;...
+    std::string mot;                 // MOT Challenge text file
+    std::string csv;                 // one row per blob
 };
 
 // The options the program shares with Python and nerva-fleet, for their

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
 #include <opencv2/core.hpp>
 
 #include "json_line.h"

@@ -35,6 +35,11 @@ std::string json_line(long frame, const std::vector<BlobRecord>& blobs, const Li
                                  {"yc", b.yc}});
         if (b.shape) line["blobs"].back()["shape"] = shape_fields(*b.shape);
     }
+    if (extras.blob_tracks)
+        for (size_t i = 0; i < blobs.size() && i < extras.blob_tracks->size(); ++i) {
+            const int track = (*extras.blob_tracks)[i];
+            line["blobs"][i]["track"] = track ? nlohmann::ordered_json(track) : nlohmann::ordered_json();
+        }
     if (extras.time) {
         line["time"] = std::round(*extras.time * 1e6) / 1e6;
         line["dropped"] = extras.dropped;
@@ -46,7 +51,13 @@ std::string json_line(long frame, const std::vector<BlobRecord>& blobs, const Li
         line["truncated"] = true;
         line["components"] = extras.components;
     }
-    return line.dump() + '\n';
+    std::string text = line.dump();
+    // The tracking part's members are spliced in before the closing brace.
+    if (extras.tracking.size() > 2) {
+        text.back() = ',';
+        text.append(extras.tracking, 1, std::string::npos);
+    }
+    return text + '\n';
 }
 
 }  // namespace nerva_pipeline

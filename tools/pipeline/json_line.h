@@ -40,6 +40,10 @@ struct LineExtras {
     int outage_attempts = 0;
     long components = -1;
     std::string wall;  // when a live frame arrived, UTC, ISO 8601; empty for files
+    // With tracking: each blob's track (0: none), written as the blob's
+    // "track", and a JSON object whose members end the line.
+    const std::vector<int>* blob_tracks = nullptr;
+    std::string tracking;
 };
 
 // The line with its newline.

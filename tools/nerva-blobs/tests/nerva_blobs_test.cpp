@@ -407,3 +407,49 @@ TEST_F(NervaBlobs, AVideoCutShortGivesItsFramesAndAWarning)
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(NervaBlobs, TracksTheSquareAndCountsItsCrossing)
+{
+    const Result r =
+        run("square.avi --min-pixels 20 -o blobs.jsonl --line door:60,0,60,119 --mot tracks.txt "
+            "--csv blobs.csv --zone 'right:80,0;159,0;159,119;80,119'");
+    ASSERT_EQ(r.status, 0) << r.err;
+    const auto lines = json_lines(slurp(dir_ / "blobs.jsonl"));
+    ASSERT_EQ(lines.size(), static_cast<size_t>(kFrames));
+    const json& last = lines.back();
+    EXPECT_EQ(last["blobs"][0]["track"], 1);
+    EXPECT_EQ(last["tracks"][0]["id"], 1);
+    EXPECT_EQ(last["tracks"][0]["state"], "confirmed");
+    EXPECT_EQ(last["counts"]["door"]["out"], 1);
+    EXPECT_EQ(last["counts"]["door"]["in"], 0);
+    EXPECT_EQ(last["counts"]["right"]["inside"], 1);
+    // A blob without a track yet says so.
+    EXPECT_TRUE(lines[kEmptyFrames]["blobs"][0]["track"].is_null());
+    int crossings = 0;
+    for (const json& line : lines)
+        for (const json& e : line["events"]) crossings += e["type"] == "line";
+    EXPECT_EQ(crossings, 1);
+    EXPECT_NE(r.err.find("nerva-blobs: line door: in 0, out 1"), std::string::npos) << r.err;
+
+    // MOT rows count frames from 1; the CSV has a header and a row per blob.
+    size_t first_tracked = 0;
+    while (first_tracked < lines.size() &&
+           (lines[first_tracked]["blobs"].empty() || lines[first_tracked]["blobs"][0]["track"].is_null()))
+        ++first_tracked;
+    const std::string mot = slurp(dir_ / "tracks.txt");
+    EXPECT_EQ(mot.substr(0, mot.find(',')), std::to_string(first_tracked + 1));
+    const std::string csv = slurp(dir_ / "blobs.csv");
+    EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 1 + kFrames - kEmptyFrames);
+}
+
+TEST_F(NervaBlobs, ABadLineOrZoneIsAUsageError)
+{
+    EXPECT_EQ(run("square.avi --line door:1,2,3").status, 2);
+    EXPECT_EQ(run("square.avi --zone 'z:1,2;3,4'").status, 2);
+    const Result r = run("square.avi --line :1,2,3,4");
+    EXPECT_NE(r.err.find("--line ':1,2,3,4': expected NAME:coordinates"), std::string::npos) << r.err;
+}
+
+}  // namespace

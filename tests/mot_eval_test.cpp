@@ -1,0 +1,149 @@
+// The tracking benchmark's evaluator on constructed cases whose scores can
+// be counted by hand.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "assignment.h"
+#include "mot_eval.h"
+
+namespace {
+
+// Two people walking right for `frames` frames, 40 px apart vertically.
+std::vector<MotBox> two_walkers(int frames)
+{
+    std::vector<MotBox> boxes;
+    for (int f = 1; f <= frames; ++f) {
+        boxes.push_back({f, 1, 10.0 + 5 * f, 100, 30, 80});
+        boxes.push_back({f, 2, 10.0 + 5 * f, 300, 30, 80});
+    }
+    return boxes;
+}
+
+TEST(MinCostAssignment, TakesTheCheaperPairingOverTheGreedyOne)
+{
+    // Greedy would take (0,0)=1 and then pay 10 for (1,1).
+    const std::vector<int> col = min_cost_assignment({1, 2, 3, 10}, 2, 2);
+    EXPECT_EQ(col[0], 1);
+    EXPECT_EQ(col[1], 0);
+}
+
+TEST(MinCostAssignment, LeavesTheExtraRowsOfATallMatrixUnassigned)
+{
+    const std::vector<int> col = min_cost_assignment({5, 1, 3}, 3, 1);
+    EXPECT_EQ(col[0], -1);
+    EXPECT_EQ(col[1], 0);
+    EXPECT_EQ(col[2], -1);
+}
+
+TEST(MotEvaluation, GroundTruthAgainstItselfScoresPerfectly)
+{
+    const std::vector<MotBox> gt = two_walkers(10);
+    const MotScores s = evaluate_mot(gt, gt);
+    EXPECT_DOUBLE_EQ(s.mota, 100.0);
+    EXPECT_DOUBLE_EQ(s.motp, 100.0);
+    EXPECT_DOUBLE_EQ(s.idf1, 100.0);
+    EXPECT_EQ(s.idsw, 0);
+    EXPECT_EQ(s.mostly_tracked, 2);
+}
+
+TEST(MotEvaluation, ABoxShiftedBelowHalfOverlapIsAMissAndAFalsePositive)
+{
+    const std::vector<MotBox> gt = two_walkers(4);
+    std::vector<MotBox> hyp = gt;
+    hyp[0].x += 20;  // 10 of 30 columns shared: IoU 0.2
+    const MotScores s = evaluate_mot(gt, hyp);
+    EXPECT_EQ(s.fn, 1);
+    EXPECT_EQ(s.fp, 1);
+    EXPECT_DOUBLE_EQ(s.mota, 100.0 * (1.0 - 2.0 / 8.0));
+}
+
+TEST(MotEvaluation, ABoxShiftedAboveHalfOverlapStillMatchesAtItsIou)
+{
+    const std::vector<MotBox> gt = {{1, 1, 0, 0, 30, 80}};
+    const std::vector<MotBox> hyp = {{1, 7, 5, 0, 30, 80}};  // IoU 25/35
+    const MotScores s = evaluate_mot(gt, hyp);
+    EXPECT_EQ(s.matches, 1);
+    EXPECT_NEAR(s.motp, 100.0 * 25.0 / 35.0, 1e-9);
+}
+
+TEST(MotEvaluation, DroppedHypothesesAreMissesAndAGapIsAFragmentation)
+{
+    const std::vector<MotBox> gt = two_walkers(10);
+    std::vector<MotBox> hyp;
+    for (const MotBox& b : gt)
+        if (!(b.id == 1 && b.frame >= 4 && b.frame <= 6)) hyp.push_back(b);
+    const MotScores s = evaluate_mot(gt, hyp);
+    EXPECT_EQ(s.fn, 3);
+    EXPECT_EQ(s.fp, 0);
+    EXPECT_EQ(s.frag, 1);
+    EXPECT_EQ(s.idsw, 0);
+}
+
+TEST(MotEvaluation, SwappedIdentitiesCountASwitchForEachPerson)
+{
+    const std::vector<MotBox> gt = two_walkers(10);
+    std::vector<MotBox> hyp = gt;
+    for (MotBox& b : hyp)
+        if (b.frame > 6) b.id = 3 - b.id;
+    const MotScores s = evaluate_mot(gt, hyp);
+    EXPECT_EQ(s.idsw, 2);
+    EXPECT_DOUBLE_EQ(s.mota, 100.0 * (1.0 - 2.0 / 20.0));
+    // Each identity keeps its first six frames: IDTP 12 of 20 + 20.
+    EXPECT_EQ(s.idtp, 12);
+    EXPECT_DOUBLE_EQ(s.idf1, 100.0 * 24.0 / 40.0);
+}
+
+TEST(MotEvaluation, AHypothesisRenamedOnceIsOneSwitchAndHalvesItsIdentityScore)
+{
+    std::vector<MotBox> gt, hyp;
+    for (int f = 1; f <= 8; ++f) {
+        gt.push_back({f, 1, 0, 0, 30, 80});
+        hyp.push_back({f, f <= 4 ? 10 : 11, 0, 0, 30, 80});
+    }
+    const MotScores s = evaluate_mot(gt, hyp);
+    EXPECT_EQ(s.idsw, 1);
+    EXPECT_EQ(s.idtp, 4);
+}
+
+TEST(MotEvaluation, TrackedShareDecidesMostlyTrackedAndMostlyLost)
+{
+    const std::vector<MotBox> gt = two_walkers(10);
+    std::vector<MotBox> hyp;
+    for (const MotBox& b : gt)
+        if (b.id == 1 || b.frame == 1) hyp.push_back(b);  // person 2 matched 1 frame of 10
+    const MotScores s = evaluate_mot(gt, hyp);
+    EXPECT_EQ(s.mostly_tracked, 1);
+    EXPECT_EQ(s.mostly_lost, 1);
+}
+
+TEST(MotEvaluation, AnEarlierCorrespondenceWinsOverABetterNewOverlap)
+{
+    // Hypothesis 5 follows person 1; in frame 2 hypothesis 6 fits better,
+    // but 5 still overlaps enough, so nothing switches.
+    const std::vector<MotBox> gt = {{1, 1, 0, 0, 30, 80}, {2, 1, 0, 0, 30, 80}};
+    const std::vector<MotBox> hyp = {{1, 5, 0, 0, 30, 80}, {2, 5, 6, 0, 30, 80}, {2, 6, 0, 0, 30, 80}};
+    const MotScores s = evaluate_mot(gt, hyp);
+    EXPECT_EQ(s.idsw, 0);
+    EXPECT_EQ(s.fp, 1);
+}
+
+TEST(MotFile, KeepsTheFrameRangeAndDropsIgnoredGroundTruth)
+{
+    const std::string path = ::testing::TempDir() + "mot_eval_test.txt";
+    {
+        std::ofstream out(path);
+        out << "1,1,10,20,30,40,1,-1,-1,-1\n1,2,10,20,30,40,0,-1,-1,-1\n2,1,11,20,30,40,1,-1,-1,-1\n"
+               "3,1,12,20,30,40,1,-1,-1,-1\n";
+    }
+    const std::vector<MotBox> rows = read_mot_file(path, 1, 2, true);
+    std::remove(path.c_str());
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(rows[1].frame, 2);
+    EXPECT_DOUBLE_EQ(rows[1].x, 11.0);
+}
+
+}  // namespace

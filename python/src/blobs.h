@@ -25,7 +25,7 @@ struct Blobs {
     std::vector<double> moments;  // mu20, mu11, mu02 per blob
     std::vector<double> orientation, major_axis, minor_axis, eccentricity, extent;
     std::vector<int64_t> perimeter;
-    std::vector<int32_t> track;    // set by a Tracker: each blob's track, 0 for none; empty before
+    std::vector<int32_t> track;  // set by a Tracker: each blob's track, 0 for none; empty before
 
     size_t size() const { return ident.size(); }
     void reserve(size_t n);

@@ -27,8 +27,8 @@
 #include "serve.h"
 #include "stop.h"
 #include "summary.h"
-#include "wall_clock.h"
 #include "tracking_stage.h"
+#include "wall_clock.h"
 
 namespace nerva_blobs {
 namespace {
@@ -113,12 +113,13 @@ int run(const Options& o)
         const std::string when = wall.at(frame.arrival);
         // A file keeps a reproducible output, the same bytes on every run:
         // its lines carry no wall time.
-        LineExtras extras{frame.time,
-                          frame.dropped,
-                          frame.outage_s,
-                          frame.outage_attempts,
-                          segmenter.components(),
-                          reader.drops_frames() ? when : std::string()};
+        LineExtras extras;
+        extras.time = frame.time;
+        extras.dropped = frame.dropped;
+        extras.outage_s = frame.outage_s;
+        extras.outage_attempts = frame.outage_attempts;
+        extras.components = segmenter.components();
+        if (reader.drops_frames()) extras.wall = when;
         if (tracking) {
             tracking->update(blobs, index, frame.time);
             extras.blob_tracks = &tracking->blob_tracks();

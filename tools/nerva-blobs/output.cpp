@@ -49,7 +49,6 @@ JsonLinesWriter::~JsonLinesWriter()
     if (owned_) ::close(fd_);
 }
 
-
 std::string JsonLinesWriter::write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras)
 {
     std::string text = nerva_pipeline::json_line(frame, blobs, extras);

@@ -8,12 +8,12 @@
 namespace nerva_blobs {
 
 // "NAME:v,v;v,v...": the numbers may be separated by commas or semicolons.
-static Spec parse_spec(const std::string& option, const std::string& text)
+static NamedPoints parse_named_points(const std::string& option, const std::string& text)
 {
     const auto colon = text.find(':');
     if (colon == std::string::npos || colon == 0)
         throw UsageError(option + " '" + text + "': expected NAME:coordinates");
-    Spec s{text.substr(0, colon), {}};
+    NamedPoints s{text.substr(0, colon), {}};
     if (s.name.size() >= nerva::TRACKER_NAME_LENGTH)
         throw UsageError(option + " '" + text + "': the name is longer than " +
                          std::to_string(nerva::TRACKER_NAME_LENGTH - 1) + " characters");
@@ -27,18 +27,18 @@ static Spec parse_spec(const std::string& option, const std::string& text)
     return s;
 }
 
-Spec parse_line(const std::string& text)
+NamedPoints parse_line(const std::string& text)
 {
-    Spec s = parse_spec("--line", text);
+    NamedPoints s = parse_named_points("--line", text);
     if (s.values.size() != 4) throw UsageError("--line '" + text + "': expected NAME:x1,y1,x2,y2");
     if (s.values[0] == s.values[2] && s.values[1] == s.values[3])
         throw UsageError("--line '" + text + "': the two points are the same");
     return s;
 }
 
-Spec parse_zone(const std::string& text)
+NamedPoints parse_zone(const std::string& text)
 {
-    Spec s = parse_spec("--zone", text);
+    NamedPoints s = parse_named_points("--zone", text);
     if (s.values.size() % 2 != 0 || s.values.size() < 6 || s.values.size() > 2 * nerva::ZONE_MAX_POINTS)
         throw UsageError("--zone '" + text + "': expected NAME:x1,y1;x2,y2;x3,y3... (3 to " +
                          std::to_string(nerva::ZONE_MAX_POINTS) + " points)");

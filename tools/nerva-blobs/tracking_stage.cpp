@@ -44,11 +44,11 @@ TrackingStage::TrackingStage(const Options& o, cv::Size size, double fps)
       fps_(fps), mot_path_(o.mot), csv_path_(o.csv)
 {
     for (const std::string& text : o.lines) {
-        const Spec s = parse_line(text);
+        const NamedPoints s = parse_line(text);
         tracker_.add_line(s.name.c_str(), s.values[0], s.values[1], s.values[2], s.values[3]);
     }
     for (const std::string& text : o.zones) {
-        const Spec s = parse_zone(text);
+        const NamedPoints s = parse_zone(text);
         std::vector<nerva::track_point> points;
         for (size_t i = 0; i < s.values.size(); i += 2) points.push_back({s.values[i], s.values[i + 1]});
         tracker_.add_zone(s.name.c_str(), points.data(), static_cast<int>(points.size()));

@@ -161,10 +161,11 @@ class LiveTiming : public LiveSource {};
 TEST_F(LiveTiming, ASlowConsumerDropsFramesAndCountsThem)
 {
     const auto server = serve("noise.ts");
-    const std::string cmd = "cd '" + dir_.string() + "' && { '" NERVA_BLOBS_EXE "' " + url() +
-                            " --preset raw --threshold 100 2>err.txt & echo $! >pid.txt; wait $!; echo $? >status.txt; } | "
-                            "{ IFS= read -r first; sleep 4; head -n 3 >slow.jsonl; kill -TERM $(cat pid.txt); "
-                            "cat >/dev/null; }";
+    const std::string cmd =
+        "cd '" + dir_.string() + "' && { '" NERVA_BLOBS_EXE "' " + url() +
+        " --preset raw --threshold 100 2>err.txt & echo $! >pid.txt; wait $!; echo $? >status.txt; } | "
+        "{ IFS= read -r first; sleep 4; head -n 3 >slow.jsonl; kill -TERM $(cat pid.txt); "
+        "cat >/dev/null; }";
     ASSERT_EQ(std::system(cmd.c_str()), 0);
     ASSERT_EQ(slurp(dir_ / "status.txt"), "0\n") << slurp(dir_ / "err.txt");
     const auto lines = json_lines(slurp(dir_ / "slow.jsonl"));

@@ -7,6 +7,7 @@
 #include <opencv2/imgproc.hpp>
 #include <opencv2/video/background_segm.hpp>
 
+#include "clean_up.h"
 #include "errors.h"
 #include "nerva/image/change_detection.h"
 #include "nerva/image/image.h"
@@ -15,33 +16,23 @@
 namespace nerva_blobs {
 namespace {
 
-// Optional opening then closing; shared by every detector.
+// Optional opening then closing, shared by every detector; done on bits,
+// byte for byte OpenCV's morphologyEx with elliptic kernels.
 class CleanUp {
 public:
-    CleanUp(int open, int close)
-    {
-        if (open > 0) open_ = cv::getStructuringElement(cv::MORPH_ELLIPSE, cv::Size(open, open));
-        if (close > 0) close_ = cv::getStructuringElement(cv::MORPH_ELLIPSE, cv::Size(close, close));
-    }
+    CleanUp(int open, int close) : bits_(open, close) {}
 
     const cv::Mat& apply(const cv::Mat& mask)
     {
-        if (open_.empty() && close_.empty()) return mask;
-        const cv::Mat* in = &mask;
-        if (!open_.empty()) {
-            cv::morphologyEx(*in, opened_, cv::MORPH_OPEN, open_);
-            in = &opened_;
-        }
-        if (!close_.empty()) {
-            cv::morphologyEx(*in, closed_, cv::MORPH_CLOSE, close_);
-            in = &closed_;
-        }
-        return *in;
+        if (!bits_.active()) return mask;
+        cleaned_.create(mask.size(), CV_8UC1);  // allocated at the first frame only
+        bits_.apply(mask.data, mask.step, cleaned_.data, cleaned_.step, mask.cols, mask.rows);
+        return cleaned_;
     }
 
 private:
-    cv::Mat open_, close_;
-    cv::Mat opened_, closed_;
+    nerva_pipeline::CleanUp bits_;
+    cv::Mat cleaned_;
 };
 
 // The library's change detection on grey frames: difference, threshold and

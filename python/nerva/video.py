@@ -240,21 +240,13 @@ def frame_count(source: str) -> int:
 
 
 class _CleanUp:
-    """Optional opening, then closing, with elliptic kernels."""
+    """Optional opening, then closing, with elliptic kernels: nerva-blobs' own clean-up, on bits."""
 
     def __init__(self, opening: int, closing: int):
-        cv2 = _cv2()
-        self.cv2 = cv2
-        ellipse = lambda n: cv2.getStructuringElement(cv2.MORPH_ELLIPSE, (n, n))
-        self.open = ellipse(opening) if opening > 0 else None
-        self.close = ellipse(closing) if closing > 0 else None
+        self._clean = _nerva._CleanUp(opening, closing)
 
     def __call__(self, mask: np.ndarray) -> np.ndarray:
-        if self.open is not None:
-            mask = self.cv2.morphologyEx(mask, self.cv2.MORPH_OPEN, self.open)
-        if self.close is not None:
-            mask = self.cv2.morphologyEx(mask, self.cv2.MORPH_CLOSE, self.close)
-        return mask
+        return self._clean.apply(mask)
 
 
 def _foreground(masks: bool, background: str, learning_rate: Optional[float], threshold: int,

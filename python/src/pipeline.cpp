@@ -7,11 +7,13 @@
 #include <tuple>
 #include <vector>
 
+#include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
 #include "bindings.h"
 #include "blobs.h"
+#include "clean_up.h"
 #include "input_kind.h"
 #include "json_line.h"
 #include "settings.h"
@@ -110,6 +112,30 @@ std::string json_line(long frame, const Blobs& blobs, std::optional<double> time
     return pipeline::json_line(frame, records, extras);
 }
 
+// The program's clean-up, for blobs_in_video. The cleaned mask is the
+// object's own array, overwritten by the next call, so that a stream of
+// frames allocates nothing after its first.
+class CleanUpMasks {
+public:
+    CleanUpMasks(int opening, int closing) : clean_(opening, closing) {}
+
+    py::array apply(const py::array_t<std::uint8_t, py::array::c_style | py::array::forcecast>& mask)
+    {
+        if (mask.ndim() != 2) throw py::value_error("mask must be 2-D, not " + std::to_string(mask.ndim()) + "-D");
+        if (!clean_.active()) return mask;
+        const auto height = mask.shape(0), width = mask.shape(1);
+        if (cleaned_.ndim() != 2 || cleaned_.shape(0) != height || cleaned_.shape(1) != width)
+            cleaned_ = py::array_t<std::uint8_t>({height, width});
+        clean_.apply(mask.data(), static_cast<std::size_t>(width), cleaned_.mutable_data(),
+                     static_cast<std::size_t>(width), static_cast<int>(width), static_cast<int>(height));
+        return cleaned_;
+    }
+
+private:
+    pipeline::CleanUp clean_;
+    py::array_t<std::uint8_t> cleaned_;
+};
+
 }  // namespace
 
 void bind_pipeline(py::module_& m)
@@ -146,6 +172,11 @@ void bind_pipeline(py::module_& m)
     m.def(
         "input_kind", [](const std::string& path) { return pipeline::kind_name(pipeline::input_kind(path)); },
         py::arg("path"), "How nerva-blobs reads `path`: missing, network, device, directory, image, pattern or video.");
+    py::class_<CleanUpMasks>(m, "_CleanUp",
+                             "nerva-blobs' clean-up: an opening, then a closing, with elliptic kernels (0: none).")
+        .def(py::init<int, int>(), py::arg("opening"), py::arg("closing"))
+        .def("apply", &CleanUpMasks::apply, py::arg("mask"),
+             "The cleaned mask (0 and 255), OpenCV's morphologyEx's byte for byte; overwritten by the next call.");
     m.def("json_line", &json_line, py::arg("index"), py::arg("blobs"), py::arg("time") = py::none(),
           py::arg("dropped") = 0, py::arg("components") = py::none(), "nerva-blobs' JSON line of one frame.");
 }

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# The main job against decoding alone, in one run: nerva-blobs (defaults, and
-# with the demo's clean-up) next to `ffmpeg -threads 1 -i VIDEO -f null -`,
-# interleaved, REPS times each; prints the median CPU time (user + system)
-# and wall time of each, and their ratios to ffmpeg's. On a shared machine
-# the CPU times are the figure to read: wall time includes waiting for a core.
+# The main job against decoding alone, in one run: nerva-blobs (defaults,
+# i.e. the people preset's clean-up; and --preset raw, no clean-up) next to
+# `ffmpeg -threads 1 -i VIDEO -f null -`, interleaved, REPS times each;
+# prints the median CPU time (user + system) and wall time of each, and
+# their ratios to ffmpeg's. On a shared machine the CPU times are the figure
+# to read: wall time includes waiting for a core.
 #
 #   bench/main_job_ratio.sh NERVA_BLOBS VIDEO [REPS] [OTHER_NERVA_BLOBS]
 #
@@ -23,10 +24,10 @@ measure() {  # name command...: appends "cpu wall" to $out/name
 for ((i = 0; i < reps; i++)); do
     measure ffmpeg ffmpeg -v error -threads 1 -i "$video" -f null -
     measure defaults "$exe" "$video" -q -o "$out/blobs.jsonl"
-    measure demo "$exe" "$video" -q -o "$out/blobs.jsonl" --open 3 --close 7 --min-pixels 150
+    measure raw "$exe" "$video" -q -o "$out/blobs.jsonl" --preset raw
     if [[ -n $other ]]; then
         measure before_defaults "$other" "$video" -q -o "$out/blobs.jsonl"
-        measure before_demo "$other" "$video" -q -o "$out/blobs.jsonl" --open 3 --close 7 --min-pixels 150
+        measure before_raw "$other" "$video" -q -o "$out/blobs.jsonl" --preset raw
     fi
 done
 
@@ -34,7 +35,7 @@ median() { sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
 base_cpu=$(cut -d' ' -f1 "$out/ffmpeg" | median)
 base_wall=$(cut -d' ' -f2 "$out/ffmpeg" | median)
 printf '%-16s %8s %8s %9s %9s\n' run cpu_s wall_s cpu/ffmpeg wall/ffmpeg
-for name in ffmpeg defaults demo before_defaults before_demo; do
+for name in ffmpeg defaults raw before_defaults before_raw; do
     [[ -f $out/$name ]] || continue
     cpu=$(cut -d' ' -f1 "$out/$name" | median)
     wall=$(cut -d' ' -f2 "$out/$name" | median)

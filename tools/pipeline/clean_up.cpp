@@ -54,12 +54,10 @@ inline std::uint64_t bits_at(const std::uint64_t* plane, std::size_t i, std::ptr
 inline std::ptrdiff_t words_of(int offset) { return offset >= 0 ? offset / 64 : -((63 - offset) / 64); }
 inline int bits_of(int offset) { return static_cast<int>(offset - 64 * words_of(offset)); }
 
-// Short windows are joined in one pass, the count a constant so that the
-// compiler unrolls it and works several words per instruction; longer ones
-// by doubling.
+// A box at most this long each way is joined directly: its rows in one
+// pass whose count is a constant the compiler unrolls, its columns a pass
+// per distance; longer ones by doubling.
 constexpr int kShortest = 8;
-// Rows a strip of short boxes: a few kB of words, well inside the L1 cache.
-constexpr int kStripRows = 16;
 
 // out[i] = the join of rows i + first, i + first + stride, ... (Length of them).
 template <bool Erode, int Length>
@@ -141,6 +139,7 @@ CleanUp::CleanUp(int open, int close)
 void CleanUp::apply(const std::uint8_t* in, std::size_t in_step, std::uint8_t* out, std::size_t out_step, int width,
                     int height)
 {
+    if (width <= 0 || height <= 0) return;
     if (!active()) {
         if (in != out)
             for (int y = 0; y < height; ++y) std::copy(in + y * in_step, in + y * in_step + width, out + y * out_step);
@@ -194,18 +193,10 @@ void CleanUp::morph(std::vector<std::uint64_t>& src, std::vector<std::uint64_t>&
 {
     neutralise<Erode>(src);
     std::fill(dst.begin() + word_of(0), dst.begin() + word_of(height_), kNeutral<Erode>);
-    // Short boxes are worked a strip of rows at a time, so that the rows
-    // joined stay in the nearest cache from one box to the next.
-    const bool short_boxes = std::all_of(boxes.begin(), boxes.end(), [](const Box& b) {
-        return b.y1 - b.y0 < kShortest && -b.x0 <= kShortest && b.x1 <= kShortest;
-    });
-    const int strip = short_boxes ? kStripRows : height_;
-    for (int y = 0; y < height_; y += strip) {
-        // The row before the strip's first holds the gap its first pixels
-        // look back into.
-        const std::size_t first = word_of(y), last = word_of(std::min(y + strip, height_)), begin = first - gap_;
-        for (const Box& b : boxes) box<Erode>(src, dst, b, begin, first, last);
-    }
+    // The row before the frame's first holds the gap its first pixels look
+    // back into.
+    const std::size_t first = word_of(0), last = word_of(height_), begin = first - gap_;
+    for (const Box& b : boxes) box<Erode>(src, dst, b, begin, first, last);
 }
 
 // dst's words [first, last) joined with src eroded or dilated by one box.

@@ -200,6 +200,8 @@ void CleanUp::morph(std::vector<std::uint64_t>& src, std::vector<std::uint64_t>&
 }
 
 // dst's words [first, last) joined with src eroded or dilated by one box.
+// The box's column is joined from `begin`, the gap before the frame's first
+// row, which that row's first pixels read as their left neighbours.
 template <bool Erode>
 void CleanUp::box(const std::vector<std::uint64_t>& src, std::vector<std::uint64_t>& dst, const Box& b,
                   std::size_t begin, std::size_t first, std::size_t last)

@@ -296,7 +296,7 @@ std::string wall_text(double offset_s)
     return text;
 }
 
-// The page, its health and its metrics while the camera comes and goes.
+// Health and metrics while the camera comes and goes (the page is tried in a browser).
 TEST_F(LiveSource, ServedEndpointsFollowTheStream)
 {
     auto server = serve("pattern.ts");
@@ -306,10 +306,6 @@ TEST_F(LiveSource, ServedEndpointsFollowTheStream)
     ASSERT_TRUE(wait_until([&] { return !(address = page_address(dir_ / "err.txt")).empty(); })) << err();
     EXPECT_EQ(address.rfind("127.0.0.1:", 0), 0u) << "loopback unless asked";
     httplib::Client http("http://" + address);
-    const auto page = http.Get("/");
-    ASSERT_TRUE(page);
-    EXPECT_EQ(page->status, 200);
-    EXPECT_NE(page->body.find("new EventSource(\"events\")"), std::string::npos);
     const auto health = [&] {
         const auto r = http.Get("/healthz");
         return r ? r->status : 0;

@@ -37,17 +37,24 @@ protected:
     {
         dir_ = fs::path(NERVA_BLOBS_SCRATCH) / std::to_string(getpid());  // CTest may run these side by side
         fs::create_directories(dir_);
-        cv::VideoWriter writer((dir_ / "square.avi").string(), cv::CAP_FFMPEG,
-                               cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), 25, cv::Size(kWidth, kHeight));
-        ASSERT_TRUE(writer.isOpened());
         cv::Mat bg(kHeight, kWidth, CV_8UC3);  // a textured background
         for (int y = 0; y < kHeight; ++y)
             for (int x = 0; x < kWidth; ++x) {
                 const int check = ((x / 8) + (y / 8)) % 2 ? 40 : 0;
                 bg.at<cv::Vec3b>(y, x) = cv::Vec3b(60 + check, 70 + check + x / 4, 80 + check + y / 4);
             }
+        write_clip("square.avi", [&](int) { return bg.clone(); });
+    }
+
+    // kFrames frames at 25 a second: `background(f)` with the white square over it.
+    template <class Background>
+    static void write_clip(const std::string& name, Background background)
+    {
+        cv::VideoWriter writer((dir_ / name).string(), cv::CAP_FFMPEG, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), 25,
+                               cv::Size(kWidth, kHeight));
+        ASSERT_TRUE(writer.isOpened());
         for (int f = 0; f < kFrames; ++f) {
-            cv::Mat frame = bg.clone();
+            cv::Mat frame = background(f);
             if (!square_at(f).empty()) frame(square_at(f)).setTo(cv::Scalar(230, 230, 230));
             writer.write(frame);
         }
@@ -190,20 +197,13 @@ TEST_F(NervaBlobs, AFrameOfAnotherSizeStopsTheRunAndKeepsWhatWasWritten)
 // alone, raw keeps everything, and options beside a preset win.
 TEST_F(NervaBlobs, DefaultsKeepThingsAndDropSpecksWhileRawKeepsEverything)
 {
-    cv::VideoWriter writer((dir_ / "specks.avi").string(), cv::CAP_FFMPEG, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'),
-                           25, cv::Size(kWidth, kHeight));
-    ASSERT_TRUE(writer.isOpened());
     cv::RNG rng(7);
-    for (int f = 0; f < kFrames; ++f) {
+    write_clip("specks.avi", [&](int f) {
         cv::Mat frame(kHeight, kWidth, CV_8UC3, cv::Scalar(70, 70, 70));
-        if (!square_at(f).empty()) frame(square_at(f)).setTo(cv::Scalar(230, 230, 230));
-        if (f > 0)
-            for (int k = 0; k < 20; ++k)
-                frame(cv::Rect(rng.uniform(0, kWidth - 2), rng.uniform(0, kHeight - 2), 2, 2))
-                    .setTo(cv::Scalar::all(255));
-        writer.write(frame);
-    }
-    writer.release();
+        for (int k = 0; f > 0 && k < 20; ++k)
+            frame(cv::Rect(rng.uniform(0, kWidth - 2), rng.uniform(0, kHeight - 2), 2, 2)).setTo(cv::Scalar::all(255));
+        return frame;
+    });
 
     const auto blob_counts = [&](const std::string& options) {
         std::vector<size_t> counts;

@@ -83,7 +83,8 @@ def test_masks_are_split_so_workers_stay_busy_and_the_pieces_join_exactly(nerva_
     write_video(tmp_path / "masks.avi", frames)
     expected = subprocess.run([nerva_blobs, str(tmp_path / "masks.avi"), "-q", "--masks", *OPTIONS], check=True,
                               capture_output=True).stdout
-    auto, chunked = tmp_path / "auto", tmp_path / "chunked"
+    auto = tmp_path / "auto"
+    chunked = tmp_path / "chunked"
     assert run(client, tmp_path / "masks.avi", "--masks", "--output", auto) == 0
     assert manifest(auto)["masks"]["pieces"] == 2
     assert (auto / "masks.jsonl").read_bytes() == expected

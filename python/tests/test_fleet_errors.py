@@ -21,17 +21,12 @@ def fleet(*argv, **kwargs):
                           timeout=300, **kwargs)
 
 
-class Finished:
-    def __init__(self, returncode, stderr):
-        self.returncode, self.stderr = returncode, stderr
-
-
 @pytest.fixture
 def main(capsys):
     """A run in this process: an exception escaping it fails the test as a traceback would."""
     def run(*argv):
         status = nerva_fleet.main([*map(str, argv), "-q"])
-        return Finished(status, capsys.readouterr().err)
+        return subprocess.CompletedProcess(argv, status, stderr=capsys.readouterr().err)
     return run
 
 

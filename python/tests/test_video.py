@@ -74,7 +74,8 @@ def _listening(port):
 @pytest.mark.skipif(shutil.which("ffmpeg") is None, reason="ffmpeg is not installed (scripts/setup.sh installs it)")
 def test_live_stream_gives_the_blobs_of_the_file_it_serves(tmp_path):
     port = free_port()
-    clip, url = tmp_path / "clip.ts", f"http://127.0.0.1:{port}/camera.ts"
+    clip = tmp_path / "clip.ts"
+    url = f"http://127.0.0.1:{port}/camera.ts"
     ffmpeg = ["ffmpeg", "-nostdin", "-loglevel", "quiet", "-y"]
     subprocess.run([*ffmpeg, "-f", "lavfi", "-i", "testsrc=size=160x120:rate=25", "-t", "1", "-c:v", "mpeg2video",
                     "-g", "5", "-f", "mpegts", str(clip)], check=True)

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <initializer_list>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "nerva/nerva.h"
@@ -23,11 +22,6 @@ inline rectangle box(int x, int y, int w, int h)
 inline rectangle bounds(int xmin, int ymin, int xmax, int ymax) { return {xmin, ymin, xmax, ymax, 0, 0}; }
 
 inline bytes_t bytes(const image* img, size_t n) { return {img->data, img->data + n}; }
-// An operation's result with the first n bytes it left in img, compared with
-// done(bytes): after(update(bg, ...), bg, n). The bytes are read once the
-// operation has run.
-inline std::pair<int, bytes_t> after(int result, const image* img, size_t n) { return {result, bytes(img, n)}; }
-inline std::pair<int, bytes_t> done(bytes_t expected) { return {0, std::move(expected)}; }
 
 template <typename T>
 T at(const image* img, size_t i)
@@ -59,7 +53,11 @@ inline uint32_t pack(int f0, int f1, int f2)
 // any image handed to it, when the test ends.
 struct owned {
     std::vector<image*> all;
-    image* operator()(image* img) { return all.push_back(img), img; }
+    image* operator()(image* img)
+    {
+        all.push_back(img);
+        return img;
+    }
     image* make(image_type kind, unsigned w, unsigned h, const bytes_t& first = {})
     {
         image* img = (*this)(make_image(kind, w, h));

@@ -24,5 +24,3 @@ TEST(NumericHelpers, AreEqualToleratesATenBillionth)
     EXPECT_TRUE(areEqual(1.0, 1.0 + 1e-11));
     EXPECT_FALSE(areEqual(1.0, 1.0 + 1e-9));
 }
-
-TEST(NumericHelpers, GaussianOneSigmaAway) { EXPECT_DOUBLE_EQ(gaussian(3.0, 2.0, 1.0), std::exp(-0.5)); }

@@ -32,16 +32,6 @@ TEST(Region, AbsorbedRegionPointsAtTheSurvivorAndKeepsItsStatistics)
     EXPECT_EQ(stats(s), (S{9, 0, 9, 0, 1, 0, 2, 1 + 11 + 35, 5}));
 }
 
-TEST(Region, HolesCountAndRememberTheLastRegionPassed)
-{
-    auto s = region_new(), a = region_new();
-    region_add_hole(nullptr, region_new());
-    region_add_hole(s, a);
-    region_add_hole(s, a);
-    EXPECT_EQ(s->nholes, 2);
-    EXPECT_EQ(s->hole, a);
-}
-
 TEST(Region, FreeTakesItsArgumentByValue)
 {
     std::vector<std::shared_ptr<region>> pool{region_new()};

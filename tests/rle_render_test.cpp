@@ -32,7 +32,7 @@ bytes_t white_bytes(size_t n, std::vector<std::pair<size_t, size_t>> ranges)
 
 }  // namespace
 
-TEST(RLERenderDeathTest, RunsPaintClearAndClip)
+TEST(RLERender, RunsPaintWhiteAndARepaintClearsFirst)
 {
     owned keep;
     hand_rle h(10, 3);
@@ -47,8 +47,11 @@ TEST(RLERenderDeathTest, RunsPaintClearAndClip)
     EXPECT_EQ(bytes(img, 90), white_bytes(90, {{0, 5}}));
     RLEimage_clear_binaire(h.rle, img);
     EXPECT_EQ(bytes(img, 90), white_bytes(90, {}));
+}
 
-    // The raw grey form clips at the row's end and never clears the buffer.
+// The raw grey form clips at the row's end and never clears the buffer.
+TEST(RLERenderDeathTest, RawGreyClipsAtTheRowsEndAndNeedsABuffer)
+{
     hand_rle g(10, 2);
     g.row(0, {{3, 5}});
     g.row(1, {{8, 12}});

@@ -1,4 +1,6 @@
+import json
 import os
+import socket
 import subprocess
 
 import cv2
@@ -57,6 +59,34 @@ def nerva_blobs():
 
 def program_lines(program, source, *options):
     """nerva-blobs' JSON lines restricted to the frame and its blobs (other fields may come and go)."""
-    import json
     out = subprocess.run([program, str(source), "-q", *options], check=True, capture_output=True, text=True).stdout
     return [{"frame": d["frame"], "blobs": d["blobs"]} for d in map(json.loads, out.splitlines())]
+
+
+def free_port():
+    """A loopback TCP port nothing listens on now."""
+    with socket.socket() as s:
+        s.bind(("127.0.0.1", 0))
+        return s.getsockname()[1]
+
+
+def manifest(out):
+    """nerva-fleet's manifest entries by output name without '.jsonl' (the file keys them by resolved path)."""
+    entries = json.loads((out / "manifest.json").read_text())["inputs"]
+    return {e["output"][:-len(".jsonl")]: e for e in entries.values()}
+
+
+@pytest.fixture(scope="module")
+def cluster():
+    """A local Dask cluster of two single-threaded worker processes."""
+    distributed = pytest.importorskip("distributed")
+    with distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None,
+                                  silence_logs=50) as c:
+        yield c
+
+
+@pytest.fixture(scope="module")
+def client(cluster):
+    distributed = pytest.importorskip("distributed")
+    with distributed.Client(cluster) as c:
+        yield c

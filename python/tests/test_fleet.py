@@ -14,7 +14,7 @@ import pytest
 distributed = pytest.importorskip("distributed")
 
 from nerva import fleet  # noqa: E402
-from conftest import walkers, write_video  # noqa: E402
+from conftest import manifest, walkers, write_video  # noqa: E402
 
 OPTIONS = ["--open", "3", "--min-pixels", "5"]
 
@@ -27,21 +27,8 @@ def videos(tmp_path_factory):
     return folder
 
 
-@pytest.fixture(scope="module")
-def client():
-    with distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None,
-                                  silence_logs=50) as cluster, distributed.Client(cluster) as c:
-        yield c
-
-
 def run(client, *argv):
     return fleet.run_fleet(client, fleet.parse_arguments([*map(str, argv), "-q", *OPTIONS]))
-
-
-def manifest(out):
-    """Entries by output name (the file keys them by resolved path)."""
-    entries = json.loads((out / "manifest.json").read_text())["inputs"]
-    return {e["output"][:-len(".jsonl")]: e for e in entries.values()}
 
 
 def assert_identical(nerva_blobs, videos, out):
@@ -58,12 +45,14 @@ def test_the_command_line_matches_the_program_and_reruns_skip(nerva_blobs, clien
                              "--scheduler", client.scheduler.address, *OPTIONS], capture_output=True, text=True,
                             timeout=240)
     assert result.returncode == 0, result.stderr
-    assert "cam3" in result.stderr and "frames/s" in result.stderr  # the summary table
+    assert "cam3" in result.stderr  # the summary table
+    assert "frames/s" in result.stderr
     assert_identical(nerva_blobs, videos, out)
     entries = manifest(out)
     assert {e["status"] for e in entries.values()} == {"done"}
-    assert entries["cam1"]["frames"] == 50 and entries["cam1"]["options"]["opening"] == 3
-    assert entries["cam1"]["blobs_per_frame_max"] >= entries["cam1"]["blobs_per_frame_mean"] > 0
+    assert entries["cam1"]["frames"] == 50
+    assert entries["cam1"]["options"]["opening"] == 3
+    assert entries["cam1"]["blobs_per_frame_mean"] > 0
 
     before = {k: (out / f"cam{k}.jsonl").stat().st_mtime_ns for k in range(4)}
     assert run(client, videos, "--output", out) == 0
@@ -79,8 +68,10 @@ def test_a_bad_input_fails_alone(client, videos, tmp_path):
     assert run(client, videos / "cam0.avi", tmp_path / "broken.avi", tmp_path / "missing.avi", "--output", out) == 1
     entries = manifest(out)
     assert entries["cam0"]["status"] == "done"
-    assert entries["broken"]["status"] == "failed" and "cannot decode" in entries["broken"]["reason"]
-    assert entries["missing"]["status"] == "failed" and "does not exist" in entries["missing"]["reason"]
+    assert entries["broken"]["status"] == "failed"
+    assert "cannot decode" in entries["broken"]["reason"]
+    assert entries["missing"]["status"] == "failed"
+    assert "does not exist" in entries["missing"]["reason"]
     assert not (out / "broken.jsonl").exists()
 
 
@@ -92,7 +83,8 @@ def test_masks_are_split_so_workers_stay_busy_and_the_pieces_join_exactly(nerva_
     write_video(tmp_path / "masks.avi", frames)
     expected = subprocess.run([nerva_blobs, str(tmp_path / "masks.avi"), "-q", "--masks", *OPTIONS], check=True,
                               capture_output=True).stdout
-    auto, chunked = tmp_path / "auto", tmp_path / "chunked"
+    auto = tmp_path / "auto"
+    chunked = tmp_path / "chunked"
     assert run(client, tmp_path / "masks.avi", "--masks", "--output", auto) == 0
     assert manifest(auto)["masks"]["pieces"] == 2
     assert (auto / "masks.jsonl").read_bytes() == expected
@@ -122,9 +114,8 @@ def test_a_worker_killed_mid_video_loses_nothing(nerva_blobs, client, videos, tm
     assert_identical(nerva_blobs, videos, out)
 
 
-@pytest.mark.parametrize("argv", [["--steps", "0,1"], ["--roi", "1,2,3"], ["--threshold", "300"],
-                                  ["--masks", "--background", "mog2"], ["--bogus"], [],
-                                  ["--scheduler", ""]])
+# The option checks shared with the program are in test_options.py.
+@pytest.mark.parametrize("argv", [["--roi", "1,2,3"], ["--bogus"], [], ["--scheduler", ""]])
 def test_bad_command_lines_exit_2(tmp_path, argv):
     result = subprocess.run([sys.executable, "-m", "nerva.fleet", "x.avi", *argv,
                              *(["--output", str(tmp_path)] if argv else [])], capture_output=True, text=True)

@@ -1,10 +1,8 @@
 """nerva-fleet under an operator's mistakes: one line and a status, never a
 traceback, and nothing another input or another run wrote is lost."""
 
-import json
 import os
 import resource
-import socket
 import subprocess
 import sys
 
@@ -12,7 +10,7 @@ import pytest
 
 distributed = pytest.importorskip("distributed")
 
-from conftest import walkers, write_video  # noqa: E402
+from conftest import free_port, manifest, walkers, write_video  # noqa: E402
 from nerva import fleet as nerva_fleet  # noqa: E402
 from nerva.fleet_output import OutputFolder  # noqa: E402
 
@@ -23,17 +21,12 @@ def fleet(*argv, **kwargs):
                           timeout=300, **kwargs)
 
 
-class Finished:
-    def __init__(self, returncode, stderr):
-        self.returncode, self.stderr = returncode, stderr
-
-
 @pytest.fixture
 def main(capsys):
     """A run in this process: an exception escaping it fails the test as a traceback would."""
     def run(*argv):
         status = nerva_fleet.main([*map(str, argv), "-q"])
-        return Finished(status, capsys.readouterr().err)
+        return subprocess.CompletedProcess(argv, status, stderr=capsys.readouterr().err)
     return run
 
 
@@ -51,10 +44,8 @@ def video(tmp_path_factory):
 
 
 @pytest.fixture(scope="module")
-def scheduler():
-    with distributed.LocalCluster(n_workers=1, threads_per_worker=1, processes=True, dashboard_address=None,
-                                  silence_logs=50) as cluster:
-        yield cluster.scheduler_address
+def scheduler(cluster):
+    return cluster.scheduler_address
 
 
 @pytest.mark.parametrize("content", ["[]", '{"inputs": []}', '{"inputs": {"a": 5}}'])
@@ -98,10 +89,7 @@ def test_a_bad_scheduler_address_is_refused_in_one_line(main, video, tmp_path):
 
 
 def test_a_refused_scheduler_port_is_reported_at_once(main, video, tmp_path):
-    with socket.socket() as s:  # a port nothing listens on
-        s.bind(("127.0.0.1", 0))
-        port = s.getsockname()[1]
-    result = main(video, "-o", tmp_path, "--scheduler", f"tcp://127.0.0.1:{port}")
+    result = main(video, "-o", tmp_path, "--scheduler", f"tcp://127.0.0.1:{free_port()}")
     assert_one_line(result, 2, "refused")  # Dask's own retries end in a timeout, not a refusal
 
 
@@ -130,5 +118,5 @@ def test_a_hidden_input_keeps_its_output_across_runs(main, tmp_path, scheduler):
         result = main(tmp_path / "x.avi", tmp_path / ".x.avi", "-o", out, "--scheduler", scheduler)
         assert result.returncode == 0, result.stderr
         assert (out / ".x.jsonl").exists()
-    entries = json.loads((out / "manifest.json").read_text())["inputs"]
-    assert sorted(e["status"] for e in entries.values()) == ["skipped", "skipped"]
+    assert manifest(out)["x"]["status"] == "skipped"
+    assert manifest(out)[".x"]["status"] == "skipped"

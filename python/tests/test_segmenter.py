@@ -55,7 +55,8 @@ def test_size_filter_label_numbering_and_owned_read_only_blobs():
     assert labels[3, 3] == 0
     assert labels[15, 6] == 1
     assert labels[15, 22] == 2
-    seg.min_pixels, seg.min_side = 0, 4
+    seg.min_pixels = 0
+    seg.min_side = 4
     assert len(seg.segment(mask)) == 2  # the 2x2 square is below the side now
     seg.segment(np.zeros_like(mask))  # the blobs of a frame are copies: unchanged
     assert [b.bbox for b in blobs] == [(5, 10, 8, 19), (20, 12, 24, 21)]
@@ -100,20 +101,6 @@ def test_bad_settings_are_refused(options):
     with pytest.raises(ValueError):
         for name, value in options.items():
             setattr(seg, name, value)
-
-
-def test_four_threads_give_the_single_thread_results(rng):
-    masks = [blobby_mask(rng, 240, 320) for _ in range(6)]
-    expected = [nerva.blobs(m).as_cv2_stats()[0] for m in masks] * 5
-
-    def work(_):
-        seg = nerva.Segmenter(320, 240)
-        return [seg.segment(m).as_cv2_stats()[0] for _ in range(5) for m in masks]
-
-    with ThreadPoolExecutor(4) as pool:
-        for results in pool.map(work, range(4)):
-            for got, want in zip(results, expected, strict=True):
-                np.testing.assert_array_equal(got, want)
 
 
 def checkerboard(side):
@@ -172,10 +159,8 @@ def test_memory_ceiling_refuses_a_frame_and_keeps_the_segmenter(capfd):
 def test_a_thread_waiting_for_a_busy_segmenter_lets_python_run(wait):
     """While one thread segments and another waits for the same segmenter, pure Python goes on.
 
-    The switch interval is made so long that the GIL only changes hands when a
-    thread lets go of it: the segmenting thread keeps it from its signal until
-    the segmenter takes its frame, so the main thread's call waits for that
-    frame, and Python ticks counted meanwhile prove that it let go of the GIL.
+    With a long switch interval the GIL changes hands only when a thread lets
+    go of it: ticks counted during the wait prove that the waiting call did.
     """
     seg = nerva.Segmenter(700, 700, pool_full="silent")
     heavy = checkerboard(700)

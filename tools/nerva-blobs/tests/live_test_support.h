@@ -31,7 +31,9 @@ public:
     }
     ~Child()
     {
-        if (pid_ > 0 && status_ < 0) kill(pid_, SIGKILL), waitpid(pid_, nullptr, 0);
+        if (pid_ <= 0 || status_ >= 0) return;
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
     }
     void signal(int sig) const { kill(pid_, sig); }
     int pid() const { return pid_; }
@@ -72,6 +74,14 @@ inline bool listening(int port)
     char wanted[32];  // local port, any remote, state LISTEN
     std::snprintf(wanted, sizeof wanted, ":%04X 00000000:0000 0A", port);
     return slurp("/proc/net/tcp").find(wanted) != std::string::npos;
+}
+
+// Whether a UDP socket is bound to the port: a sender may start.
+inline bool bound_udp(int port)
+{
+    char wanted[32];
+    std::snprintf(wanted, sizeof wanted, ":%04X 00000000:0000 ", port);
+    return slurp("/proc/net/udp").find(wanted) != std::string::npos;
 }
 
 template <class Condition>

@@ -90,8 +90,7 @@ struct ZeroedAllocator {
     ZeroedAllocator() = default;
     template <class U>
     ZeroedAllocator(const ZeroedAllocator<U>&) noexcept
-    {
-    }
+    {}
 
     T* allocate(size_t n)
     {
@@ -104,8 +103,7 @@ struct ZeroedAllocator {
     // Value-initialisation of a new entry: the memory is already zero.
     template <class U>
     void construct(U*) noexcept
-    {
-    }
+    {}
     template <class U, class... Args>
     void construct(U* p, Args&&... args)
     {

@@ -282,7 +282,8 @@ TEST_F(NervaBlobs, MeasuresAddEachBlobsShapeWhenAsked)
     EXPECT_DOUBLE_EQ(shape["mu20"].get<double>(), 2.0);  // (5^2 - 1) / 12
     EXPECT_DOUBLE_EQ(shape["mu02"].get<double>(), 143.0 / 12);
     EXPECT_DOUBLE_EQ(shape["orientation"].get<double>(), M_PI / 2);
-    EXPECT_EQ(shape["perimeter"], 34);
+    EXPECT_DOUBLE_EQ(shape["perimeter"].get<double>(), 30.0);  // border pixels, each weighing 1 along straight sides
+    EXPECT_EQ(shape["boundary_edges"], 34);
     EXPECT_DOUBLE_EQ(shape["extent"].get<double>(), 1.0);
 }
 

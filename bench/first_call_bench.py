@@ -18,19 +18,17 @@ import subprocess
 import sys
 import tempfile
 
-import cv2
 import numpy as np
 
 import nerva
-
-VTEST = "/usr/share/doc/opencv-doc/examples/data/vtest.avi"
+from python_bench import VTEST, vtest_masks
 
 CHILD = r"""
 import json, resource, sys, time
 import numpy as np
 import cv2
 mask = np.load(sys.argv[2])
-if sys.argv[1] == "nerva":
+if sys.argv[1].startswith("nerva"):
     import nerva
     call = lambda: nerva.blobs(mask).as_cv2_stats()
 else:
@@ -47,26 +45,10 @@ print(json.dumps({"first": first, "second": second, "faults": faults}))
 """
 
 
-def vtest_mask(path, index):
-    """The running-average mask of frame `index`, as the package's AverageBackground makes it."""
-    capture = cv2.VideoCapture(path, cv2.CAP_FFMPEG)
-    ok, frame = capture.read()
-    if not ok:
-        raise SystemExit(f"cannot read {path} (scripts/setup.sh bench installs it)")
-    height, width = frame.shape[:2]
-    model = nerva.AverageBackground(width, height, roi=(0, 0, width, height))
-    mask = None
-    for _ in range(index + 1):
-        mask = model.apply(cv2.cvtColor(frame, cv2.COLOR_BGR2GRAY))
-        ok, frame = capture.read()
-        if not ok:
-            break
-    return mask
-
-
-def run(kind, mask_file):
+def run(kind, mask_file, package):
+    env = dict(os.environ, PYTHONPATH=package) if package else os.environ
     out = subprocess.run([sys.executable, "-c", CHILD, kind, mask_file], check=True, capture_output=True, text=True,
-                         env=os.environ)
+                         env=env)
     return json.loads(out.stdout)
 
 
@@ -75,17 +57,22 @@ def main():
     parser.add_argument("--rounds", type=int, default=15, help="fresh processes of each kind")
     parser.add_argument("--frame", type=int, default=100, help="vtest frame whose mask is segmented")
     parser.add_argument("--video", default=VTEST)
+    parser.add_argument("--compare", metavar="PYTHONPATH",
+                        help="another build of the package (the code before a change), timed alongside")
     args = parser.parse_args()
+    packages = {"nerva": None, "cv2": None}
+    if args.compare:
+        packages["nerva (compared)"] = args.compare
 
-    mask = vtest_mask(args.video, args.frame)
+    mask = vtest_masks(args.video, args.frame + 1)[-1]  # the running average's mask of that frame
     with tempfile.TemporaryDirectory() as tmp:
         mask_file = os.path.join(tmp, "mask.npy")
         np.save(mask_file, mask)
-        results = {"nerva": [], "cv2": []}
+        results = {kind: [] for kind in packages}
         for round_ in range(args.rounds):
-            order = ("nerva", "cv2") if round_ % 2 == 0 else ("cv2", "nerva")
+            order = list(packages) if round_ % 2 == 0 else list(reversed(packages))
             for kind in order:
-                results[kind].append(run(kind, mask_file))
+                results[kind].append(run(kind, mask_file, packages[kind]))
 
     blobs = len(nerva.blobs(mask))
     h, w = mask.shape
@@ -94,9 +81,10 @@ def main():
     print("| first call | first (ms) | second (ms) | page faults of the first |")
     print("|---|---:|---:|---:|")
     names = {"nerva": "`nerva.blobs(mask).as_cv2_stats()`",
-             "cv2": "`cv2.connectedComponentsWithStats(mask, connectivity=4)`"}
+             "cv2": "`cv2.connectedComponentsWithStats(mask, connectivity=4)`",
+             "nerva (compared)": f"`nerva.blobs(mask).as_cv2_stats()` from {args.compare}"}
     medians = {}
-    for kind in ("nerva", "cv2"):
+    for kind in packages:
         first = statistics.median(r["first"] for r in results[kind])
         second = statistics.median(r["second"] for r in results[kind])
         faults = statistics.median(r["faults"] for r in results[kind])

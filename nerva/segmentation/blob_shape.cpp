@@ -82,13 +82,11 @@ void intersect(const Spans& a, const Spans& b, Spans& out)
 // The border of a row: its pixels with a 4-neighbour outside the region,
 // that is the row's spans less the pixels inside a span, not at its ends,
 // with region pixels above and below.
-void border_of(const Spans& above, const Spans& row, const Spans& below, Spans& border, Spans& scratch)
+void border_of(const Spans& above, const Spans& row, const Spans& below, Spans& border, Spans& inner, Spans& covered)
 {
-    Spans& inner = scratch;
     inner.clear();
     for (const Span& r : row)
         if (r.last - r.first >= 2) inner.push_back({r.first + 1, r.last - 1});
-    Spans covered;
     intersect(inner, above, covered);
     intersect(covered, below, inner);  // the interior pixels, inside the row's spans
     border.clear();
@@ -118,42 +116,31 @@ struct SpanCursor {
 // Border pixels of a row counted by weight class: `counts[0]` weigh 1,
 // `counts[1]` sqrt(2), `counts[2]` (1 + sqrt(2)) / 2. A pixel's class follows
 // from 1 + 2 * (its 4-neighbours on the border) + 10 * (its diagonal
-// neighbours on the border). Those neighbours change only near the ends of
-// the three rows' border spans, so the row is weighed span piece by piece.
-void weigh_border_row(const Spans& above, const Spans& row, const Spans& below, std::vector<int32_t>& cuts,
-                      int64_t counts[3])
+// neighbours on the border). Border pixels run along the outline, so they
+// are few next to the blob's pixels and are weighed one by one.
+void weigh_border_row(const Spans& above, const Spans& row, const Spans& below, int64_t counts[3])
 {
-    if (row.empty()) return;
-    cuts.clear();
-    for (const Spans* spans : {&above, &row, &below})
-        for (const Span& s : *spans)
-            for (int32_t c : {s.first - 1, s.first, s.first + 1, s.last, s.last + 1, s.last + 2}) cuts.push_back(c);
-    std::sort(cuts.begin(), cuts.end());
-    cuts.erase(std::unique(cuts.begin(), cuts.end()), cuts.end());
-    SpanCursor mid{row}, left{row}, right{row}, up{above}, up_left{above}, up_right{above}, down{below},
-        down_left{below}, down_right{below};
-    for (size_t k = 0; k + 1 < cuts.size(); ++k) {
-        const int32_t x = cuts[k];
-        if (!mid.covers(x)) continue;
-        const int sides = left.covers(x - 1) + right.covers(x + 1) + up.covers(x) + down.covers(x);
-        const int corners =
-            up_left.covers(x - 1) + up_right.covers(x + 1) + down_left.covers(x - 1) + down_right.covers(x + 1);
-        const int code = 1 + 2 * sides + 10 * corners;
-        const int64_t pixels = cuts[k + 1] - x;
-        switch (code) {
-        case 5:
-        case 7:
-        case 15:
-        case 17:
-        case 25:
-        case 27: counts[0] += pixels; break;
-        case 21:
-        case 33: counts[1] += pixels; break;
-        case 13:
-        case 23: counts[2] += pixels; break;
-        default: break;
+    SpanCursor left{row}, right{row}, up{above}, up_left{above}, up_right{above}, down{below}, down_left{below},
+        down_right{below};
+    for (const Span& span : row)
+        for (int32_t x = span.first; x <= span.last; ++x) {
+            const int sides = left.covers(x - 1) + right.covers(x + 1) + up.covers(x) + down.covers(x);
+            const int corners =
+                up_left.covers(x - 1) + up_right.covers(x + 1) + down_left.covers(x - 1) + down_right.covers(x + 1);
+            switch (1 + 2 * sides + 10 * corners) {
+            case 5:
+            case 7:
+            case 15:
+            case 17:
+            case 25:
+            case 27: ++counts[0]; break;
+            case 21:
+            case 33: ++counts[1]; break;
+            case 13:
+            case 23: ++counts[2]; break;
+            default: break;
+            }
         }
-    }
 }
 
 // The region's runs of row y, left to right. Its per-row index says where the
@@ -192,18 +179,21 @@ int RLEsegm_blob_shape(std::shared_ptr<RLEblob> blob, segm_ptr s, blob_shape* sh
     Sums sums;
     int64_t runs = 0, shared_edges = 0, weighed[3] = {0, 0, 0};
     // Rows y - 1 to y + 2 of the region, borders of rows y - 1 to y + 1.
-    Spans above, row, below, after, border_above, border, border_below, scratch;
-    std::vector<int32_t> cuts;
+    // Kept per thread, so that measuring every blob of a frame allocates
+    // only for the first.
+    thread_local Spans above, row, below, after, border_above, border, border_below, inner, covered;
+    above.clear();
+    border_above.clear();
     runs_of_row(*s, reg, reg.y_min, row);
     runs_of_row(*s, reg, reg.y_min + 1, below);
-    border_of(above, row, below, border, scratch);
+    border_of(above, row, below, border, inner, covered);
     for (int32_t y = reg.y_min; y <= reg.y_max; ++y) {
         for (const Span& r : row) sums.add(r.first - reg.x_min, r.last - reg.x_min, y - reg.y_min);
         runs += static_cast<int64_t>(row.size());
         shared_edges += overlap(above, row);
         runs_of_row(*s, reg, y + 2, after);
-        border_of(row, below, after, border_below, scratch);
-        weigh_border_row(border_above, border, border_below, cuts, weighed);
+        border_of(row, below, after, border_below, inner, covered);
+        weigh_border_row(border_above, border, border_below, weighed);
         std::swap(above, row);
         std::swap(row, below);
         std::swap(below, after);

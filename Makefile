@@ -89,6 +89,7 @@ bench-tracking:
 bench-python: python
 	@scripts/setup.sh bench
 	@PYTHONPATH=$(BUILD_DIR)/python $(PYTHON) bench/python_bench.py
+	@PYTHONPATH=$(BUILD_DIR)/python $(PYTHON) bench/first_call_bench.py
 	@PYTHONPATH=$(BUILD_DIR)/python $(PYTHON) bench/fleet_bench.py
 
 # The whole suite under AddressSanitizer + UndefinedBehaviorSanitizer (the

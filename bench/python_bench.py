@@ -64,17 +64,6 @@ def nerva_one_line(masks):
         nerva.blobs(m).as_cv2_stats()
 
 
-def first_calls(masks):
-    """Seconds of the very first nerva.blobs() call (segmenter built) and of a cv2 call, on the first mask."""
-    nerva._idle.clear()
-    start = time.perf_counter()
-    nerva.blobs(masks[0]).as_cv2_stats()
-    first = time.perf_counter() - start
-    start = time.perf_counter()
-    cv2.connectedComponentsWithStats(masks[0], connectivity=4)
-    return first, time.perf_counter() - start
-
-
 def cv2_labeller(connectivity):
     def run(masks):
         for m in masks:
@@ -146,8 +135,7 @@ def main():
     py, cpp = pairs[len(pairs) // 2]
     print(f"\nPython overhead (median of the paired runs): {(py - cpp) * 1e6:.1f} us per frame "
           f"({py / cpp - 1:+.1%} of the C++ loop; goal: within 10 % + 5 us)")
-    first, cv2_first = min(first_calls(masks) for _ in range(args.repeats))
-    print(f"very first nerva.blobs() call (segmenter built): {first * 1e6:.0f} us; a cv2 call: {cv2_first * 1e6:.0f} us")
+    print("\nThe very first call of each, in fresh processes: bench/first_call_bench.py")
     one, two = min(threads[1]), min(threads[2])
     print(f"two threads, one segmenter each: {one / two:.2f}x the frames per second of one "
           f"({one * 1e6:.1f} vs {two * 1e6:.1f} us per frame)")

@@ -1,5 +1,7 @@
 // Shape measures of a blob from its region's runs: moments, axes and
-// orientation of the equivalent ellipse, boundary length, extent.
+// orientation of the equivalent ellipse, boundary length, extent. The
+// perimeters expected are scikit-image's regionprops perimeters of the same
+// shapes.
 #include <cmath>
 
 #include <gtest/gtest.h>
@@ -34,7 +36,8 @@ TEST(BlobShape, RectangleMomentsAreThoseOfUniformColumnsAndRows)
     EXPECT_DOUBLE_EQ(m.orientation, 0.0);
     EXPECT_DOUBLE_EQ(m.major_axis, 4 * std::sqrt(2.0 / 3));
     EXPECT_DOUBLE_EQ(m.minor_axis, 2.0);
-    EXPECT_EQ(m.perimeter, 10);
+    EXPECT_DOUBLE_EQ(m.perimeter, 6.0);
+    EXPECT_EQ(m.boundary_edges, 10);
     EXPECT_DOUBLE_EQ(m.extent, 1.0);
 }
 
@@ -44,6 +47,7 @@ TEST(BlobShape, ALineHasNoWidthAndEccentricityOne)
     EXPECT_DOUBLE_EQ(m.minor_axis, 0.0);
     EXPECT_DOUBLE_EQ(m.eccentricity, 1.0);
     EXPECT_DOUBLE_EQ(m.orientation, M_PI / 2);
+    EXPECT_DOUBLE_EQ(m.perimeter, 2.0);  // the two inner pixels; the ends weigh nothing
 }
 
 TEST(BlobShape, OrientationIsPositiveTowardsIncreasingRows)
@@ -52,11 +56,16 @@ TEST(BlobShape, OrientationIsPositiveTowardsIncreasingRows)
     EXPECT_LT(shapes_of({"..##", ".##.", "##.."})[0].orientation, 0.0);
 }
 
-TEST(BlobShape, PerimeterCountsTheEdgesOfHoles)
+TEST(BlobShape, PerimeterWeighsDiagonalStepsAndCountsHoles)
 {
     const blob_shape ring = shapes_of({"#####", "#...#", "#####"})[0];
-    EXPECT_EQ(ring.perimeter, 16 + 8);
+    EXPECT_DOUBLE_EQ(ring.perimeter, 12.0);
+    EXPECT_EQ(ring.boundary_edges, 16 + 8);
     EXPECT_DOUBLE_EQ(ring.extent, 12.0 / 15);
+    EXPECT_DOUBLE_EQ(shapes_of({"##..", ".##.", "..##"})[0].perimeter, 5 + std::sqrt(2.0));
+    // Cut corners: four diagonal steps between straight runs.
+    EXPECT_DOUBLE_EQ(shapes_of({".###.", "#####", "#####", ".###."})[0].perimeter, 6 + 4 * std::sqrt(2.0));
+    EXPECT_DOUBLE_EQ(shapes_of({"#"})[0].perimeter, 0.0);
 }
 
 TEST(BlobShape, RunsOfAnotherBlobBetweenItsOwnAreLeftOut)
@@ -65,7 +74,8 @@ TEST(BlobShape, RunsOfAnotherBlobBetweenItsOwnAreLeftOut)
     const std::vector<blob_shape> shapes = shapes_of({"#...#", "#.#.#", "#...#", "#####"});
     ASSERT_EQ(shapes.size(), 2u);
     EXPECT_EQ(shapes[0].npix, 11);
-    EXPECT_EQ(shapes[0].perimeter, 24);
+    EXPECT_DOUBLE_EQ(shapes[0].perimeter, 9.0);
+    EXPECT_EQ(shapes[0].boundary_edges, 24);
     EXPECT_EQ(shapes[1].npix, 1);
 }
 

@@ -1,8 +1,10 @@
 // Shape measures of a blob from the runs of its region: pixel sums up to the
-// second order, exact in integers, and the boundary length, in one pass over
-// the region's rows.
+// second order, exact in integers, the boundary's pixel edges and its
+// weighted border pixels, in one pass over the region's rows that keeps
+// three rows of runs and of border runs at a time.
 #include "nerva/segmentation/blob_shape.h"
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -46,8 +48,10 @@ struct Sums {
     }
 };
 
+using Spans = std::vector<Span>;
+
 // Pixels shared by two sorted lists of disjoint spans.
-int64_t overlap(const std::vector<Span>& above, const std::vector<Span>& row)
+int64_t overlap(const Spans& above, const Spans& row)
 {
     int64_t shared = 0;
     size_t i = 0, j = 0;
@@ -61,11 +65,90 @@ int64_t overlap(const std::vector<Span>& above, const std::vector<Span>& row)
     return shared;
 }
 
-// The region's runs of row y, left to right. Its per-row index says where the
-// first lies and how many there are; runs of other regions may sit between.
-void runs_of_row(const MV_RLEsegm& s, const region& reg, int32_t y, std::vector<Span>& out)
+// The pixels of `a` also in `b`, both sorted lists of disjoint spans.
+void intersect(const Spans& a, const Spans& b, Spans& out)
 {
     out.clear();
+    size_t i = 0, j = 0;
+    while (i < a.size() && j < b.size()) {
+        const int32_t first = std::max(a[i].first, b[j].first);
+        const int32_t last = std::min(a[i].last, b[j].last);
+        if (last >= first) out.push_back({first, last});
+        if (a[i].last < b[j].last) ++i;
+        else ++j;
+    }
+}
+
+// The border of a row: its pixels with a 4-neighbour outside the region,
+// that is the row's spans less the pixels inside a span, not at its ends,
+// with region pixels above and below.
+void border_of(const Spans& above, const Spans& row, const Spans& below, Spans& border, Spans& inner, Spans& covered)
+{
+    inner.clear();
+    for (const Span& r : row)
+        if (r.last - r.first >= 2) inner.push_back({r.first + 1, r.last - 1});
+    intersect(inner, above, covered);
+    intersect(covered, below, inner);  // the interior pixels, inside the row's spans
+    border.clear();
+    size_t k = 0;
+    for (const Span& r : row) {
+        int32_t x = r.first;
+        for (; k < inner.size() && inner[k].last <= r.last; ++k) {
+            if (inner[k].first > x) border.push_back({x, inner[k].first - 1});
+            x = inner[k].last + 1;
+        }
+        if (x <= r.last) border.push_back({x, r.last});
+    }
+}
+
+// Reads whether a column lies in a sorted list of spans, for columns that
+// never decrease.
+struct SpanCursor {
+    const Spans& spans;
+    size_t i = 0;
+    bool covers(int32_t x)
+    {
+        while (i < spans.size() && spans[i].last < x) ++i;
+        return i < spans.size() && spans[i].first <= x;
+    }
+};
+
+// Border pixels of a row counted by weight class: `counts[0]` weigh 1,
+// `counts[1]` sqrt(2), `counts[2]` (1 + sqrt(2)) / 2. A pixel's class follows
+// from 1 + 2 * (its 4-neighbours on the border) + 10 * (its diagonal
+// neighbours on the border). Border pixels run along the outline, so they
+// are few next to the blob's pixels and are weighed one by one.
+void weigh_border_row(const Spans& above, const Spans& row, const Spans& below, int64_t counts[3])
+{
+    SpanCursor left{row}, right{row}, up{above}, up_left{above}, up_right{above}, down{below}, down_left{below},
+        down_right{below};
+    for (const Span& span : row)
+        for (int32_t x = span.first; x <= span.last; ++x) {
+            const int sides = left.covers(x - 1) + right.covers(x + 1) + up.covers(x) + down.covers(x);
+            const int corners =
+                up_left.covers(x - 1) + up_right.covers(x + 1) + down_left.covers(x - 1) + down_right.covers(x + 1);
+            switch (1 + 2 * sides + 10 * corners) {
+            case 5:
+            case 7:
+            case 15:
+            case 17:
+            case 25:
+            case 27: ++counts[0]; break;
+            case 21:
+            case 33: ++counts[1]; break;
+            case 13:
+            case 23: ++counts[2]; break;
+            default: break;
+            }
+        }
+}
+
+// The region's runs of row y, left to right. Its per-row index says where the
+// first lies and how many there are; runs of other regions may sit between.
+void runs_of_row(const MV_RLEsegm& s, const region& reg, int32_t y, Spans& out)
+{
+    out.clear();
+    if (y < reg.y_min || y > reg.y_max) return;
     const RLEline* line = s.rle_img->lines[static_cast<size_t>(y)].get();
     if (!line || !line->segs) return;
     int32_t k = 0, wanted = line->nb_segs;
@@ -94,14 +177,28 @@ int RLEsegm_blob_shape(std::shared_ptr<RLEblob> blob, segm_ptr s, blob_shape* sh
     if (reg.absorber || reg.y_min < 0 || reg.y_max >= static_cast<int32_t>(s->rle_img->lines.size())) return -1;
 
     Sums sums;
-    int64_t runs = 0, shared_edges = 0;
-    std::vector<Span> above, row;
+    int64_t runs = 0, shared_edges = 0, weighed[3] = {0, 0, 0};
+    // Rows y - 1 to y + 2 of the region, borders of rows y - 1 to y + 1.
+    // Kept per thread, so that measuring every blob of a frame allocates
+    // only for the first.
+    thread_local Spans above, row, below, after, border_above, border, border_below, inner, covered;
+    above.clear();
+    border_above.clear();
+    runs_of_row(*s, reg, reg.y_min, row);
+    runs_of_row(*s, reg, reg.y_min + 1, below);
+    border_of(above, row, below, border, inner, covered);
     for (int32_t y = reg.y_min; y <= reg.y_max; ++y) {
-        runs_of_row(*s, reg, y, row);
         for (const Span& r : row) sums.add(r.first - reg.x_min, r.last - reg.x_min, y - reg.y_min);
         runs += static_cast<int64_t>(row.size());
         shared_edges += overlap(above, row);
+        runs_of_row(*s, reg, y + 2, after);
+        border_of(row, below, after, border_below, inner, covered);
+        weigh_border_row(border_above, border, border_below, weighed);
         std::swap(above, row);
+        std::swap(row, below);
+        std::swap(below, after);
+        std::swap(border_above, border);
+        std::swap(border, border_below);
     }
     if (sums.n == 0) return -1;
 
@@ -120,7 +217,10 @@ int RLEsegm_blob_shape(std::shared_ptr<RLEblob> blob, segm_ptr s, blob_shape* sh
     m.eccentricity = major > 0 ? std::sqrt(1 - minor / major) : 0.0;
     // Every pixel has four edges; each horizontal neighbour inside a run and
     // each vertical neighbour inside the region hides two.
-    m.perimeter = 4 * sums.n - 2 * (sums.n - runs) - 2 * shared_edges;
+    m.boundary_edges = 4 * sums.n - 2 * (sums.n - runs) - 2 * shared_edges;
+    const double root2 = std::sqrt(2.0);
+    m.perimeter = static_cast<double>(weighed[0]) + static_cast<double>(weighed[1]) * root2 +
+                  static_cast<double>(weighed[2]) * ((1 + root2) / 2);
     const double box = static_cast<double>(reg.x_max - reg.x_min + 1) * static_cast<double>(reg.y_max - reg.y_min + 1);
     m.extent = static_cast<double>(sums.n) / box;
     *shape = m;

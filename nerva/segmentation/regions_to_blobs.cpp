@@ -218,7 +218,7 @@ const std::shared_ptr<RLEblob>& take_pool_blob(MV_RLEsegm& segmenter, int32_t* p
         std::shared_ptr<RLEblob>& slot = segmenter.blob_pool[static_cast<size_t>(segmenter.nb_pool_blobs)];
         std::vector<std::shared_ptr<RLEblob>>& spare = segmenter.work->spare_blobs;
         if (spare.empty()) {
-            slot = blob_new();
+            slot = detail::new_pool_blob(*segmenter.work);
         } else {
             slot = std::move(spare.back());
             spare.pop_back();

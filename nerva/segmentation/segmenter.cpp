@@ -203,8 +203,8 @@ void detail::grow_region_pool(MV_RLEsegm& segm)
 {
     // Regions are held by shared pointer, so nothing already handed out moves.
     const size_t n = segm.reg_pool.size();
-    segm.reg_pool.resize(n + n / 2 + 64);
-    fill_from_block(segm.reg_pool, n, segm.reg_pool.size());
+    resize_pool(segm.reg_pool, n + n / 2 + 64);
+    fill_from_block(segm.reg_pool, n, segm.reg_pool.size(), true);  // every ident is written
     for (size_t i = n; i < segm.reg_pool.size(); ++i) segm.reg_pool[i]->ident = static_cast<int32_t>(i);
 }
 
@@ -228,33 +228,49 @@ MV_RLEsegm::~MV_RLEsegm()
     work.reset();
 }
 
+namespace {
+
+void init_region_pool(MV_RLEsegm& segm, int n)
+{
+    cut_region_links(segm.reg_pool);
+    detail::resize_pool(segm.reg_pool, n > 0 ? static_cast<size_t>(n) : 0);
+    detail::fill_from_block(segm.reg_pool, 0, segm.reg_pool.size(), true);  // every ident is written
+    for (size_t i = 0; i < segm.reg_pool.size(); ++i) segm.reg_pool[i]->ident = static_cast<int32_t>(i);
+    segm.nb_regs = 0;
+}
+
+void init_segment_pool(MV_RLEsegm& segm, int n)
+{
+    // The runs are gone with the old records: no row may point at them.
+    empty_rows(segm.rle_img.get());
+    detail::resize_pool(segm.seg_pool, n > 0 ? static_cast<size_t>(n) : 0);
+    detail::fill_from_block(segm.seg_pool, 0, segm.seg_pool.size());
+    segm.nb_segs = 0;
+}
+
+}  // namespace
+
 std::vector<std::shared_ptr<region>> RLEsegm_reg_pool_init(int n, segm_ptr segmenter)
 {
     if (detail::refuses_null(segmenter.get(), "RLEsegm_reg_pool_init()")) return {};
-    cut_region_links(segmenter->reg_pool);
-    segmenter->reg_pool.resize(n > 0 ? static_cast<size_t>(n) : 0);
-    detail::fill_from_block(segmenter->reg_pool, 0, segmenter->reg_pool.size());
-    for (size_t i = 0; i < segmenter->reg_pool.size(); ++i) segmenter->reg_pool[i]->ident = static_cast<int32_t>(i);
-    segmenter->nb_regs = 0;
+    init_region_pool(*segmenter, n);
     return segmenter->reg_pool;
 }
 
 std::vector<std::shared_ptr<segment>> RLEsegm_seg_pool_init(int n, segm_ptr segmenter)
 {
     if (detail::refuses_null(segmenter.get(), "RLEsegm_seg_pool_init()")) return {};
-    // The runs are gone with the old records: no row may point at them.
-    empty_rows(segmenter->rle_img.get());
-    segmenter->seg_pool.resize(n > 0 ? static_cast<size_t>(n) : 0);
-    detail::fill_from_block(segmenter->seg_pool, 0, segmenter->seg_pool.size());
-    segmenter->nb_segs = 0;
+    init_segment_pool(*segmenter, n);
     return segmenter->seg_pool;
 }
 
 void RLEsegm_init_privateKAP(segm_ptr segmenter, int xmin, int xmax, int ymin, int ymax, int width, int height)
 {
     if (detail::refuses_null(segmenter.get(), "RLEsegm_init_privateKAP()")) return;
-    RLEsegm_reg_pool_init(kRegionPoolSize, segmenter);
-    RLEsegm_seg_pool_init(kSegmentPoolSize, segmenter);
+    // Not through the public pool functions: the copies of the pools they
+    // return would cost as much as the pools themselves.
+    init_region_pool(*segmenter, kRegionPoolSize);
+    init_segment_pool(*segmenter, kSegmentPoolSize);
     segmenter->i2r = std::make_shared<img2regs>();
     segmenter->blob_head.reset();
     segmenter->blob_tail.reset();

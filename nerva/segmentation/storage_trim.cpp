@@ -71,8 +71,8 @@ bool trim_row_indexes(MV_RLEsegm& segm)
     work.peak_lines = light ? peak_lines : lines_used;
     const bool trim = work.light_frames >= kFramesBeforeTrim;
 
-    std::vector<size_t>& peak_rows = work.peak_rows;
-    if (peak_rows.size() < held) peak_rows.resize(segm.reg_pool.size(), 0);
+    auto& peak_rows = work.peak_rows;
+    if (peak_rows.size() < held) peak_rows.resize(segm.reg_pool.size());  // new entries read 0
     for (size_t i = 0; i < held; ++i) {
         if (!segm.reg_pool[i]) continue;
         auto& rows = segm.reg_pool[i]->reg_lines;

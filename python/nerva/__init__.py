@@ -88,8 +88,8 @@ def blobs(mask, *, roi: Optional[Tuple[int, int, int, int]] = None, steps: Tuple
     >>> mask = np.zeros((4, 6), bool)
     >>> mask[1:3, 2:5] = True
     >>> b = nerva.blobs(mask, measures=True)
-    >>> b.bbox.tolist(), b.npix.tolist(), b.perimeter.tolist()
-    ([[2, 1, 4, 2]], [6], [10])
+    >>> b.bbox.tolist(), b.npix.tolist(), b.perimeter.tolist(), b.boundary_edges.tolist()
+    ([[2, 1, 4, 2]], [6], [6.0], [10])
     >>> stats, centroids = b.as_cv2_stats()
     >>> stats.tolist()
     [[2, 1, 3, 2, 6]]

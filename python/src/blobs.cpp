@@ -20,8 +20,8 @@ void Blobs::reserve(size_t n)
     centroid.reserve(2 * n);
     if (!has_measures) return;
     moments.reserve(3 * n);
-    for (auto* v : {&orientation, &major_axis, &minor_axis, &eccentricity, &extent}) v->reserve(n);
-    perimeter.reserve(n);
+    for (auto* v : {&orientation, &major_axis, &minor_axis, &eccentricity, &perimeter, &extent}) v->reserve(n);
+    boundary_edges.reserve(n);
 }
 
 void Blobs::clear()
@@ -33,8 +33,8 @@ void Blobs::clear()
     centroid.clear();
     dropped = 0;
     moments.clear();
-    for (auto* v : {&orientation, &major_axis, &minor_axis, &eccentricity, &extent}) v->clear();
-    perimeter.clear();
+    for (auto* v : {&orientation, &major_axis, &minor_axis, &eccentricity, &perimeter, &extent}) v->clear();
+    boundary_edges.clear();
     track.clear();
 }
 
@@ -58,8 +58,9 @@ void Blobs::append_shape(const nerva::blob_shape* m)
     major_axis.push_back(m ? m->major_axis : nan);
     minor_axis.push_back(m ? m->minor_axis : nan);
     eccentricity.push_back(m ? m->eccentricity : nan);
+    perimeter.push_back(m ? m->perimeter : nan);
     extent.push_back(m ? m->extent : nan);
-    perimeter.push_back(m ? m->perimeter : -1);
+    boundary_edges.push_back(m ? m->boundary_edges : -1);
 }
 
 namespace {
@@ -240,6 +241,9 @@ Examples
         .def_property_readonly("eccentricity", measure_of(&Blobs::eccentricity, 1),
                                "N float64: eccentricity of that ellipse, 0 (circle) to 1 (line).")
         .def_property_readonly("perimeter", measure_of(&Blobs::perimeter, 1),
+                               "N float64: boundary length estimated from the border pixels, as scikit-image's "
+                               "regionprops perimeter (see docs/python.md).")
+        .def_property_readonly("boundary_edges", measure_of(&Blobs::boundary_edges, 1),
                                "N int64: pixel edges between the blob and the rest, holes included (a single pixel "
                                "has 4).")
         .def_property_readonly("extent", measure_of(&Blobs::extent, 1),

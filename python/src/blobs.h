@@ -23,15 +23,15 @@ struct Blobs {
     // Shape measures, filled only when the segmenter was asked for them.
     bool has_measures = false;
     std::vector<double> moments;  // mu20, mu11, mu02 per blob
-    std::vector<double> orientation, major_axis, minor_axis, eccentricity, extent;
-    std::vector<int64_t> perimeter;
+    std::vector<double> orientation, major_axis, minor_axis, eccentricity, perimeter, extent;
+    std::vector<int64_t> boundary_edges;
     std::vector<int32_t> track;  // set by a Tracker: each blob's track, 0 for none; empty before
 
     size_t size() const { return ident.size(); }
     void reserve(size_t n);
     void clear();
     void append(const nerva::RLEblob& b);
-    // NaN measures (and perimeter -1) for a blob without a readable region.
+    // NaN measures (and boundary_edges -1) for a blob without a readable region.
     void append_shape(const nerva::blob_shape* shape);
 };
 

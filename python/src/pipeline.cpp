@@ -99,9 +99,10 @@ std::string json_line(long frame, const Blobs& blobs, std::optional<double> time
         r.xc = blobs.center[2 * i];
         r.yc = blobs.center[2 * i + 1];
         if (blobs.has_measures)
-            r.shape = pipeline::ShapeRecord{blobs.moments[3 * i],  blobs.moments[3 * i + 1], blobs.moments[3 * i + 2],
-                                            blobs.orientation[i],  blobs.major_axis[i],      blobs.minor_axis[i],
-                                            blobs.eccentricity[i], blobs.perimeter[i],       blobs.extent[i]};
+            r.shape = pipeline::ShapeRecord{blobs.moments[3 * i],   blobs.moments[3 * i + 1], blobs.moments[3 * i + 2],
+                                            blobs.orientation[i],   blobs.major_axis[i],      blobs.minor_axis[i],
+                                            blobs.eccentricity[i],  blobs.perimeter[i],       blobs.extent[i],
+                                            blobs.boundary_edges[i]};
     }
     pipeline::LineExtras extras;
     extras.time = time;

@@ -322,8 +322,8 @@ min_side, min_pixels : int
     min_pixels, are dropped.
 measures : bool
     Also measure each blob's shape (Blobs.moments, orientation, major_axis,
-    minor_axis, eccentricity, perimeter, extent), in one more pass over its
-    runs.
+    minor_axis, eccentricity, perimeter, extent, boundary_edges), in one
+    more pass over its runs.
 pool_full : {'warn', 'frame', 'each', 'silent'}
     What a frame with more than 2000 blobs says besides Blobs.truncated and
     Blobs.dropped: a RuntimeWarning (Python's filters decide how often it

@@ -1,6 +1,6 @@
 """Shape measures of each blob against scikit-image's regionprops on the
-masks of a real video, and the boundary length against a count of pixel
-edges."""
+masks of a real video, and the boundary's pixel edges against a count on
+the blob's pixels."""
 
 import math
 import os
@@ -106,11 +106,16 @@ def test_orientation_with_equal_variances(pixels, orientation):
     assert nerva.blobs(mask, measures=True).orientation[0] == pytest.approx(orientation, abs=1e-12)
 
 
-def test_perimeter_counts_the_pixel_edges_to_the_outside_and_to_holes(measured):
+def test_perimeter_matches(measured):
+    for blobs, i, r in each_blob(measured):
+        assert blobs.perimeter[i] == pytest.approx(r.perimeter, abs=1e-9)
+
+
+def test_boundary_edges_count_the_pixel_edges_to_the_outside_and_to_holes(measured):
     for blobs, i, r in each_blob(measured):
         inside = np.pad(r.image, 1).astype(np.int8)
         edges = np.abs(np.diff(inside, axis=0)).sum() + np.abs(np.diff(inside, axis=1)).sum()
-        assert blobs.perimeter[i] == edges
+        assert blobs.boundary_edges[i] == edges
 
 
 def test_measures_are_asked_for():

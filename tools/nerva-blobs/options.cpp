@@ -210,7 +210,8 @@ std::optional<Options> parse_options(int argc, char** argv)
 
     // Shape measures: one more pass over each blob's runs.
     app.add_flag("--measures", o.measures,
-                 "add each blob's shape to the JSON: moments, orientation, axes, eccentricity, perimeter, extent")
+                 "add each blob's shape to the JSON: moments, orientation, axes, eccentricity, perimeter, extent, "
+                 "boundary edges")
         ->group("Segmentation");
 
     auto* out = "Output";

@@ -38,9 +38,9 @@ const std::vector<Blob>& Segmenter::segment(const cv::Mat& mask)
                               b->bbox.height, b->npix, b->xc, b->yc, std::nullopt});
         nerva::blob_shape shape;
         if (measures_ && nerva::RLEsegm_blob_shape(segm_->blob_pool[static_cast<size_t>(b->ident)], segm_, &shape) == 0)
-            blobs_.back().shape = nerva_pipeline::ShapeRecord{shape.mu20,         shape.mu11,       shape.mu02,
-                                                              shape.orientation,  shape.major_axis, shape.minor_axis,
-                                                              shape.eccentricity, shape.perimeter,  shape.extent};
+            blobs_.back().shape = nerva_pipeline::ShapeRecord{
+                shape.mu20,       shape.mu11,         shape.mu02,      shape.orientation, shape.major_axis,
+                shape.minor_axis, shape.eccentricity, shape.perimeter, shape.extent,      shape.boundary_edges};
     }
     return blobs_;
 }

@@ -17,7 +17,8 @@ nlohmann::ordered_json shape_fields(const ShapeRecord& s)
             {"minor_axis", s.minor_axis},
             {"eccentricity", s.eccentricity},
             {"perimeter", s.perimeter},
-            {"extent", s.extent}};
+            {"extent", s.extent},
+            {"boundary_edges", s.boundary_edges}};
 }
 
 }  // namespace

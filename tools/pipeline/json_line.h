@@ -10,13 +10,15 @@ namespace nerva_pipeline {
 
 // A blob's shape (with --measures / measures=True): central second moments
 // per pixel, the major axis's angle from the x axis (positive towards +y),
-// the axes of the ellipse of the same moments, eccentricity, 4-connected
-// boundary length in pixel edges and npix over the box's area.
+// the axes of the ellipse of the same moments, eccentricity, the perimeter
+// as scikit-image's regionprops estimates it, npix over the box's area and
+// the boundary's pixel edges (nerva/segmentation/blob_shape.h).
 struct ShapeRecord {
     double mu20 = 0, mu11 = 0, mu02 = 0;
     double orientation = 0, major_axis = 0, minor_axis = 0, eccentricity = 0;
-    long long perimeter = 0;
+    double perimeter = 0;
     double extent = 0;
+    long long boundary_edges = 0;
 };
 
 struct BlobRecord {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "nerva/segmentation/internal/zeroed_memory.h"
 #include "nerva/segmentation/segmentationRLE.h"
 
 namespace nerva {
@@ -40,15 +41,17 @@ struct RegionStats {
 // The driver labels on plain indices: region per run, absorber, hole and
 // statistics per region; the records' fields are written once, at the end.
 struct LabelScratch {
-    std::vector<int32_t> run_owner;
-    std::vector<int32_t> absorber;
-    std::vector<int32_t> hole;
-    std::vector<RegionStats> stats;
+    // Sized to the pools, used as far as the frame's runs and regions go:
+    // the rest stays untouched (zeroed_memory.h).
+    ScratchVector<int32_t> run_owner;
+    ScratchVector<int32_t> absorber;
+    ScratchVector<int32_t> hole;
+    ScratchVector<RegionStats> stats;
     // Row of each run, by run number.
-    std::vector<int32_t> run_row;
+    ScratchVector<int32_t> run_row;
     // The driver's region lines: each region's first line this frame, and
     // per row of interest what turns a run number into its first_seg.
-    std::vector<RLEregionline*> first_line;
+    ScratchVector<RLEregionline*> first_line;
     std::vector<int32_t> row_base;
 };
 
@@ -65,6 +68,10 @@ struct SegmenterWork {
     // Blob records released by pool trimming, kept for the next pool growth,
     // so that no frame allocates a blob once the largest frame was seen.
     std::vector<std::shared_ptr<RLEblob>> spare_blobs;
+    // The chunk new pool blobs come from, and how many it handed out
+    // (pool_blobs.cpp).
+    std::shared_ptr<RLEblob> blob_chunk;
+    size_t blob_chunk_used = 0;
 
     // Reliability (nerva/segmentation/segmenter.cpp): the observers being
     // notified (a snapshot, so that an observer may change the list), set
@@ -84,7 +91,7 @@ struct SegmenterWork {
     // each region slot needed.
     int light_frames = 0;
     size_t peak_lines = 0;
-    std::vector<size_t> peak_rows;
+    ScratchVector<size_t> peak_rows;
 };
 
 // How run extraction is called.
@@ -157,6 +164,11 @@ bool label_frame(MV_RLEsegm& segm);
 // set_segs_in_regsKAP(segm, nrows) for a frame label_frame has just labelled,
 // counting the rows of interest from its run owners.
 void fill_region_lines(MV_RLEsegm& segm, int nrows);
+
+// A new zero-filled blob for the segmenter's pool, as blob_new makes it, but
+// from a zeroed chunk of records, so that the parts of the record a frame
+// does not use are never written.
+std::shared_ptr<RLEblob> new_pool_blob(SegmenterWork& work);
 
 // Grows the region pool by half (records of one new block, idents set).
 void grow_region_pool(MV_RLEsegm& segm);

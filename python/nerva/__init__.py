@@ -44,8 +44,12 @@ def _borrow(key):
     with _idle_lock:
         free = _idle.get(key)
         if free:
-            _idle.move_to_end(key)
-            return free.pop()
+            segmenter = free.pop()
+            if free:
+                _idle.move_to_end(key)
+            else:
+                del _idle[key]  # eviction pops from the oldest key, which must hold one
+            return segmenter
     width, height, roi, steps, min_side, min_pixels, measures, pool_full, memory_ceiling = key
     return Segmenter(width, height, roi=roi, steps=steps, min_side=min_side, min_pixels=min_pixels,
                      measures=measures, pool_full=pool_full, memory_ceiling=memory_ceiling)

@@ -130,11 +130,13 @@ void apply_overrides(nerva::tracker_params& p)
                                                   {"shrink_gain", &p.shrink_gain},
                                                   {"group_velocity_gain", &p.group_velocity_gain},
                                                   {"duplicate_cover", &p.duplicate_cover},
-                                                  {"ghost_distance", &p.ghost_distance}};
+                                                  {"ghost_distance", &p.ghost_distance},
+                                                  {"still_speed", &p.still_speed}};
     const std::map<std::string, int*> ints = {{"confirm_hits", &p.confirm_hits},
                                               {"max_coast", &p.max_coast},
                                               {"max_coast_border", &p.max_coast_border},
-                                              {"duplicate_frames", &p.duplicate_frames}};
+                                              {"duplicate_frames", &p.duplicate_frames},
+                                              {"max_coast_still", &p.max_coast_still}};
     std::string rest = env;
     while (!rest.empty()) {
         const size_t comma = rest.find(',');
@@ -167,7 +169,7 @@ NervaRun nerva_tracks(const Detections& d, cv::Size size, const nerva::count_lin
         if (k >= 50) run.warm_allocations += heap_allocations() - before;
         for (int i = 0; i < tracker.track_count(); ++i) {
             const nerva::track& tr = tracker.track_at(i);
-            if (tr.state != nerva::TRACK_CONFIRMED) continue;
+            if (!nerva::track_shown(tr)) continue;
             run.boxes.push_back(
                 {static_cast<int>(k) + 1, tr.id, tr.box.xmin, tr.box.ymin, tr.box.width, tr.box.height});
             run.occlusion.push_back(tr.occlusion);

@@ -38,6 +38,13 @@ void set_box(frectangle& box, double cx, double cy, double w, double h)
 double centre_x(const frectangle& b) { return b.xmin + b.width / 2; }
 double centre_y(const frectangle& b) { return b.ymin + b.height / 2; }
 
+// Whether the bottom edge of a box lies beyond the line's band on one side.
+bool on_one_side(const count_line& line, const extent& e)
+{
+    const int left = line_side(line, e.x0, e.y1);
+    return left != 0 && left == line_side(line, e.x1, e.y1);
+}
+
 bool alive(const track& t) { return t.state != TRACK_ENDED; }
 bool identified(const track& t) { return t.state == TRACK_CONFIRMED || t.state == TRACK_COASTING; }
 
@@ -63,6 +70,8 @@ const char* get_track_event_name(track_event_t kind)
     default: return "exit";
     }
 }
+
+bool track_shown(const track& t) { return t.state == TRACK_CONFIRMED || (t.state == TRACK_COASTING && t.still); }
 
 track_point track_reference_point(const track& t) { return {centre_x(t.box), t.box.ymin + t.box.height}; }
 
@@ -341,10 +350,7 @@ void MV_tracker::correct(track& t)
                 t.box.width + gw * (mw - t.box.width), t.box.height + gh * (mh - t.box.height));
     }
     t.occlusion = t.nblobs > 1 ? MM_PARTIAL_DETECTION : MM_OCCL_NONE;
-    ++t.hits;
-    t.misses = 0;
-    t.last_frame = frame_;
-    if (t.state == TRACK_COASTING) t.state = TRACK_CONFIRMED;
+    found(t);
 }
 
 // A member of a group keeps its own size; the blob tells where the group's
@@ -383,8 +389,14 @@ void MV_tracker::hold_in_group(track& t)
     t.vy += params_.group_velocity_gain * ry;
     set_box(t.box, px + params_.position_gain * rx, py + params_.position_gain * ry, w, h);
     t.occlusion = static_cast<blob_occl_type>(flags);
+    found(t);
+}
+
+void MV_tracker::found(track& t)
+{
     ++t.hits;
     t.misses = 0;
+    t.still = false;
     t.last_frame = frame_;
     if (t.state == TRACK_COASTING) t.state = TRACK_CONFIRMED;
 }
@@ -396,10 +408,14 @@ void MV_tracker::miss(track& t)
         t.state = TRACK_ENDED;  // never had an identity: no event
         return;
     }
+    if (t.misses == 1) t.still = std::hypot(t.vx, t.vy) < params_.still_speed;
+    if (t.still) t.vx = t.vy = 0;
     t.state = TRACK_COASTING;
     t.occlusion = MM_TOTAL_OCCLUSION;
     const extent e = of_box(t.box);
-    const int limit = border_flags(e.x0, e.y0, e.x1, e.y1) ? params_.max_coast_border : params_.max_coast;
+    const int limit = border_flags(e.x0, e.y0, e.x1, e.y1) ? params_.max_coast_border
+                      : t.still                            ? params_.max_coast_still
+                                                           : params_.max_coast;
     if (t.misses > limit) end(t);
 }
 
@@ -442,6 +458,10 @@ void MV_tracker::observe(track& t)
     else t.trail_start = (t.trail_start + 1) % TRACK_TRAIL;
 
     for (size_t l = 0; l < lines_.size(); ++l) {
+        // A member's place inside its group is a guess; the group's blob is
+        // not: while the blob straddles the line, the member's side stays
+        // undecided, so a member pulled to the blob's edge does not cross.
+        if (t.group >= 0 && !on_one_side(lines_[l], of_box(dets_[static_cast<size_t>(t.group)].bbox))) continue;
         const int dir = line_step(lines_[l], t.line_side[l], p.x, p.y);
         if (!dir) continue;
         if (t.state == TRACK_TENTATIVE) {

@@ -130,7 +130,7 @@ void TrackingStage::write_exports(const std::vector<Blob>& blobs, long frame, do
         // MOT Challenge frames count from 1.
         for (int i = 0; i < tracker_.track_count(); ++i) {
             const nerva::track& t = tracker_.track_at(i);
-            if (t.state != nerva::TRACK_CONFIRMED) continue;
+            if (!nerva::track_shown(t)) continue;
             mot_ << frame + 1 << ',' << t.id << ',' << rounded(t.box.xmin, 2) << ',' << rounded(t.box.ymin, 2) << ','
                  << rounded(t.box.width, 2) << ',' << rounded(t.box.height, 2) << ",1,-1,-1,-1\n";
         }

@@ -131,7 +131,8 @@ void apply_overrides(nerva::tracker_params& p)
                                                   {"group_velocity_gain", &p.group_velocity_gain},
                                                   {"duplicate_cover", &p.duplicate_cover},
                                                   {"ghost_distance", &p.ghost_distance},
-                                                  {"still_speed", &p.still_speed}};
+                                                  {"still_speed", &p.still_speed},
+                                                  {"piece_aspect", &p.piece_aspect}};
     const std::map<std::string, int*> ints = {{"confirm_hits", &p.confirm_hits},
                                               {"max_coast", &p.max_coast},
                                               {"max_coast_border", &p.max_coast_border},

@@ -38,6 +38,23 @@ void set_box(frectangle& box, double cx, double cy, double w, double h)
 double centre_x(const frectangle& b) { return b.xmin + b.width / 2; }
 double centre_y(const frectangle& b) { return b.ymin + b.height / 2; }
 
+// A piece of a person is not as tall for its width as a whole one, so two
+// people, one behind the other, are not taken for one.
+bool piece(const extent& e, double aspect) { return e.y1 - e.y0 <= aspect * (e.x1 - e.x0); }
+
+// One box above the other, nearly in line: the upper body and the legs of
+// one person, which background subtraction often cuts apart at the belt.
+// People one behind the other overlap in height as well. `gap`: the most
+// space between the two, as a share of the shorter one's height.
+bool stacked(const extent& a, const extent& b, double gap, double aspect)
+{
+    const double wide = std::min(a.x1, b.x1) - std::max(a.x0, b.x0);
+    const double high = std::min(a.y1, b.y1) - std::max(a.y0, b.y0);
+    const double h = std::min(a.y1 - a.y0, b.y1 - b.y0);
+    if (!piece(a, aspect) || !piece(b, aspect)) return false;
+    return wide >= 0.5 * std::min(a.x1 - a.x0, b.x1 - b.x0) && high <= 0.25 * h && high >= -gap * h;
+}
+
 // Whether the bottom edge of a box lies beyond the line's band on one side.
 bool on_one_side(const count_line& line, const extent& e)
 {
@@ -241,7 +258,10 @@ void MV_tracker::drop_duplicates(int d)
         const extent ae = of_box(a.box);
         for (const track& b : tracks_) {
             if (&b == &a || b.group != d || b.first_frame > a.first_frame) continue;
-            if (intersection(ae, of_box(b.box)) >= params_.duplicate_cover * area(ae)) covered = true;
+            const extent be = of_box(b.box);
+            if (intersection(ae, be) >= params_.duplicate_cover * area(ae) ||
+                stacked(ae, be, 1e300, params_.piece_aspect))
+                covered = true;
         }
         a.covered = covered ? a.covered + 1 : 0;
         if (a.covered < params_.duplicate_frames) continue;
@@ -437,6 +457,16 @@ void MV_tracker::start_tracks(int ndet)
         det_first_[static_cast<size_t>(d)] = static_cast<int32_t>(tracks_.size() - 1);
         det_members_[static_cast<size_t>(d)] = 1;
         track& n = tracks_.back();
+        // Pieces of one person left over beside it start the same track.
+        const extent de = of_box(dets_[static_cast<size_t>(d)].bbox);
+        for (int e = d + 1; e < ndet && n.nblobs < TRACK_MAX_BLOBS; ++e) {
+            if (det_first_[static_cast<size_t>(e)] >= 0 ||
+                !stacked(de, of_box(dets_[static_cast<size_t>(e)].bbox), 0.3, params_.piece_aspect))
+                continue;
+            n.blobs[n.nblobs++] = dets_[static_cast<size_t>(e)].ident;
+            det_first_[static_cast<size_t>(e)] = det_first_[static_cast<size_t>(d)];
+            det_members_[static_cast<size_t>(e)] = 1;
+        }
         correct(n);
         n.origin_x = centre_x(n.box);
         n.origin_y = centre_y(n.box);

@@ -60,6 +60,7 @@ struct tracker_params {
     double size_gain = 0.3;            // toward a larger blob
     double shrink_gain = 0.3;          // toward a smaller one
     double duplicate_cover = 0.7;      // share of a group member's box inside an older member's
+    double piece_aspect = 2.0;         // height over width of a box that may be a piece of an upright person
     int duplicate_frames = 3;          // consecutive frames of that before the younger one ends
     double group_velocity_gain = 0.1;  // members of a group follow the blob's edges more cautiously
     int border_margin = 2;             // pixels from the edge that count as touching it

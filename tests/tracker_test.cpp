@@ -199,6 +199,37 @@ TEST(Tracker, AStopAndGoKeepsOneIdentity)
     EXPECT_EQ(s.id_near(x), 1);
 }
 
+// Background subtraction often cuts a person at the belt: the upper body
+// and the legs make one track from the start.
+TEST(Tracker, APersonInTwoPiecesFromTheStartIsOneTrack)
+{
+    Scene s;
+    for (int f = 0; f < 10; ++f) s.step({person(100 + 4 * f, 245, 22, 35), person(100 + 4 * f, 280, 22, 30)});
+    EXPECT_EQ(s.identified(), 1);
+    EXPECT_NEAR(s.tracker.track_at(0).box.height, 70.0, 1.0);  // from the top of one to the bottom of the other
+}
+
+// Two tracks on the pieces of one person, glued into one blob again, give
+// way to the older one.
+TEST(Tracker, TwoPiecesOfOnePersonInOneBlobBecomeOneTrack)
+{
+    Scene s;
+    const auto top = [](int f) { return person(100 + 4 * f, 240, 22, 30); };
+    const auto legs = [](int f) { return person(100 + 4 * f, 300, 22, 30); };
+    for (int f = 0; f < 10; ++f) s.step({top(f), legs(f)});
+    ASSERT_EQ(s.identified(), 2);
+    for (int f = 10; f < 20; ++f) s.step({merged(top(f), legs(f))});
+    EXPECT_EQ(s.identified(), 1);
+}
+
+// Whole people, one behind the other, are not pieces of one.
+TEST(Tracker, PeopleOneAboveTheOtherKeepTheirTracks)
+{
+    Scene s;
+    for (int f = 0; f < 10; ++f) s.step({person(100 + 4 * f, 250), person(100 + 4 * f, 302)});
+    EXPECT_EQ(s.identified(), 2);
+}
+
 // The background model takes in whoever stands still: the blob fades while
 // the person is still there.
 TEST(Tracker, ATrackLostWhereItStoodStaysShownThere)

@@ -93,6 +93,8 @@ public:
         return out;
     }
 
+    const nerva::MV_tracker& engine() const { return tracker_; }
+
     py::dict counts() const
     {
         py::dict out;
@@ -131,6 +133,8 @@ private:
 
 }  // namespace
 
+const nerva::MV_tracker& tracker_engine(const py::handle& tracker) { return tracker.cast<const Tracker&>().engine(); }
+
 void bind_tracker(py::module_& m)
 {
     py::class_<Track>(m, "Track", "One track of the last frame: a read-only record.")
@@ -142,7 +146,7 @@ void bind_tracker(py::module_& m)
         .def_property_readonly(
             "velocity", [](const Track& t) { return py::make_tuple(t.vx, t.vy); }, "Pixels per frame.")
         .def_readonly("age", &Track::age, "Frames since the track appeared.")
-        .def_readonly("hits", &Track::hits)
+        .def_readonly("hits", &Track::hits, "Frames with a blob, alone or in a group.")
         .def_readonly("misses", &Track::misses, "Frames in a row without a blob.")
         .def_readonly("blobs", &Track::blobs, "Identifiers of the blobs it owns this frame.")
         .def_readonly("occlusion", &Track::occlusion, "Occlusion flags by name, e.g. 'OCC:CAM_LEF' at the border.")

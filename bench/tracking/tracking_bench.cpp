@@ -244,10 +244,11 @@ int main(int argc, char** argv)
     std::string mot_path, score_path;
     nerva::count_line line{};
     std::strcpy(line.name, "walkway");
-    line.x1 = 0;
-    line.y1 = 330;
-    line.x2 = 767;
-    line.y2 = 330;
+    // The walkway across the plaza, drawn downwards.
+    line.x1 = 400;
+    line.y1 = 120;
+    line.x2 = 400;
+    line.y2 = 575;
     line.hysteresis = 4;
     const char* video = std::getenv("NERVA_BENCH_VIDEO");
     const char* gt_env = std::getenv("NERVA_TRACKING_GT");

@@ -25,7 +25,8 @@ std::string tracking_json(const nerva::MV_tracker& tracker, double fps)
         json["tracks"].push_back(
             {{"id", t.id},
              {"state", nerva::get_track_state_name(t.state)},
-             {"bbox", {std::lround(t.box.xmin), std::lround(t.box.ymin), std::lround(t.box.xmax), std::lround(t.box.ymax)}},
+             {"bbox",
+              {std::lround(t.box.xmin), std::lround(t.box.ymin), std::lround(t.box.xmax), std::lround(t.box.ymax)}},
              {"velocity", {rounded(t.vx, 2), rounded(t.vy, 2)}},
              {"age", t.age},
              {"blobs", blob_ids},

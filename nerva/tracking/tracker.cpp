@@ -457,7 +457,8 @@ void MV_tracker::start_tracks(int ndet)
         det_first_[static_cast<size_t>(d)] = static_cast<int32_t>(tracks_.size() - 1);
         det_members_[static_cast<size_t>(d)] = 1;
         track& n = tracks_.back();
-        // Pieces of one person left over beside it start the same track.
+        // Pieces of one person left over above or below it start the same
+        // track.
         const extent de = of_box(dets_[static_cast<size_t>(d)].bbox);
         for (int e = d + 1; e < ndet && n.nblobs < TRACK_MAX_BLOBS; ++e) {
             if (det_first_[static_cast<size_t>(e)] >= 0 ||

@@ -199,6 +199,61 @@ TEST(Tracker, AStopAndGoKeepsOneIdentity)
     EXPECT_EQ(s.id_near(x), 1);
 }
 
+// Background subtraction often cuts a person at the belt: the upper body
+// and the legs make one track from the start.
+TEST(Tracker, APersonInTwoPiecesFromTheStartIsOneTrack)
+{
+    Scene s;
+    for (int f = 0; f < 10; ++f) s.step({person(100 + 4 * f, 245, 22, 35), person(100 + 4 * f, 280, 22, 30)});
+    EXPECT_EQ(s.identified(), 1);
+    EXPECT_NEAR(s.tracker.track_at(0).box.height, 70.0, 1.0);  // from the top of one to the bottom of the other
+}
+
+// Two tracks on the pieces of one person, glued into one blob again, give
+// way to the older one.
+TEST(Tracker, TwoPiecesOfOnePersonInOneBlobBecomeOneTrack)
+{
+    Scene s;
+    const auto top = [](int f) { return person(100 + 4 * f, 240, 22, 30); };
+    const auto legs = [](int f) { return person(100 + 4 * f, 300, 22, 30); };
+    for (int f = 0; f < 10; ++f) s.step({top(f), legs(f)});
+    ASSERT_EQ(s.identified(), 2);
+    for (int f = 10; f < 20; ++f) s.step({merged(top(f), legs(f))});
+    EXPECT_EQ(s.identified(), 1);
+}
+
+// Whole people, one behind the other, are not pieces of one.
+TEST(Tracker, PeopleOneAboveTheOtherKeepTheirTracks)
+{
+    Scene s;
+    for (int f = 0; f < 10; ++f) s.step({person(100 + 4 * f, 250), person(100 + 4 * f, 302)});
+    EXPECT_EQ(s.identified(), 2);
+}
+
+// The background model takes in whoever stands still: the blob fades while
+// the person is still there.
+TEST(Tracker, ATrackLostWhereItStoodStaysShownThere)
+{
+    Scene s;
+    double x = 100;
+    for (int f = 0; f < 30; ++f) s.step({person(x += f < 15 ? 4 : 0, 300)});
+    for (int f = 0; f < 3 * Scene::params().max_coast; ++f) s.step({});
+    ASSERT_EQ(s.tracker.track_count(), 1);
+    EXPECT_EQ(s.tracker.track_at(0).state, nerva::TRACK_COASTING);
+    EXPECT_TRUE(nerva::track_shown(s.tracker.track_at(0)));
+    EXPECT_NEAR(s.tracker.track_at(0).box.xmin + 10, x, 2.0);
+    for (int f = 0; f < 5; ++f) s.step({person(x += 4, 300)});
+    EXPECT_EQ(s.id_near(x), 1);
+}
+
+TEST(Tracker, ATrackLostInMotionIsNotShown)
+{
+    Scene s;
+    for (int f = 0; f < 10; ++f) s.step({person(100 + 4 * f, 300)});
+    s.step({});
+    EXPECT_FALSE(nerva::track_shown(s.tracker.track_at(0)));
+}
+
 TEST(Tracker, AShortMissIsCoastedThrough)
 {
     Scene s;
@@ -344,6 +399,18 @@ TEST_F(Counting, ACrossingBeforeConfirmationIsReportedWithIt)
     s.step({person(327, 300, 40)});
     EXPECT_EQ(s.events(nerva::TRACK_EVENT_LINE), 1);
     EXPECT_EQ(s.tracker.line_at(line).count_out, 1);
+}
+
+// Counted once the whole group's blob is past the line.
+TEST_F(Counting, AGroupThatCrossesCountsEachMember)
+{
+    const auto a = [](int f) { return person(160 + 5 * f, 300); };
+    const auto b = [](int f) { return person(200 + 5 * f, 300); };
+    for (int f = 0; f < 50; ++f) {
+        if (f < 12 || f >= 36) s.step({a(f), b(f)});
+        else s.step({merged(a(f), b(f))});  // across the line together
+    }
+    EXPECT_EQ(s.tracker.line_at(line).count_out, 2);
 }
 
 TEST(Zones, EnterExitAndDwell)

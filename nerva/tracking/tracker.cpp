@@ -38,6 +38,30 @@ void set_box(frectangle& box, double cx, double cy, double w, double h)
 double centre_x(const frectangle& b) { return b.xmin + b.width / 2; }
 double centre_y(const frectangle& b) { return b.ymin + b.height / 2; }
 
+// A piece of a person is not as tall for its width as a whole one, so two
+// people, one behind the other, are not taken for one.
+bool piece(const extent& e, double aspect) { return e.y1 - e.y0 <= aspect * (e.x1 - e.x0); }
+
+// One box above the other, nearly in line: the upper body and the legs of
+// one person, which background subtraction often cuts apart at the belt.
+// People one behind the other overlap in height as well. `gap`: the most
+// space between the two, as a share of the shorter one's height.
+bool stacked(const extent& a, const extent& b, double gap, double aspect)
+{
+    const double wide = std::min(a.x1, b.x1) - std::max(a.x0, b.x0);
+    const double high = std::min(a.y1, b.y1) - std::max(a.y0, b.y0);
+    const double h = std::min(a.y1 - a.y0, b.y1 - b.y0);
+    if (!piece(a, aspect) || !piece(b, aspect)) return false;
+    return wide >= 0.5 * std::min(a.x1 - a.x0, b.x1 - b.x0) && high <= 0.25 * h && high >= -gap * h;
+}
+
+// Whether the bottom edge of a box lies beyond the line's band on one side.
+bool on_one_side(const count_line& line, const extent& e)
+{
+    const int left = line_side(line, e.x0, e.y1);
+    return left != 0 && left == line_side(line, e.x1, e.y1);
+}
+
 bool alive(const track& t) { return t.state != TRACK_ENDED; }
 bool identified(const track& t) { return t.state == TRACK_CONFIRMED || t.state == TRACK_COASTING; }
 
@@ -63,6 +87,8 @@ const char* get_track_event_name(track_event_t kind)
     default: return "exit";
     }
 }
+
+bool track_shown(const track& t) { return t.state == TRACK_CONFIRMED || (t.state == TRACK_COASTING && t.still); }
 
 track_point track_reference_point(const track& t) { return {centre_x(t.box), t.box.ymin + t.box.height}; }
 
@@ -232,7 +258,10 @@ void MV_tracker::drop_duplicates(int d)
         const extent ae = of_box(a.box);
         for (const track& b : tracks_) {
             if (&b == &a || b.group != d || b.first_frame > a.first_frame) continue;
-            if (intersection(ae, of_box(b.box)) >= params_.duplicate_cover * area(ae)) covered = true;
+            const extent be = of_box(b.box);
+            if (intersection(ae, be) >= params_.duplicate_cover * area(ae) ||
+                stacked(ae, be, 1e300, params_.piece_aspect))
+                covered = true;
         }
         a.covered = covered ? a.covered + 1 : 0;
         if (a.covered < params_.duplicate_frames) continue;
@@ -341,10 +370,7 @@ void MV_tracker::correct(track& t)
                 t.box.width + gw * (mw - t.box.width), t.box.height + gh * (mh - t.box.height));
     }
     t.occlusion = t.nblobs > 1 ? MM_PARTIAL_DETECTION : MM_OCCL_NONE;
-    ++t.hits;
-    t.misses = 0;
-    t.last_frame = frame_;
-    if (t.state == TRACK_COASTING) t.state = TRACK_CONFIRMED;
+    found(t);
 }
 
 // A member of a group keeps its own size; the blob tells where the group's
@@ -383,8 +409,14 @@ void MV_tracker::hold_in_group(track& t)
     t.vy += params_.group_velocity_gain * ry;
     set_box(t.box, px + params_.position_gain * rx, py + params_.position_gain * ry, w, h);
     t.occlusion = static_cast<blob_occl_type>(flags);
+    found(t);
+}
+
+void MV_tracker::found(track& t)
+{
     ++t.hits;
     t.misses = 0;
+    t.still = false;
     t.last_frame = frame_;
     if (t.state == TRACK_COASTING) t.state = TRACK_CONFIRMED;
 }
@@ -396,10 +428,14 @@ void MV_tracker::miss(track& t)
         t.state = TRACK_ENDED;  // never had an identity: no event
         return;
     }
+    if (t.misses == 1) t.still = std::hypot(t.vx, t.vy) < params_.still_speed;
+    if (t.still) t.vx = t.vy = 0;
     t.state = TRACK_COASTING;
     t.occlusion = MM_TOTAL_OCCLUSION;
     const extent e = of_box(t.box);
-    const int limit = border_flags(e.x0, e.y0, e.x1, e.y1) ? params_.max_coast_border : params_.max_coast;
+    const int limit = border_flags(e.x0, e.y0, e.x1, e.y1) ? params_.max_coast_border
+                      : t.still                            ? params_.max_coast_still
+                                                           : params_.max_coast;
     if (t.misses > limit) end(t);
 }
 
@@ -421,6 +457,17 @@ void MV_tracker::start_tracks(int ndet)
         det_first_[static_cast<size_t>(d)] = static_cast<int32_t>(tracks_.size() - 1);
         det_members_[static_cast<size_t>(d)] = 1;
         track& n = tracks_.back();
+        // Pieces of one person left over above or below it start the same
+        // track.
+        const extent de = of_box(dets_[static_cast<size_t>(d)].bbox);
+        for (int e = d + 1; e < ndet && n.nblobs < TRACK_MAX_BLOBS; ++e) {
+            if (det_first_[static_cast<size_t>(e)] >= 0 ||
+                !stacked(de, of_box(dets_[static_cast<size_t>(e)].bbox), 0.3, params_.piece_aspect))
+                continue;
+            n.blobs[n.nblobs++] = dets_[static_cast<size_t>(e)].ident;
+            det_first_[static_cast<size_t>(e)] = det_first_[static_cast<size_t>(d)];
+            det_members_[static_cast<size_t>(e)] = 1;
+        }
         correct(n);
         n.origin_x = centre_x(n.box);
         n.origin_y = centre_y(n.box);
@@ -442,6 +489,10 @@ void MV_tracker::observe(track& t)
     else t.trail_start = (t.trail_start + 1) % TRACK_TRAIL;
 
     for (size_t l = 0; l < lines_.size(); ++l) {
+        // A member's place inside its group is a guess; the group's blob is
+        // not: while the blob straddles the line, the member's side stays
+        // undecided, so a member pulled to the blob's edge does not cross.
+        if (t.group >= 0 && !on_one_side(lines_[l], of_box(dets_[static_cast<size_t>(t.group)].bbox))) continue;
         const int dir = line_step(lines_[l], t.line_side[l], p.x, p.y);
         if (!dir) continue;
         if (t.state == TRACK_TENTATIVE) {

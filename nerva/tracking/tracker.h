@@ -43,9 +43,15 @@ struct tracker_params {
     int max_detections = 2000;
     int max_events = 1024;  // per frame
 
-    int confirm_hits = 3;         // consecutive frames with a blob before a track gets its identity
-    int max_coast = 12;           // frames a confirmed track survives without a blob
-    int max_coast_border = 2;     // the same when its box touches the frame border
+    int confirm_hits = 3;      // consecutive frames with a blob before a track gets its identity
+    int max_coast = 12;        // frames a confirmed track survives without a blob
+    int max_coast_border = 2;  // the same when its box touches the frame border
+    // A track that had stopped when its blob went (slower than still_speed,
+    // pixels per frame) stays where it stood this long, and is shown: the
+    // background model takes in whoever stands still, so the blob fades
+    // while the person is still there.
+    int max_coast_still = 150;
+    double still_speed = 0.4;
     double match_iou = 0.15;      // least overlap of a predicted box and a blob to match one to one
     double group_cover = 0.45;    // share of a track's predicted box inside a blob to be a member of it
     double fragment_cover = 0.6;  // share of a blob inside a track's predicted box to be its fragment
@@ -54,6 +60,7 @@ struct tracker_params {
     double size_gain = 0.3;            // toward a larger blob
     double shrink_gain = 0.3;          // toward a smaller one
     double duplicate_cover = 0.7;      // share of a group member's box inside an older member's
+    double piece_aspect = 2.0;         // height over width of a box that may be a piece of an upright person
     int duplicate_frames = 3;          // consecutive frames of that before the younger one ends
     double group_velocity_gain = 0.1;  // members of a group follow the blob's edges more cautiously
     int border_margin = 2;             // pixels from the edge that count as touching it
@@ -76,6 +83,7 @@ struct track {
     int32_t age;                      // frames since the track appeared
     int32_t hits;                     // frames with a blob or a group
     int32_t misses;                   // consecutive frames without either
+    bool still;                       // coasting where it stopped (see max_coast_still)
     int64_t first_frame, last_frame;  // last frame with a blob or a group
     blob_occl_type occlusion;         // MM_CAM_OCCL_* at the border, MM_DYN_OCCL_* beside the other members
                                       // of a group, MM_TOTAL_OCCLUSION while coasting,
@@ -95,6 +103,10 @@ struct track {
     int8_t in_zone[TRACKER_MAX_ZONES];
     int64_t zone_since[TRACKER_MAX_ZONES];
 };
+
+// Whether a host shows the track this frame: confirmed, or coasting where it
+// stopped.
+bool track_shown(const track& t);
 
 // Where a track is for lines and zones: the middle of its box's bottom edge,
 // where a person or a vehicle meets the ground.
@@ -174,6 +186,7 @@ private:
     void attach_fragments(int ndet);
     void correct(track& t);
     void hold_in_group(track& t);
+    void found(track& t);
     void miss(track& t);
     void start_tracks(int ndet);
     void observe(track& t);

@@ -61,6 +61,7 @@ def segment_piece(source: str, destination: str, temporaries: str, options: dict
     """
     import cv2
 
+    from ._nerva import Tracker
     from .video import InputError, blobs_in_video, json_line
 
     # The cluster's parallelism is its worker processes: OpenCV's own threads
@@ -71,16 +72,26 @@ def segment_piece(source: str, destination: str, temporaries: str, options: dict
     counts: List[int] = []
     times: dict = {}
     tracked: dict = {}
+    # The tracker is kept here, not in blobs_in_video, so that each line can
+    # carry its tracks as the program writes them.
+    tracking = {key: options[key] for key in ("lines", "zones") if options.get(key)}
+    tracking_on = bool(options.get("track") or tracking)
+    options = {key: value for key, value in options.items() if key not in ("track", "lines", "zones")}
 
     def write(f):
-        for index, _, blobs, seconds in blobs_in_video(source, start=max(0, start - warmup), stop=stop,
-                                                       with_time=True, **options):
+        tracker = None
+        for index, frame, blobs, seconds in blobs_in_video(source, start=max(0, start - warmup), stop=stop,
+                                                           with_time=True, **options):
+            if tracking_on:
+                if tracker is None:
+                    tracker = Tracker(frame.shape[1], frame.shape[0], **tracking)
+                tracker.update(blobs, index)
+                tracked["counts"] = tracker.counts
             if index >= start:
-                f.write(json_line(index, blobs, seconds))
+                f.write(json_line(index, blobs, seconds, tracker=tracker))
                 counts.append(len(blobs))
                 times.setdefault("first_time", seconds)
                 times["last_time"] = seconds
-                tracked["counts"] = getattr(blobs, "counts", None)
 
     try:
         write_atomically(destination, write, temporaries)

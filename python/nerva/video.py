@@ -389,12 +389,14 @@ def blobs_in_video(source: str, *, preset: Optional[str] = None, masks: bool = F
 
 
 def json_line(index: int, blobs: Blobs, time: Optional[float] = None, dropped: int = 0,
-              components: Optional[int] = None) -> str:
+              components: Optional[int] = None, tracker: Optional[Tracker] = None) -> str:
     """One frame as nerva-blobs writes it to its JSON Lines output, newline included.
 
     With a `time` (seconds) the line ends with the program's "time" and
     "dropped" fields; without, it holds the frame and its blobs only.
     `components`, when the frame held more blobs than the segmenter's pool
     and `blobs` is cut short, adds "truncated": true and that count.
+    `tracker`, the Tracker that has just updated `blobs`, adds each blob's
+    "track" and the frame's "tracks", "events" and "counts", as --track does.
     """
-    return _nerva.json_line(index, blobs, time, dropped, components)
+    return _nerva.json_line(index, blobs, time, dropped, components, tracker)

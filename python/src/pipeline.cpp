@@ -17,6 +17,7 @@
 #include "input_kind.h"
 #include "json_line.h"
 #include "settings.h"
+#include "tracking_json.h"
 
 namespace py = pybind11;
 namespace pipeline = nerva_pipeline;
@@ -83,7 +84,7 @@ std::tuple<int, int, int> preset_values(const std::optional<std::string>& name, 
 }
 
 std::string json_line(long frame, const Blobs& blobs, std::optional<double> time, long dropped,
-                      std::optional<long> components)
+                      std::optional<long> components, const py::object& tracker)
 {
     std::vector<pipeline::BlobRecord> records(blobs.size());
     for (size_t i = 0; i < blobs.size(); ++i) {
@@ -110,6 +111,10 @@ std::string json_line(long frame, const Blobs& blobs, std::optional<double> time
     // A frame cut at the blob pool says so, with the blobs it held.
     if (components) extras.components = *components;
     else if (blobs.dropped > 0) extras.components = static_cast<long>(blobs.size()) + blobs.dropped;
+    if (!tracker.is_none()) {
+        extras.blob_tracks = &blobs.track;
+        extras.tracking = pipeline::tracking_json(tracker_engine(tracker), 0.0);
+    }
     return pipeline::json_line(frame, records, extras);
 }
 
@@ -179,7 +184,8 @@ void bind_pipeline(py::module_& m)
         .def("apply", &CleanUpMasks::apply, py::arg("mask"),
              "The cleaned mask (0 and 255), OpenCV's morphologyEx's byte for byte; overwritten by the next call.");
     m.def("json_line", &json_line, py::arg("index"), py::arg("blobs"), py::arg("time") = py::none(),
-          py::arg("dropped") = 0, py::arg("components") = py::none(), "nerva-blobs' JSON line of one frame.");
+          py::arg("dropped") = 0, py::arg("components") = py::none(), py::arg("tracker") = py::none(),
+          "nerva-blobs' JSON line of one frame; with the Tracker that tracked `blobs`, that of --track.");
 }
 
 }  // namespace nerva_python

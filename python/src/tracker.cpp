@@ -17,6 +17,7 @@ namespace {
 // One track as Python sees it: a read-only record copied out of the tracker.
 struct Track {
     int id, age, hits, misses;
+    bool shown;
     std::string state, occlusion;
     double xmin, ymin, xmax, ymax, vx, vy;
     std::vector<int> blobs;
@@ -65,7 +66,7 @@ public:
         for (int i = 0; i < tracker_.track_count(); ++i) {
             const nerva::track& t = tracker_.track_at(i);
             if (t.id == 0) continue;
-            out.push_back({t.id, t.age, t.hits, t.misses, nerva::get_track_state_name(t.state),
+            out.push_back({t.id, t.age, t.hits, t.misses, nerva::track_shown(t), nerva::get_track_state_name(t.state),
                            nerva::get_occl_name_from_type_detailed(t.occlusion), t.box.xmin, t.box.ymin, t.box.xmax,
                            t.box.ymax, t.vx, t.vy, std::vector<int>(t.blobs, t.blobs + t.nblobs)});
         }
@@ -92,6 +93,8 @@ public:
         }
         return out;
     }
+
+    const nerva::MV_tracker& engine() const { return tracker_; }
 
     py::dict counts() const
     {
@@ -131,6 +134,8 @@ private:
 
 }  // namespace
 
+const nerva::MV_tracker& tracker_engine(const py::handle& tracker) { return tracker.cast<const Tracker&>().engine(); }
+
 void bind_tracker(py::module_& m)
 {
     py::class_<Track>(m, "Track", "One track of the last frame: a read-only record.")
@@ -142,8 +147,11 @@ void bind_tracker(py::module_& m)
         .def_property_readonly(
             "velocity", [](const Track& t) { return py::make_tuple(t.vx, t.vy); }, "Pixels per frame.")
         .def_readonly("age", &Track::age, "Frames since the track appeared.")
-        .def_readonly("hits", &Track::hits)
+        .def_readonly("hits", &Track::hits, "Frames with a blob, alone or in a group.")
         .def_readonly("misses", &Track::misses, "Frames in a row without a blob.")
+        .def_readonly("shown", &Track::shown,
+                      "Whether to show it: confirmed, or coasting where it stopped (the background model takes in "
+                      "whoever stands still).")
         .def_readonly("blobs", &Track::blobs, "Identifiers of the blobs it owns this frame.")
         .def_readonly("occlusion", &Track::occlusion, "Occlusion flags by name, e.g. 'OCC:CAM_LEF' at the border.")
         .def("__repr__",

@@ -131,9 +131,12 @@ def test_options_the_frame_refuses_fail_the_input_at_once(client, videos, tmp_pa
     assert "closing 3000: the kernel is larger than the 160x120 frame" in entry["reason"]
 
 
-def test_the_manifest_gives_the_line_counts_of_the_program(nerva_blobs, client, videos, tmp_path):
+def test_tracks_and_the_manifests_line_counts_are_the_programs(nerva_blobs, client, videos, tmp_path):
     out = tmp_path / "out"
     assert run(client, videos / "cam1.avi", "--output", out, "--line", "mid:80,0,80,119") == 0
-    lines = subprocess.run([nerva_blobs, str(videos / "cam1.avi"), "-q", "--line", "mid:80,0,80,119", *OPTIONS],
-                           check=True, capture_output=True, text=True).stdout.splitlines()
-    assert manifest(out)["cam1"]["counts"] == json.loads(lines[-1])["counts"]
+    expected = subprocess.run([nerva_blobs, str(videos / "cam1.avi"), "-q", "--line", "mid:80,0,80,119", *OPTIONS],
+                              check=True, capture_output=True).stdout
+    assert (out / "cam1.jsonl").read_bytes() == expected
+    assert any(json.loads(line)["tracks"] for line in expected.splitlines())
+    last = json.loads(expected.splitlines()[-1])
+    assert manifest(out)["cam1"]["counts"] == last["counts"]

@@ -123,7 +123,7 @@ int run(const Options& o)
         if (tracking) {
             tracking->update(blobs, index, frame.time);
             extras.blob_tracks = &tracking->blob_tracks();
-            extras.tracking = tracking->json().dump();
+            extras.tracking = tracking->json();
         }
         std::string line = json.write(index, blobs, extras);
         summary.add_wall(when);

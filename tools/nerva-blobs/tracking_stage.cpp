@@ -7,17 +7,13 @@
 
 #include "errors.h"
 #include "nerva/blob/blob.h"
+#include "tracking_json.h"
 #include "tracking_options.h"
 
 namespace nerva_blobs {
 namespace {
 
-// To `digits` decimals, dividing last so the JSON shows the short number.
-double rounded(double v, int digits)
-{
-    const double scale = std::pow(10.0, digits);
-    return std::round(v * scale) / scale;
-}
+using nerva_pipeline::rounded;
 
 cv::Scalar colour_of(int id)
 {
@@ -76,50 +72,9 @@ double TrackingStage::update(const std::vector<Blob>& blobs, long frame, double 
     blob_tracks_.assign(blobs.size(), 0);
     for (size_t i = 0; i < blobs.size(); ++i) blob_tracks_[i] = tracker_.detection_track(static_cast<int>(i));
 
-    json_ = {{"tracks", nlohmann::ordered_json::array()}, {"events", nlohmann::ordered_json::array()}};
-    for (int i = 0; i < tracker_.track_count(); ++i) {
-        const nerva::track& t = tracker_.track_at(i);
-        if (t.id == 0) continue;
-        nlohmann::ordered_json blob_ids = nlohmann::ordered_json::array();
-        for (int k = 0; k < t.nblobs; ++k) blob_ids.push_back(t.blobs[k]);
-        json_["tracks"].push_back(
-            {{"id", t.id},
-             {"state", nerva::get_track_state_name(t.state)},
-             {"bbox",
-              {std::lround(t.box.xmin), std::lround(t.box.ymin), std::lround(t.box.xmax), std::lround(t.box.ymax)}},
-             {"velocity", {rounded(t.vx, 2), rounded(t.vy, 2)}},
-             {"age", t.age},
-             {"blobs", blob_ids},
-             {"occlusion", nerva::get_occl_name_from_type_detailed(t.occlusion)}});
-    }
-    for (int i = 0; i < tracker_.event_count(); ++i) {
-        const nerva::track_event& e = tracker_.event_at(i);
-        nlohmann::ordered_json ev = {{"type", nerva::get_track_event_name(e.kind)}, {"track", e.track_id}};
-        if (e.kind == nerva::TRACK_EVENT_LINE) {
-            ev["line"] = tracker_.line_at(e.index).name;
-            ev["direction"] = e.direction == nerva::LINE_IN ? "in" : "out";
-        } else if (e.kind == nerva::TRACK_EVENT_ZONE_ENTER || e.kind == nerva::TRACK_EVENT_ZONE_EXIT) {
-            ev["zone"] = tracker_.zone_at(e.index).name;
-        }
-        if (e.kind == nerva::TRACK_EVENT_ZONE_EXIT) {
-            ev["dwell_frames"] = e.dwell;
-            if (fps_ > 0) ev["dwell"] = rounded(static_cast<double>(e.dwell) / fps_, 3);
-        }
-        json_["events"].push_back(ev);
-        if (e.kind == nerva::TRACK_EVENT_START) ++identities_;
-    }
-    if (tracker_.line_count() > 0 || tracker_.zone_count() > 0) {
-        nlohmann::ordered_json counts = nlohmann::ordered_json::object();
-        for (int i = 0; i < tracker_.line_count(); ++i) {
-            const nerva::count_line& l = tracker_.line_at(i);
-            counts[l.name] = {{"in", l.count_in}, {"out", l.count_out}};
-        }
-        for (int i = 0; i < tracker_.zone_count(); ++i) {
-            const nerva::count_zone& z = tracker_.zone_at(i);
-            counts[z.name] = {{"inside", z.inside}, {"entries", z.entries}, {"exits", z.exits}};
-        }
-        json_["counts"] = counts;
-    }
+    for (int i = 0; i < tracker_.event_count(); ++i)
+        if (tracker_.event_at(i).kind == nerva::TRACK_EVENT_START) ++identities_;
+    json_ = nerva_pipeline::tracking_json(tracker_, fps_);
     write_exports(blobs, frame, time);
     return ms;
 }
@@ -130,7 +85,7 @@ void TrackingStage::write_exports(const std::vector<Blob>& blobs, long frame, do
         // MOT Challenge frames count from 1.
         for (int i = 0; i < tracker_.track_count(); ++i) {
             const nerva::track& t = tracker_.track_at(i);
-            if (t.state != nerva::TRACK_CONFIRMED) continue;
+            if (!nerva::track_shown(t)) continue;
             mot_ << frame + 1 << ',' << t.id << ',' << rounded(t.box.xmin, 2) << ',' << rounded(t.box.ymin, 2) << ','
                  << rounded(t.box.width, 2) << ',' << rounded(t.box.height, 2) << ",1,-1,-1,-1\n";
         }

@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 
 #include "nerva/tracking/tracker.h"
@@ -29,7 +28,7 @@ public:
     // The confirmed track of each blob of the last frame, 0 for none.
     const std::vector<int>& blob_tracks() const { return blob_tracks_; }
     // "tracks", "events" and, with lines or zones, "counts" of the last frame.
-    const nlohmann::ordered_json& json() const { return json_; }
+    const std::string& json() const { return json_; }
 
     // Boxes with identities, short trails, lines and zones with their counts.
     void draw(cv::Mat picture) const;
@@ -42,7 +41,7 @@ private:
     double fps_;
     std::vector<int> blob_tracks_;
     std::vector<nerva::track_detection> dets_;
-    nlohmann::ordered_json json_;
+    std::string json_;
     std::ofstream mot_, csv_;
     std::string mot_path_, csv_path_;
     Sample time_;

@@ -62,7 +62,7 @@ def segment_piece(source: str, destination: str, temporaries: str, options: dict
     import cv2
 
     from ._nerva import Tracker
-    from .video import InputError, blobs_in_video, json_line
+    from .video import InputError, blobs_in_video, json_line, stream_fps
 
     # The cluster's parallelism is its worker processes: OpenCV's own threads
     # would only make the workers fight over the same cores.
@@ -80,6 +80,8 @@ def segment_piece(source: str, destination: str, temporaries: str, options: dict
 
     def write(f):
         tracker = None
+        # Zone exits give their dwell in seconds at the stream's rate, as the program does.
+        fps = stream_fps(source, masks=bool(options.get("masks"))) if tracking.get("zones") else 0.0
         for index, frame, blobs, seconds in blobs_in_video(source, start=max(0, start - warmup), stop=stop,
                                                            with_time=True, **options):
             if tracking_on:
@@ -88,7 +90,7 @@ def segment_piece(source: str, destination: str, temporaries: str, options: dict
                 tracker.update(blobs, index)
                 tracked["counts"] = tracker.counts
             if index >= start:
-                f.write(json_line(index, blobs, seconds, tracker=tracker))
+                f.write(json_line(index, blobs, seconds, tracker=tracker, fps=fps))
                 counts.append(len(blobs))
                 times.setdefault("first_time", seconds)
                 times["last_time"] = seconds

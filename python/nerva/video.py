@@ -389,7 +389,7 @@ def blobs_in_video(source: str, *, preset: Optional[str] = None, masks: bool = F
 
 
 def json_line(index: int, blobs: Blobs, time: Optional[float] = None, dropped: int = 0,
-              components: Optional[int] = None, tracker: Optional[Tracker] = None) -> str:
+              components: Optional[int] = None, tracker: Optional[Tracker] = None, fps: float = 0.0) -> str:
     """One frame as nerva-blobs writes it to its JSON Lines output, newline included.
 
     With a `time` (seconds) the line ends with the program's "time" and
@@ -397,6 +397,23 @@ def json_line(index: int, blobs: Blobs, time: Optional[float] = None, dropped: i
     `components`, when the frame held more blobs than the segmenter's pool
     and `blobs` is cut short, adds "truncated": true and that count.
     `tracker`, the Tracker that has just updated `blobs`, adds each blob's
-    "track" and the frame's "tracks", "events" and "counts", as --track does.
+    "track" and the frame's "tracks", "events" and "counts", as --track does;
+    with the stream's `fps` (see stream_fps) zone exits carry their dwell in
+    seconds too.
     """
-    return _nerva.json_line(index, blobs, time, dropped, components, tracker)
+    return _nerva.json_line(index, blobs, time, dropped, components, tracker, fps)
+
+
+def stream_fps(source: str, *, masks: bool = False) -> float:
+    """The frame rate nerva-blobs takes for `source`: a video's container rate
+    (25 when the container gives none), 25 for images."""
+    kind = input_kind(source)
+    if kind == "video" and not masks:
+        return _LumaVideo(source).fps()
+    if kind not in ("video", "network", "device"):
+        return 25.0
+    cv2 = _cv2()
+    capture = cv2.VideoCapture(source, cv2.CAP_FFMPEG)
+    rate = capture.get(cv2.CAP_PROP_FPS) if capture.isOpened() else 0.0
+    capture.release()
+    return rate if 0 < rate < 1000 else 25.0

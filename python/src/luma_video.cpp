@@ -37,6 +37,9 @@ public:
         return py::make_tuple(grey, std::isfinite(ms) ? py::object(py::float_(ms)) : py::object(py::none()));
     }
 
+    // The container's frame rate as nerva-blobs takes it (25 when unknown).
+    double fps() const { return source_->fps(); }
+
 private:
     std::unique_ptr<nerva_blobs::FrameSource> source_;
 };
@@ -47,7 +50,8 @@ void bind_luma_video(py::module_& m)
 {
     py::class_<LumaVideo>(m, "_LumaVideo", "A video file's frames as the decoder's grey (luma) plane.")
         .def(py::init<const std::string&>(), py::arg("path"))
-        .def("read", &LumaVideo::read);
+        .def("read", &LumaVideo::read)
+        .def("fps", &LumaVideo::fps);
 }
 
 }  // namespace nerva_python

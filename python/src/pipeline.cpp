@@ -84,7 +84,7 @@ std::tuple<int, int, int> preset_values(const std::optional<std::string>& name, 
 }
 
 std::string json_line(long frame, const Blobs& blobs, std::optional<double> time, long dropped,
-                      std::optional<long> components, const py::object& tracker)
+                      std::optional<long> components, const py::object& tracker, double fps)
 {
     std::vector<pipeline::BlobRecord> records(blobs.size());
     for (size_t i = 0; i < blobs.size(); ++i) {
@@ -113,7 +113,7 @@ std::string json_line(long frame, const Blobs& blobs, std::optional<double> time
     else if (blobs.dropped > 0) extras.components = static_cast<long>(blobs.size()) + blobs.dropped;
     if (!tracker.is_none()) {
         extras.blob_tracks = &blobs.track;
-        extras.tracking = pipeline::tracking_json(tracker_engine(tracker), 0.0);
+        extras.tracking = pipeline::tracking_json(tracker_engine(tracker), fps);
     }
     return pipeline::json_line(frame, records, extras);
 }
@@ -185,7 +185,9 @@ void bind_pipeline(py::module_& m)
              "The cleaned mask (0 and 255), OpenCV's morphologyEx's byte for byte; overwritten by the next call.");
     m.def("json_line", &json_line, py::arg("index"), py::arg("blobs"), py::arg("time") = py::none(),
           py::arg("dropped") = 0, py::arg("components") = py::none(), py::arg("tracker") = py::none(),
-          "nerva-blobs' JSON line of one frame; with the Tracker that tracked `blobs`, that of --track.");
+          py::arg("fps") = 0.0,
+          "nerva-blobs' JSON line of one frame; with the Tracker that tracked `blobs`, that of --track "
+          "(`fps` > 0 adds each zone exit's dwell in seconds).");
 }
 
 }  // namespace nerva_python

@@ -133,10 +133,13 @@ def test_options_the_frame_refuses_fail_the_input_at_once(client, videos, tmp_pa
 
 def test_tracks_and_the_manifests_line_counts_are_the_programs(nerva_blobs, client, videos, tmp_path):
     out = tmp_path / "out"
-    assert run(client, videos / "cam1.avi", "--output", out, "--line", "mid:80,0,80,119") == 0
-    expected = subprocess.run([nerva_blobs, str(videos / "cam1.avi"), "-q", "--line", "mid:80,0,80,119", *OPTIONS],
+    tracking = ["--line", "mid:80,0,80,119", "--zone", "left:0,0;80,0;80,119;0,119"]
+    assert run(client, videos / "cam1.avi", "--output", out, *tracking) == 0
+    expected = subprocess.run([nerva_blobs, str(videos / "cam1.avi"), "-q", *tracking, *OPTIONS],
                               check=True, capture_output=True).stdout
     assert (out / "cam1.jsonl").read_bytes() == expected
     assert any(json.loads(line)["tracks"] for line in expected.splitlines())
+    exits = [e for line in expected.splitlines() for e in json.loads(line)["events"] if e["type"] == "exit"]
+    assert any("dwell" in e for e in exits)  # in seconds, at the stream's frame rate
     last = json.loads(expected.splitlines()[-1])
     assert manifest(out)["cam1"]["counts"] == last["counts"]

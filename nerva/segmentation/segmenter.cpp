@@ -349,7 +349,7 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr segmen
     RLEreset_blob_idents(segmenter);
     segmenter->work->reused_blobs = 0;
     if (!detail::notify_observers(*segmenter, mask, who) || exceeds_ceiling(*segmenter, mask, who)) return nullptr;
-    detail::extract_frame(*segmenter, mask, detail::ExtractionMode::driver);
+    detail::extract_frame(*segmenter, mask);
 
     if (segmenter->nb_segs == 0) {
         segmenter->nb_blobs_prev = segmenter->nb_blobs_cur;

@@ -359,9 +359,9 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr segmen
         return nullptr;
     }
 
-    // The sweep of img2regs_init, img2regs_exec over the rows of interest
-    // and img2regs_pass2, on compact arrays; then the region lines from the
-    // same arrays. A frame with runs always has a row of interest with runs
+    // img2regs_init, img2regs_exec over the rows of interest and
+    // img2regs_pass2, on compact arrays; then the region lines from the same
+    // arrays. A frame with runs always has a row of interest with runs
     // (extraction reads those rows only), so the sweep always labels it.
     detail::label_frame(*segmenter);
     detail::fill_region_lines(*segmenter, mask.rows);

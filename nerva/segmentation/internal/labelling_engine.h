@@ -270,7 +270,8 @@ public:
                 }
             }
         }
-        for (int32_t k = 0; k < segm_->nb_segs; ++k) {
+        const int32_t runs = segm_->nb_segs;  // read once: the owner stores may alias it
+        for (int32_t k = 0; k < runs; ++k) {
             const Run run = store.pool_run(k);
             handle reg = store.owner(run);
             if (Owners::exists(reg)) {

@@ -5,7 +5,6 @@
 // foreground is met, then the rows around it are read in full (with a
 // back-fill upwards). With steps 1,1 the runs are exactly the maximal
 // horizontal foreground runs.
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -337,6 +336,10 @@ void detail::grow_segment_pool(MV_RLEsegm& segm, int32_t index)
     fill_from_block(pool, old_size, new_size);
 }
 
+namespace {
+constexpr int32_t kRowsWrittenAlways = 8;
+}  // namespace
+
 void detail::extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask)
 {
     RLEline& line = *segm.rle_img->lines[static_cast<size_t>(y)];
@@ -363,12 +366,17 @@ void detail::extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask)
             ++runs;
         });
     }
-    if (runs > 0) {
-        ensure_segment_slot(segm, segm.nb_segs + runs - 1);
-        std::vector<int32_t>& rows = segm.work->run_rows;
-        if (rows.size() < first + static_cast<size_t>(runs)) rows.resize(segm.seg_pool.size());
-        std::fill_n(rows.data() + first, runs, y);
-    }
+    if (runs > 0) ensure_segment_slot(segm, segm.nb_segs + runs - 1);
+    // The row of each run. The first eight entries are written whatever the
+    // count, in a loop of fixed length: rows hold a few runs, and a loop that
+    // stopped after the last would take a turn the branch predictor cannot
+    // learn. Entries past the count belong to later runs, which overwrite them.
+    std::vector<int32_t>& rows = segm.work->run_rows;
+    if (rows.size() < first + static_cast<size_t>(runs) + kRowsWrittenAlways)
+        rows.resize(segm.seg_pool.size() + kRowsWrittenAlways);
+    int32_t* const row_of = rows.data() + first;
+    for (int32_t i = 0; i < kRowsWrittenAlways; ++i) row_of[i] = y;
+    for (int32_t i = kRowsWrittenAlways; i < runs; ++i) row_of[i] = y;
     segm.nb_segs += runs;
     line.nb_segs = runs;
 }

@@ -381,7 +381,7 @@ private:
             const handle reg = store.owner(slot);
             if (Owners::exists(reg)) store.set_owner(slot, find(reg));
         }
-        if (++idx < count) slot = first + idx;
+        slot = ++idx < count ? first + idx : slot;  // a select: whether the row ends here is data
     }
 
     // Moves the current-row cursor on; the run left without a region starts
@@ -389,7 +389,7 @@ private:
     void leave_cur_run(Run& slot, int32_t& idx, Run first, int32_t count, int32_t row)
     {
         if (idx >= 0 && !Owners::exists(store.owner(slot))) open_region(store.x_start(slot), slot, row);
-        if (++idx < count) slot = first + idx;
+        slot = ++idx < count ? first + idx : slot;
     }
 
     // The survivor a run labelled `reg` belongs to now, halving the path on

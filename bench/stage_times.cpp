@@ -144,7 +144,7 @@ int main(int argc, char** argv)
             nerva::RLEreset_blob_idents(s);
             stages[0].ns += since(t);
             t = Clock::now();
-            nerva::detail::extract_frame(*s, m, nerva::detail::ExtractionMode::driver);
+            nerva::detail::extract_frame(*s, m);
             stages[1].ns += since(t);
             runs += s->nb_segs;
             rows += rows_read(*s);
@@ -185,7 +185,7 @@ int main(int argc, char** argv)
         }
         for (size_t i = 0; i < masks.size(); ++i) {
             auto t = Clock::now();
-            nerva::detail::extract_frame(*s, zero, nerva::detail::ExtractionMode::driver);
+            nerva::detail::extract_frame(*s, zero);
             zero_ns += since(t);
         }
     }

@@ -41,6 +41,26 @@ TEST(RunExtraction, RowSamplingBackFillsAndSkipsOddRowsWhileSparse)
     EXPECT_EQ(blobs(odd, s).size(), 2u);
 }
 
+// A host re-extracting after a frame steps the labelling on runs without a
+// region, whatever the frame left in the reused records.
+TEST(RunExtraction, PublicExtractionWritesTheRunRecordsWithoutOwners)
+{
+    auto m = mask_from({"..##..###.", "..........", "#........#"});
+    auto s = segmenter_for(m);
+    ASSERT_NE(RLEsegm_segmentKAP(m, s), nullptr);
+    RLEsegm_reset(s);
+    s->RLEsegm_build_RLElineKAP(0, m);
+    ASSERT_EQ(s->nb_segs, 2);
+    EXPECT_EQ(vals(s->seg_pool[1]->x_start, s->seg_pool[1]->x_end), vals(6, 8));
+    EXPECT_EQ(s->seg_pool[1]->owner, nullptr);
+
+    RLEsegm_reset(s);
+    s->RLEsegm_build_RLEimageKAP(m);
+    ASSERT_EQ(s->nb_segs, 4);
+    EXPECT_EQ(vals(s->seg_pool[3]->x_start, s->seg_pool[3]->x_end), vals(9, 9));
+    EXPECT_EQ(s->seg_pool[0]->owner, nullptr);
+}
+
 TEST(Labelling, UMergeSurvivorAndFirstRowSelfPairingHoles)
 {
     auto u = mask_from({"##...##...", "#######..."});
@@ -144,6 +164,23 @@ TEST(RegionsToBlobs, PoolFullReusesTheLastBlobWithoutLoopingTheList)
     EXPECT_EQ(tail_links(), vals(true, true, true));
     RLEsegm_blob_list_append(s->blob_pool[1999], s);
     EXPECT_EQ(vals(tail_links(), s->nb_blobs), vals(vals(true, true, true), 2004));
+}
+
+TEST(BlobList, AppendingAfterAFrameLinksBothWaysAndEndsTheList)
+{
+    auto m = mask_from({"#.#.#"});
+    auto s = segmenter_for(m);
+    ASSERT_EQ(count_blobs(RLEsegm_segmentKAP(m, s)), 3);
+    const std::shared_ptr<RLEblob> old_tail = s->blob_tail;
+    const std::shared_ptr<RLEblob> extra = blob_new();
+    extra->next = s->blob_pool[0];  // stale links from an earlier list
+    RLEsegm_blob_list_append(extra, s);
+    EXPECT_EQ(s->blob_tail, extra);
+    EXPECT_EQ(old_tail->next, extra);
+    EXPECT_EQ(extra->prev, old_tail);
+    EXPECT_EQ(extra->next, nullptr);
+    EXPECT_EQ(count_blobs(s->blob_head), 4);
+    extra->prev.reset();  // the record outlives the segmenter's list
 }
 
 TEST(SubregionMeasures, SumsAndLimits)

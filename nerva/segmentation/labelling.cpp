@@ -11,8 +11,11 @@ namespace nerva {
 
 namespace {
 
+using detail::RunSlot;
+
 struct SharedOwners {
     using handle = std::shared_ptr<region>;
+    using Run = const RunSlot*;
     static constexpr bool union_find = false;  // a host sees every relabelling
 
     img2regs& state;
@@ -21,12 +24,15 @@ struct SharedOwners {
     static bool exists(const handle& reg) { return static_cast<bool>(reg); }
     static handle none() { return nullptr; }
 
-    handle owner(const detail::RunSlot* run) const { return (*run)->owner; }
-    void set_owner(const detail::RunSlot* run, const handle& reg) const { (*run)->owner = reg; }
-    region& stats(const handle& reg) const { return *reg; }
+    static int32_t x_start(Run run) { return (*run)->x_start; }
+    static int32_t x_end(Run run) { return (*run)->x_end; }
+    static handle owner(Run run) { return (*run)->owner; }
+    static void set_owner(Run run, const handle& reg) { (*run)->owner = reg; }
+    static region& stats(const handle& reg) { return *reg; }
+    static int32_t ident(const handle& reg) { return reg->ident; }
     handle region_at(int32_t index) const { return segm->reg_pool[static_cast<size_t>(index)]; }
-    void regions_grew() const {}
-    void clear_links(const handle& reg) const
+    static void regions_grew() {}
+    static void clear_links(const handle& reg)
     {
         reg->link.reset();
         reg->next.reset();
@@ -39,18 +45,28 @@ struct SharedOwners {
         else state.last->next = reg;
         state.last = reg;
     }
-    void reset_chain() const
+    void begin_frame() const
     {
         state.first.reset();
         state.last.reset();
     }
     handle first() const { return state.first; }
     handle last() const { return state.last; }
-    handle next(const handle& reg) const { return reg->next; }
-    handle absorber(const handle& reg) const { return reg->absorber; }
-    void set_absorber(const handle& reg, const handle& survivor) const { reg->absorber = survivor; }
-    handle hole(const handle& reg) const { return reg->hole; }
-    void set_hole(const handle& reg, const handle& other) const { reg->hole = other; }
+    static handle next(const handle& reg) { return reg->next; }
+    static handle absorber(const handle& reg) { return reg->absorber; }
+    static void set_absorber(const handle& reg, const handle& survivor) { reg->absorber = survivor; }
+    static handle hole(const handle& reg) { return reg->hole; }
+    static void set_hole(const handle& reg, const handle& other) { reg->hole = other; }
+
+    static Run row_runs(const RLEline& line) { return line.segs; }
+    Run pool_run(int32_t k) const { return segm->seg_pool.data() + k; }
+    static void run_settled(Run, const handle&) {}  // its owner is its record's field
+    static Run cursor_row(RunSlot* runs) { return runs; }
+    static Run cursor_slot(const RunSlot& slot) { return &slot; }
+    static void store_slot(RunSlot& slot, Run run)
+    {
+        if (run != &slot) slot = *run;
+    }
 };
 
 using Engine = detail::LabellingEngine<SharedOwners>;

@@ -182,7 +182,7 @@ void detail::fill_region_lines(MV_RLEsegm& segmenter, int nrows)
     }
 
     const int32_t* owner = labels.run_owner.data();
-    const int32_t* run_row = labels.run_row.data();
+    const int32_t* run_row = segmenter.work->run_rows.data();
     const int32_t* row_base = labels.row_base.data();
     const RegionStats* stats = labels.stats.data();
     for (int32_t k = 0; k < segmenter.nb_segs; ++k) {
@@ -267,6 +267,46 @@ void fill_from_region(RLEblob& blob, const region& reg)
     blob.spare_reals[0] = 0;
 }
 
+// Appends blobs to the segmenter's list, writing each link only where it
+// changes: pool blobs are listed in slot order every frame, so their links
+// mostly stay as they were. The list's ends and the last blob's `next` are
+// written by close(); until then the list is not to be walked.
+class BlobAppender {
+public:
+    explicit BlobAppender(MV_RLEsegm& segmenter)
+        : segmenter_(segmenter), head_(segmenter.blob_head ? &segmenter.blob_head : nullptr),
+          tail_(segmenter.blob_tail ? &segmenter.blob_tail : nullptr)
+    {}
+
+    // `blob` must outlive close(). nb_blobs counts every append, but
+    // appending the tail again (the pool-full reuse) would link it to itself:
+    // the links are left alone.
+    void append(const std::shared_ptr<RLEblob>& blob)
+    {
+        static const std::shared_ptr<RLEblob> none;
+        ++segmenter_.nb_blobs;
+        if (tail_ && blob.get() == tail_->get()) return;
+        detail::set_link(blob->prev, tail_ ? *tail_ : none);
+        if (tail_) detail::set_link((*tail_)->next, blob);
+        if (!head_) head_ = &blob;
+        tail_ = &blob;
+        appended_ = true;
+    }
+
+    void close()
+    {
+        if (appended_ && (*tail_)->next) (*tail_)->next.reset();
+        if (head_) detail::set_link(segmenter_.blob_head, *head_);
+        if (tail_) detail::set_link(segmenter_.blob_tail, *tail_);
+    }
+
+private:
+    MV_RLEsegm& segmenter_;
+    const std::shared_ptr<RLEblob>* head_;
+    const std::shared_ptr<RLEblob>* tail_;
+    bool appended_ = false;
+};
+
 }  // namespace
 
 std::shared_ptr<RLEblob> RLEsegm_get_new_blob(segm_ptr segmenter)
@@ -275,9 +315,6 @@ std::shared_ptr<RLEblob> RLEsegm_get_new_blob(segm_ptr segmenter)
     return take_pool_blob(*segmenter, nullptr);
 }
 
-// Appends every kept region's blob the way RLEsegm_blob_list_append would,
-// but writes each link only where it changes: pool blobs are listed in slot
-// order every frame, so their links mostly stay as they were.
 std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, segm_ptr segm)
 {
     if (detail::refuses_null(segm.get(), "RLEsegm_regions2blobsKAP()")) return nullptr;
@@ -288,10 +325,7 @@ std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, 
     // Pool-full messages are counted and written together at the end (same
     // bytes, one write instead of one per blob).
     int32_t pool_full_messages = 0;
-    const std::shared_ptr<RLEblob>* head = segmenter.blob_head ? &segmenter.blob_head : nullptr;
-    const std::shared_ptr<RLEblob>* tail = segmenter.blob_tail ? &segmenter.blob_tail : nullptr;
-    static const std::shared_ptr<RLEblob> none;
-    bool appended = false;
+    BlobAppender list(segmenter);
     for (const region* reg = st->first.get(); reg && reg != end; reg = reg->next.get()) {
         if (reg->absorber) continue;
         const int32_t width = reg->x_max - reg->x_min + 1;
@@ -303,18 +337,9 @@ std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, 
             prefetch_for_filling(segmenter.blob_pool[static_cast<size_t>(ahead)].get());
         const std::shared_ptr<RLEblob>& blob = take_pool_blob(segmenter, &pool_full_messages);
         fill_from_region(*blob, *reg);
-        ++segmenter.nb_blobs;
-        // Appending the tail again (the pool-full reuse) would link it to itself.
-        if (tail && blob.get() == tail->get()) continue;
-        detail::set_link(blob->prev, tail ? *tail : none);
-        if (tail) detail::set_link((*tail)->next, blob);
-        if (!head) head = &blob;
-        tail = &blob;
-        appended = true;
+        list.append(blob);
     }
-    if (appended && (*tail)->next) (*tail)->next.reset();
-    if (head) detail::set_link(segmenter.blob_head, *head);
-    if (tail) detail::set_link(segmenter.blob_tail, *tail);
+    list.close();
     detail::report_reused_blobs(segmenter, pool_full_messages);
     if (segmenter.nb_blobs == 0) return nullptr;
     return segmenter.blob_pool[0];
@@ -323,20 +348,9 @@ std::shared_ptr<RLEblob> RLEsegm_regions2blobsKAP(int min_side, int min_pixels, 
 void RLEsegm_blob_list_append(std::shared_ptr<RLEblob> blob, segm_ptr segmenter)
 {
     if (detail::refuses_null(segmenter.get(), "RLEsegm_blob_list_append()")) return;
-    // Appending the tail again (the pool-full reuse) would link it to itself.
-    if (blob != segmenter->blob_tail) {
-        blob->next.reset();
-        blob->prev.reset();
-        if (!segmenter->blob_head) {
-            segmenter->blob_head = blob;
-            segmenter->blob_tail = blob;
-        } else {
-            segmenter->blob_tail->next = blob;
-            blob->prev = segmenter->blob_tail;
-            segmenter->blob_tail = blob;
-        }
-    }
-    ++segmenter->nb_blobs;
+    BlobAppender list(*segmenter);
+    list.append(blob);
+    list.close();
 }
 
 void RLEsegm_blob_list_append_to_head(std::shared_ptr<RLEblob> blob, segm_ptr segmenter)

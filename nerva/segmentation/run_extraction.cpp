@@ -336,7 +336,11 @@ void detail::grow_segment_pool(MV_RLEsegm& segm, int32_t index)
     fill_from_block(pool, old_size, new_size);
 }
 
-void detail::extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask, ExtractionMode mode)
+namespace {
+constexpr int32_t kRowsWrittenAlways = 8;
+}  // namespace
+
+void detail::extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask)
 {
     RLEline& line = *segm.rle_img->lines[static_cast<size_t>(y)];
     ensure_segment_slot(segm, segm.nb_segs);  // so the line points into real storage
@@ -346,15 +350,12 @@ void detail::extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask, Extractio
         return;
     }
     const uint8_t* row = mask.data + static_cast<size_t>(y) * mask.step[0];
-    // The driver keeps the frame's bounds by run number and leaves the
-    // segment records to the labelling; checked extraction writes them now.
-    const bool driver = mode == ExtractionMode::driver;
-    std::vector<int32_t>& bounds = segm.work->run_bounds;
-    const size_t base = driver ? 2 * static_cast<size_t>(segm.nb_segs) : 0;
+    auto& bounds = segm.work->run_bounds;
+    const size_t first = static_cast<size_t>(segm.nb_segs);
     const int64_t span = int64_t{segm.roi_xmax} - segm.roi_xmin;  // no division per row in exact mode
     const size_t samples = static_cast<size_t>(segm.step_x == 1 ? span : span / segm.step_x) + 1;
-    if (bounds.size() < base + samples + 6) bounds.resize(base + samples + 6);
-    int32_t* b = bounds.data() + base;
+    if (bounds.size() < 2 * first + samples + 6) bounds.resize(2 * first + samples + 6);
+    int32_t* b = bounds.data() + 2 * first;
     int32_t runs = 0;
     if (segm.step_x == 1) {
         runs = row_runs(row, segm.roi_xmin, segm.roi_xmax + 1, b);
@@ -366,26 +367,36 @@ void detail::extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask, Extractio
         });
     }
     if (runs > 0) ensure_segment_slot(segm, segm.nb_segs + runs - 1);
-    if (!driver) {
-        std::shared_ptr<segment>* slots = segm.seg_pool.data() + segm.nb_segs;
-        for (int32_t i = 0; i < runs; ++i) {
-            segment& seg = *slots[i];
-            seg.x_start = b[2 * i];
-            seg.x_end = b[2 * i + 1];
-            seg.owner.reset();
-        }
-    }
+    // The row of each run. The first eight entries are written whatever the
+    // count, in a loop of fixed length: rows hold a few runs, and a loop that
+    // stopped after the last would take a turn the branch predictor cannot
+    // learn. Entries past the count belong to later runs, which overwrite them.
+    auto& rows = segm.work->run_rows;
+    if (rows.size() < first + static_cast<size_t>(runs) + kRowsWrittenAlways)
+        rows.resize(segm.seg_pool.size() + kRowsWrittenAlways);
+    int32_t* const row_of = rows.data() + first;
+    for (int32_t i = 0; i < kRowsWrittenAlways; ++i) row_of[i] = y;
+    for (int32_t i = kRowsWrittenAlways; i < runs; ++i) row_of[i] = y;
     segm.nb_segs += runs;
     line.nb_segs = runs;
 }
 
-void detail::extract_frame(MV_RLEsegm& segm, const cv::Mat& mask, ExtractionMode mode)
+void detail::write_run_records(MV_RLEsegm& segm, int32_t from, int32_t to)
 {
-    if (mode == ExtractionMode::checked && !notify_observers(segm, mask, "RLEsegm_build_RLEimageKAP()")) return;
+    const int32_t* b = segm.work->run_bounds.data();
+    for (int32_t k = from; k < to; ++k) {
+        segment& seg = *segm.seg_pool[static_cast<size_t>(k)];
+        seg.x_start = b[2 * k];
+        seg.x_end = b[2 * k + 1];
+        seg.owner.reset();
+    }
+}
 
+void detail::extract_frame(MV_RLEsegm& segm, const cv::Mat& mask)
+{
     const int32_t step_y = segm.step_y;
     if (step_y <= 1) {
-        for (int y = segm.roi_ymin; y <= segm.roi_ymax; ++y) extract_row(segm, y, mask, mode);
+        for (int y = segm.roi_ymin; y <= segm.roi_ymax; ++y) extract_row(segm, y, mask);
         return;
     }
 
@@ -401,18 +412,18 @@ void detail::extract_frame(MV_RLEsegm& segm, const cv::Mat& mask, ExtractionMode
                 lines[static_cast<size_t>(y)]->nb_segs = 0;
                 continue;
             }
-            extract_row(segm, y, mask, mode);
+            extract_row(segm, y, mask);
             if (lines[static_cast<size_t>(y)]->nb_segs == 0) {
                 marker = y;
                 continue;
             }
             for (int j = y - 1; j > marker; --j) {
-                extract_row(segm, j, mask, mode);
+                extract_row(segm, j, mask);
                 if (lines[static_cast<size_t>(j)]->nb_segs == 0) break;
             }
             dense = true;
         } else {
-            extract_row(segm, y, mask, mode);
+            extract_row(segm, y, mask);
             if (lines[static_cast<size_t>(y)]->nb_segs == 0) {
                 marker = y;
                 dense = false;
@@ -424,12 +435,17 @@ void detail::extract_frame(MV_RLEsegm& segm, const cv::Mat& mask, ExtractionMode
 void MV_RLEsegm::RLEsegm_build_RLElineKAP(int y, const cv::Mat& mask)
 {
     if (detail::segmenter_refuses_row(*this, y, mask, "RLEsegm_build_RLElineKAP()")) return;
-    detail::extract_row(*this, y, mask, detail::ExtractionMode::checked);
+    const int32_t first = nb_segs;
+    detail::extract_row(*this, y, mask);
+    detail::write_run_records(*this, first, nb_segs);
 }
 
 std::shared_ptr<RLEimage> MV_RLEsegm::RLEsegm_build_RLEimageKAP(const cv::Mat& mask)
 {
-    detail::extract_frame(*this, mask, detail::ExtractionMode::checked);
+    if (!detail::notify_observers(*this, mask, "RLEsegm_build_RLEimageKAP()")) return rle_img;
+    const int32_t first = nb_segs;
+    detail::extract_frame(*this, mask);
+    detail::write_run_records(*this, first, nb_segs);
     return rle_img;
 }
 

@@ -365,7 +365,7 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr segmen
     RLEreset_blob_idents(segmenter);
     segmenter->work->reused_blobs = 0;
     if (!detail::notify_observers(*segmenter, mask, who) || exceeds_ceiling(*segmenter, mask, who)) return nullptr;
-    detail::extract_frame(*segmenter, mask, detail::ExtractionMode::driver);
+    detail::extract_frame(*segmenter, mask);
 
     if (segmenter->nb_segs == 0) {
         segmenter->nb_blobs_prev = segmenter->nb_blobs_cur;
@@ -375,9 +375,9 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr segmen
         return nullptr;
     }
 
-    // The sweep of img2regs_init, img2regs_exec over the rows of interest
-    // and img2regs_pass2, on compact arrays; then the region lines from the
-    // same arrays. A frame with runs always has a row of interest with runs
+    // img2regs_init, img2regs_exec over the rows of interest and
+    // img2regs_pass2, on compact arrays; then the region lines from the same
+    // arrays. A frame with runs always has a row of interest with runs
     // (extraction reads those rows only), so the sweep always labels it.
     detail::label_frame(*segmenter);
     detail::fill_region_lines(*segmenter, mask.rows);

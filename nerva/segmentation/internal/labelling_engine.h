@@ -5,29 +5,41 @@
 // ident survives a merge), and a second pass points every run and every
 // absorbed region at its survivor.
 //
-// The public img2regs step functions run this engine; where a run's region
-// and a region's links are kept is the storage policy `Owners`'s choice
-// (labelling.cpp: the records' own shared-pointer fields, written as the
-// sweep goes, which is what a host stepping through img2regs_* sees).
-// The driver's sweep (frame_labelling.cpp) walks these same steps, with the
-// union-find flag set, over compact arrays of run bounds, owners and
-// statistics, which the equivalence test holds to this engine's final state.
+// Both paths run this engine; they differ only in where a run's bounds and
+// region and a region's statistics and links are kept, the storage policy
+// `Owners`:
+//   - SharedOwners (labelling.cpp) keeps them in the records' own fields and
+//     shared pointers, written as the sweep goes: what a host stepping
+//     through the public img2regs_* functions sees.
+//   - IndexOwners (frame_labelling.cpp), the driver's, keeps them in compact
+//     arrays indexed by run and region number and writes the records once,
+//     at the end, so the sweep touches neither a pool record nor a
+//     reference count.
 //
-// An `Owners` policy provides, for a region handle `handle` (a shared pointer
-// or an index) and a run given by its slot (`const RunSlot*`):
-//   static bool exists(const handle&)       false for "no region"
+// An `Owners` policy provides, for a region handle (`handle`: a shared
+// pointer or a region number) and a run handle (`Run`: a pointer to the
+// run's slot or a run number; `run + k` is the run k places to the right):
+//   static bool exists(const handle&)        false for "no region"
 //   static handle none()
+//   static constexpr bool union_find        see below
+//   x_start(run), x_end(run)                 the run's columns
 //   handle owner(run) / set_owner(run, r)    the run's region
-//   region& stats(r)                         the record the statistics live in
+//   stats(r)                                 where the statistics live
+//   int32_t ident(r)                         the ident merges compare
 //   handle region_at(pool_index)             a pool region
 //   void regions_grew()                      the region pool just grew
 //   void clear_links(r)                      a new region: no absorber, hole, next, link
 //   void chain(r, first_of_frame)            appends r to the creation-order chain
-//   void reset_chain()                       a new frame begins
+//   void begin_frame()                       a new frame begins
 //   handle first(), last(), next(r)          walks that chain
 //   handle absorber(r) / set_absorber(r, s)
 //   handle hole(r) / set_hole(r, other)
-//   static constexpr bool union_find       see below
+//   Run row_runs(const RLEline&)             a row's first run
+//   Run pool_run(k)                          the k-th run of the segment pool
+//   void run_settled(run, r)                 pass 2 is done with the run
+//   Run cursor_row(RunSlot* runs)            the img2regs record's rows, and
+//   Run cursor_slot(const RunSlot&)          its runs under the cursors,
+//   void store_slot(RunSlot&, Run)           as the engine starts and ends
 //
 // With `union_find` false a merge relabels, there and then, every run of the
 // two rows that the sweep may still read (replace): the literal rule, and
@@ -93,12 +105,14 @@ template <class Owners>
 class LabellingEngine : RowCursor {
 public:
     using handle = typename Owners::handle;
+    using Run = typename Owners::Run;
 
     // `segm` may be null for the steps that take no pool region (advancing in
     // the previous row, fusion, replace).
     LabellingEngine(img2regs& state, MV_RLEsegm* segm, Owners owners)
-        : RowCursor(RowCursor::of(state)), store(owners), segm_(segm), state_(state), cur(state.cur_seg.get()),
-          prev(state.prev_seg.get()), cur_slot(&state.cur_seg), prev_slot(&state.prev_seg)
+        : RowCursor(RowCursor::of(state)), store(owners), segm_(segm), state_(state),
+          cur_first_(store.cursor_row(state.cur_runs)), prev_first_(store.cursor_row(state.prev_runs)),
+          cur_slot_(store.cursor_slot(state.cur_seg)), prev_slot_(store.cursor_slot(state.prev_seg))
     {}
 
     // Writes the cursor back into the img2regs record; the two run references
@@ -106,10 +120,8 @@ public:
     void store_cursor()
     {
         write_into(state_);
-        if (cur_slot != &state_.cur_seg) state_.cur_seg = *cur_slot;
-        if (prev_slot != &state_.prev_seg) state_.prev_seg = *prev_slot;
-        cur_slot = &state_.cur_seg;
-        prev_slot = &state_.prev_seg;
+        store.store_slot(state_.cur_seg, cur_slot_);
+        store.store_slot(state_.prev_seg, prev_slot_);
     }
 
     // The last row labelling may read: the region of interest's, but never
@@ -124,10 +136,10 @@ public:
     // gives each of its runs a region. False when no row holds a run.
     bool start()
     {
-        store.reset_chain();
+        store.begin_frame();
         y = segm_->roi_ymin < 0 ? 0 : segm_->roi_ymin;
         const int32_t last = last_row();
-        while (y <= last && segm_->rle_img->lines[static_cast<size_t>(y)]->nb_segs <= 0) ++y;
+        while (y <= last && line(y).nb_segs <= 0) ++y;
         if (y > last) {
             cur_runs = nullptr;
             cur_count = 0;
@@ -183,120 +195,57 @@ public:
     //      without a region opens one)     that ends first (C on a tie)
     //
     // Runs touching only at a corner fall under 2 or 3: 4-connectivity.
+    //
+    // The cursor lives in locals while the pair is swept: a policy's owner
+    // and link arrays hold int32 like the cursor's members, so the compiler
+    // would reload the members after every store into them.
     void iter()
     {
-        while (cur_idx < cur_count) {
-            if (prev_idx == prev_count) {  // 1
-                for (int32_t k = cur_idx; k < cur_count; ++k)
-                    if (!Owners::exists(store.owner(&cur_runs[k]))) new_region(cur_runs[k]->x_start, &cur_runs[k]);
-                return;
+        const Run prev_first = prev_first_, cur_first = cur_first_;
+        const int32_t prev_n = prev_count, cur_n = cur_count, row = y;
+        int32_t pi = prev_idx, ci = cur_idx;
+        Run p = prev_slot_, c = cur_slot_;
+        while (ci < cur_n) {
+            if (pi == prev_n) {  // 1
+                for (int32_t k = ci; k < cur_n; ++k)
+                    if (!Owners::exists(store.owner(cur_first + k)))
+                        open_region(store.x_start(cur_first + k), cur_first + k, row);
+                break;
             }
-            if (prev->x_end < cur->x_start) {  // 2
-                avanp();
-            } else if (cur->x_end < prev->x_start) {  // 3
-                avanc();
+            bool leave_prev;
+            if (store.x_end(p) < store.x_start(c)) {  // 2
+                leave_prev = true;
+            } else if (store.x_end(c) < store.x_start(p)) {  // 3
+                leave_prev = false;
             } else {  // 4
-                fusion();
-                if (prev->x_end < cur->x_end) avanp();
-                else avanc();
+                fuse(p, c, pi, ci, row);
+                leave_prev = store.x_end(p) < store.x_end(c);
             }
+            if (leave_prev) leave_prev_run(p, pi, prev_first, prev_n);
+            else leave_cur_run(c, ci, cur_first, cur_n, row);
         }
+        prev_idx = pi;
+        cur_idx = ci;
+        prev_slot_ = p;
+        cur_slot_ = c;
     }
 
-    // img2regs_fusion: C shares a column with P.
-    //   4a. C has no region yet: it joins P's region.
-    //   4b. C and P belong to different regions: the one with the lower
-    //       ident (created first) survives and absorbs the other; the runs
-    //       still in the span being swept are relabelled (replace), the
-    //       others wait for pass 2.
-    //   4c. C reaches a second run of its own region, closing a hole:
-    //             P:  ppp   ppp
-    //             C:  ccccccccc
-    //       the hole is counted on the owner of the previous-row run just
-    //       left of P, whatever region that is (none when P is the row's
-    //       first run).
-    void fusion()
-    {
-        const handle rc = find(store.owner(cur_slot));
-        const handle rp = find(store.owner(prev_slot));
-        if (!Owners::exists(rc)) {
-            region_add_run(store.stats(rp), cur->x_start, cur->x_end, y);
-            store.set_owner(cur_slot, rp);
-        } else if (rc != rp) {
-            const bool current_survives = store.stats(rc).ident < store.stats(rp).ident;
-            const handle survivor = current_survives ? rc : rp;
-            const handle absorbed = current_survives ? rp : rc;
-            region_merge_stats(store.stats(survivor), store.stats(absorbed));
-            store.set_absorber(absorbed, survivor);
-            if (!Owners::union_find || self_pair_) replace(absorbed, survivor);
-        } else if (prev_idx != 0) {
-            const handle left = store.owner(prev_runs + prev_idx - 1);
-            if (Owners::exists(left)) {
-                store.set_hole(left, rc);
-                region& left_region = store.stats(left);
-                left_region.nholes = wrap_add(left_region.nholes, 1);
-            }
-        }
-    }
+    // img2regs_fusion on the runs under the cursors.
+    void fusion() { fuse(prev_slot_, cur_slot_, prev_idx, cur_idx, y); }
 
-    // img2regs_replace: the runs of the current row up to the cursor and of
-    // the previous row from the cursor on that belong to `old_reg` move to
-    // `new_reg`. Runs further back keep the absorbed region until pass 2.
-    void replace(const handle& old_reg, const handle& new_reg)
-    {
-        const int32_t cur_end = cur_idx < cur_count - 1 ? cur_idx : cur_count - 1;
-        for (int32_t k = 0; k <= cur_end; ++k)
-            if (store.owner(cur_runs + k) == old_reg) store.set_owner(cur_runs + k, new_reg);
-        for (int32_t k = prev_idx < 0 ? 0 : prev_idx; k < prev_count; ++k)
-            if (store.owner(prev_runs + k) == old_reg) store.set_owner(prev_runs + k, new_reg);
-    }
+    // img2regs_replace, from the cursors.
+    void replace(const handle& old_reg, const handle& new_reg) { relabel(old_reg, new_reg, prev_idx, cur_idx); }
 
-    // img2regs_new_region: the next pool region, describing `run` from
-    // `x_start` on row y, appended to the frame's chain. The pool grows when
-    // a frame needs more regions than it holds.
-    void new_region(int32_t x_start, const RunSlot* run)
-    {
-        if (static_cast<size_t>(segm_->nb_regs) >= segm_->reg_pool.size()) {
-            grow_region_pool(*segm_);
-            store.regions_grew();
-        }
-        const int32_t index = segm_->nb_regs++;
-        const handle reg = store.region_at(index);
-        region_init_stats(store.stats(reg), x_start, (*run)->x_end, y);
-        store.clear_links(reg);
-        store.chain(reg, index == 0);
-        store.set_owner(run, reg);
-    }
+    // img2regs_new_region on row y.
+    void new_region(int32_t x_start, Run run) { open_region(x_start, run, y); }
 
     // img2regs_avanp: the next run of the previous row (the last one stays
     // under the cursor once the row is used up).
-    void avanp()
-    {
-        if (Owners::union_find && prev_idx >= 0 && prev_idx < prev_count) {
-            const handle reg = store.owner(prev_slot);
-            if (Owners::exists(reg)) {
-                const handle survivor = find(reg);
-                if (survivor != reg) store.set_owner(prev_slot, survivor);
-            }
-        }
-        ++prev_idx;
-        if (prev_idx < prev_count) {
-            prev_slot = &prev_runs[prev_idx];
-            prev = prev_slot->get();
-        }
-    }
+    void avanp() { leave_prev_run(prev_slot_, prev_idx, prev_first_, prev_count); }
 
     // img2regs_avanc: the next run of the current row; the run being left
     // without a region starts one of its own.
-    void avanc()
-    {
-        if (cur_idx >= 0 && !Owners::exists(store.owner(cur_slot))) new_region(cur->x_start, cur_slot);
-        ++cur_idx;
-        if (cur_idx < cur_count) {
-            cur_slot = &cur_runs[cur_idx];
-            cur = cur_slot->get();
-        }
-    }
+    void avanc() { leave_cur_run(cur_slot_, cur_idx, cur_first_, cur_count, y); }
 
     // img2regs_pass2: every absorbed region, and every region a hole was
     // recorded with, is pointed straight at the root of its absorber chain;
@@ -321,30 +270,126 @@ public:
                 }
             }
         }
-        const RunSlot* runs = segm_->seg_pool.data();
-        for (int32_t k = 0; k < segm_->nb_segs; ++k) {
-            const handle reg = store.owner(runs + k);
-            if (!Owners::exists(reg)) continue;
-            const handle survivor = store.absorber(reg);
-            if (Owners::exists(survivor)) store.set_owner(runs + k, survivor);
+        const int32_t runs = segm_->nb_segs;  // read once: the owner stores may alias it
+        for (int32_t k = 0; k < runs; ++k) {
+            const Run run = store.pool_run(k);
+            handle reg = store.owner(run);
+            if (Owners::exists(reg)) {
+                const handle survivor = store.absorber(reg);
+                if (Owners::exists(survivor)) {
+                    reg = survivor;
+                    store.set_owner(run, reg);
+                }
+            }
+            store.run_settled(run, reg);
         }
     }
 
     Owners store;
 
 private:
+    const RLEline& line(int32_t row) const { return *segm_->rle_img->lines[static_cast<size_t>(row)]; }
+
     void load_row(int32_t row)
     {
-        const RLEline& line = *segm_->rle_img->lines[static_cast<size_t>(row)];
+        const RLEline& l = line(row);
         prev_runs = cur_runs;
         prev_count = cur_count;
-        cur_runs = line.segs;
-        cur_count = line.nb_segs;
+        prev_first_ = cur_first_;
+        cur_runs = l.segs;
+        cur_count = l.nb_segs;
+        cur_first_ = store.row_runs(l);
     }
 
     void open_regions_for_row()
     {
-        for (int32_t k = 0; k < cur_count; ++k) new_region(cur_runs[k]->x_start, &cur_runs[k]);
+        for (int32_t k = 0; k < cur_count; ++k) open_region(store.x_start(cur_first_ + k), cur_first_ + k, y);
+    }
+
+    // Run c (index ci of the current row) shares a column with run p (index
+    // pi of the previous row).
+    //   4a. C has no region yet: it joins P's region.
+    //   4b. C and P belong to different regions: the one with the lower
+    //       ident (created first; on equal idents, which a host renumbering
+    //       the pool can give, P's) survives and absorbs the other; the runs
+    //       still in the span being swept are relabelled (replace), the
+    //       others wait for pass 2.
+    //   4c. C reaches a second run of its own region, closing a hole:
+    //             P:  ppp   ppp
+    //             C:  ccccccccc
+    //       the hole is counted on the owner of the previous-row run just
+    //       left of P, whatever region that is (none when P is the row's
+    //       first run).
+    void fuse(Run p, Run c, int32_t pi, int32_t ci, int32_t row)
+    {
+        const handle rc = find(store.owner(c));
+        const handle rp = find(store.owner(p));
+        if (!Owners::exists(rc)) {
+            region_add_run(store.stats(rp), store.x_start(c), store.x_end(c), row);
+            store.set_owner(c, rp);
+        } else if (rc != rp) {
+            const bool current_survives = store.ident(rc) < store.ident(rp);
+            const handle survivor = current_survives ? rc : rp;
+            const handle absorbed = current_survives ? rp : rc;
+            region_merge_stats(store.stats(survivor), store.stats(absorbed));
+            store.set_absorber(absorbed, survivor);
+            if (!Owners::union_find || self_pair_) relabel(absorbed, survivor, pi, ci);
+        } else if (pi != 0) {
+            const handle left = store.owner(prev_first_ + (pi - 1));
+            if (Owners::exists(left)) {
+                store.set_hole(left, rc);
+                auto& left_stats = store.stats(left);
+                left_stats.nholes = wrap_add(left_stats.nholes, 1);
+            }
+        }
+    }
+
+    // The runs of the current row up to run ci and of the previous row from
+    // run pi on that belong to `old_reg` move to `new_reg`. Runs further
+    // back keep the absorbed region until pass 2.
+    void relabel(const handle& old_reg, const handle& new_reg, int32_t pi, int32_t ci)
+    {
+        const int32_t cur_end = ci < cur_count - 1 ? ci : cur_count - 1;
+        for (int32_t k = 0; k <= cur_end; ++k)
+            if (store.owner(cur_first_ + k) == old_reg) store.set_owner(cur_first_ + k, new_reg);
+        for (int32_t k = pi < 0 ? 0 : pi; k < prev_count; ++k)
+            if (store.owner(prev_first_ + k) == old_reg) store.set_owner(prev_first_ + k, new_reg);
+    }
+
+    // The next pool region, describing `run` from `x_start` on row `row`,
+    // appended to the frame's chain. The pool grows when a frame needs more
+    // regions than it holds.
+    void open_region(int32_t x_start, Run run, int32_t row)
+    {
+        if (static_cast<size_t>(segm_->nb_regs) >= segm_->reg_pool.size()) {
+            grow_region_pool(*segm_);
+            store.regions_grew();
+        }
+        const int32_t index = segm_->nb_regs++;
+        const handle reg = store.region_at(index);
+        region_init_stats(store.stats(reg), x_start, store.x_end(run), row);
+        store.clear_links(reg);
+        store.chain(reg, index == 0);
+        store.set_owner(run, reg);
+    }
+
+    // Moves the previous-row cursor on; the run left takes its survivor as
+    // owner (union-find: the owner the literal rule would have left there).
+    void leave_prev_run(Run& slot, int32_t& idx, Run first, int32_t count)
+    {
+        if (Owners::union_find && idx >= 0 && idx < count) {
+            const handle reg = store.owner(slot);
+            if (Owners::exists(reg)) store.set_owner(slot, find(reg));
+        }
+        slot = ++idx < count ? first + idx : slot;  // a select: whether the row ends here is data
+    }
+
+    // Moves the current-row cursor on; the run left without a region starts
+    // one of its own.
+    void leave_cur_run(Run& slot, int32_t& idx, Run first, int32_t count, int32_t row)
+    {
+        if (idx >= 0 && !Owners::exists(store.owner(slot))) open_region(store.x_start(slot), slot, row);
+        slot = ++idx < count ? first + idx : slot;
     }
 
     // The survivor a run labelled `reg` belongs to now, halving the path on
@@ -372,12 +417,10 @@ private:
     img2regs& state_;
 
     bool self_pair_ = false;  // the first non-empty row, paired with itself
-    // The runs under the cursors, and the slots their shared pointers live in
-    // (the record's own cur_seg and prev_seg until the cursor moves).
-    segment* cur;
-    segment* prev;
-    const RunSlot* cur_slot;
-    const RunSlot* prev_slot;
+    // The rows as runs, and the runs under the cursors (until the cursor
+    // moves, the record's own cur_seg and prev_seg for the public steps).
+    Run cur_first_, prev_first_;
+    Run cur_slot_, prev_slot_;
 };
 
 }  // namespace detail

@@ -47,8 +47,6 @@ struct LabelScratch {
     ScratchVector<int32_t> absorber;
     ScratchVector<int32_t> hole;
     ScratchVector<RegionStats> stats;
-    // Row of each run, by run number.
-    ScratchVector<int32_t> run_row;
     // The driver's region lines: each region's first line this frame, and
     // per row of interest what turns a run number into its first_seg.
     ScratchVector<RLEregionline*> first_line;
@@ -60,11 +58,12 @@ struct LabelScratch {
 struct SegmenterWork {
     RegionLineArena region_lines;
     LabelScratch labels;
-    // Run boundaries as (first, last) column pairs. Checked extraction keeps
-    // one row's there; the driver keeps the whole frame's, by run number (the
-    // run's position in the segment pool), and writes the segment records
-    // once labelling is done.
-    std::vector<int32_t> run_bounds;
+    // The frame's runs by run number (the run's position in the segment
+    // pool): bounds as (first, last) column pairs, and rows. Extraction
+    // writes these only; the segment records are written from them once,
+    // by the labelling or by the public extraction functions.
+    ScratchVector<int32_t> run_bounds;
+    ScratchVector<int32_t> run_rows;
     // Blob records released by pool trimming, kept for the next pool growth,
     // so that no frame allocates a blob once the largest frame was seen.
     std::vector<std::shared_ptr<RLEblob>> spare_blobs;
@@ -92,17 +91,6 @@ struct SegmenterWork {
     int light_frames = 0;
     size_t peak_lines = 0;
     ScratchVector<size_t> peak_rows;
-};
-
-// How run extraction is called.
-enum class ExtractionMode {
-    // Through the public member functions: the frame is checked first, and
-    // every run's owner is reset.
-    checked,
-    // By the driver, on a frame it has already checked: no second check, and
-    // the runs' bounds are kept in run_bounds by run number; label_frame
-    // writes the segment records (bounds and owners) once it is done.
-    driver,
 };
 
 // Prints one line on standard error, prefixed with `who`, and returns true
@@ -136,12 +124,15 @@ void trim_spare_blobs(MV_RLEsegm& segm);
 // per reuse, or one line with the count when the host asked for that.
 void report_reused_blobs(MV_RLEsegm& segm, int32_t count);
 
-// Extracts the runs of every row of interest into the run-length image; in
-// checked mode it notifies the observers first (the driver notifies them
-// itself).
-void extract_frame(MV_RLEsegm& segm, const cv::Mat& mask, ExtractionMode mode);
-// Extracts the runs of row y into line y (MV_RLEsegm::RLEsegm_build_RLElineKAP).
-void extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask, ExtractionMode mode);
+// Extracts the runs of every row of interest of a frame already checked
+// into the run-length image and SegmenterWork's run bounds and rows; the
+// segment records are left as they were.
+void extract_frame(MV_RLEsegm& segm, const cv::Mat& mask);
+// The same for row y alone.
+void extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask);
+// Writes runs [from, to) of SegmenterWork's run bounds into their segment
+// records, without an owner.
+void write_run_records(MV_RLEsegm& segm, int32_t from, int32_t to);
 
 // Finds the maximal runs of non-zero bytes of row[x, end) and stores them as
 // (first, last) column pairs in `bounds` (end - x + 6 entries at least);
@@ -152,7 +143,7 @@ using RowRunsKernel = int32_t (*)(const uint8_t* row, int x, int end, int32_t* b
 // is the one extraction uses; the others are there to be compared with it).
 std::vector<RowRunsKernel> row_runs_kernels();
 
-// Labels the runs of the current frame, extracted in driver mode (their
+// Labels the runs of the current frame, as extract_frame left them (their
 // bounds in run_bounds, the segment records not yet written), exactly as
 // img2regs_init, img2regs_exec over the rows of interest and img2regs_pass2
 // would, leaving the same segment records, regions, run owners and img2regs

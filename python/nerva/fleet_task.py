@@ -3,9 +3,7 @@
 only once complete (segment_piece)."""
 
 import datetime
-import json
 import os
-import subprocess
 import tempfile
 import time
 from typing import List, Optional
@@ -144,17 +142,9 @@ def probe(source: str) -> dict:
 
 
 def _container_tags(source: str) -> dict:
-    """The codec's name and the recording's creation time, from ffprobe when it is installed."""
-    try:
-        out = subprocess.run(["ffprobe", "-v", "quiet", "-of", "json", "-select_streams", "v:0",
-                              "-show_entries", "stream=codec_name:format_tags=creation_time", source],
-                             capture_output=True, text=True, timeout=60).stdout
-        data = json.loads(out or "{}")
-    except (OSError, ValueError, subprocess.TimeoutExpired):
-        return {}
-    streams = data.get("streams") or [{}]
-    return {"codec": streams[0].get("codec_name"),
-            "creation_time": (data.get("format") or {}).get("tags", {}).get("creation_time")}
+    """The codec's name and the recording's creation time, as ffprobe gives them."""
+    from ._nerva import _container_tags
+    return _container_tags(source)
 
 
 def _start_time(path: str, creation_time: Optional[str]) -> dict:

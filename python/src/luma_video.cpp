@@ -11,6 +11,10 @@
 #include "bindings.h"
 #include "luma_source.h"
 
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
 namespace py = pybind11;
 
 namespace nerva_python {
@@ -44,10 +48,37 @@ private:
     std::unique_ptr<nerva_blobs::FrameSource> source_;
 };
 
+// The first video stream's codec name and the container's creation time,
+// as ffprobe reports them, read in-process: starting ffprobe costs more
+// than a short video's whole segmentation.
+py::dict container_tags(const std::string& path)
+{
+    py::dict tags;
+    AVFormatContext* format = nullptr;
+    {
+        py::gil_scoped_release unlocked;
+        if (avformat_open_input(&format, path.c_str(), nullptr, nullptr) < 0) format = nullptr;
+    }
+    if (!format) return tags;
+    for (unsigned k = 0; k < format->nb_streams; ++k) {
+        const AVCodecParameters* codec = format->streams[k]->codecpar;
+        if (codec->codec_type == AVMEDIA_TYPE_VIDEO) {
+            tags["codec"] = avcodec_get_name(codec->codec_id);
+            break;
+        }
+    }
+    if (const AVDictionaryEntry* e = av_dict_get(format->metadata, "creation_time", nullptr, 0))
+        tags["creation_time"] = e->value;
+    avformat_close_input(&format);
+    return tags;
+}
+
 }  // namespace
 
 void bind_luma_video(py::module_& m)
 {
+    m.def("_container_tags", &container_tags, py::arg("path"),
+          "The first video stream's codec name and the container's creation time, where known.");
     py::class_<LumaVideo>(m, "_LumaVideo", "A video file's frames as the decoder's grey (luma) plane.")
         .def(py::init<const std::string&>(), py::arg("path"))
         .def("read", &LumaVideo::read)

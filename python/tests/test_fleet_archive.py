@@ -152,3 +152,15 @@ def test_a_scheduler_and_two_workers_started_as_documented_complete_a_run(nerva_
             process.terminate()
         for process in started:
             process.wait(timeout=60)
+
+
+def test_a_containers_creation_time_is_the_start_time(client, tmp_path):
+    write_video(tmp_path / "plain.avi", walkers(10))
+    subprocess.run(["ffmpeg", "-v", "error", "-i", str(tmp_path / "plain.avi"), "-c", "copy", "-metadata",
+                    "creation_time=2024-05-01T10:00:00Z", str(tmp_path / "stamped.mov")], check=True)
+    out = tmp_path / "out"
+    assert run(client, tmp_path / "stamped.mov", "-o", out) == 0
+    stamped = manifest(out)["stamped"]
+    assert stamped["start_time"] == "2024-05-01T10:00:00.000000Z"
+    assert stamped["start_time_from"] == "container"
+    assert stamped["codec"] == "mjpeg"

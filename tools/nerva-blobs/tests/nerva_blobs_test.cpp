@@ -272,7 +272,8 @@ TEST_F(NervaBlobs, MeasuresAddEachBlobsShapeWhenAsked)
     ASSERT_TRUE(still.contains("shape")) << still.dump();
     EXPECT_DOUBLE_EQ(still["shape"]["mu02"].get<double>(), 143.0 / 12) << "each blob its own measures";
     EXPECT_DOUBLE_EQ(still["shape"]["orientation"].get<double>(), M_PI / 2);
-    EXPECT_DOUBLE_EQ(still["shape"]["perimeter"].get<double>(), 30.0);  // border pixels, each weighing 1 along straight sides
+    // Border pixels, each weighing 1 along straight sides.
+    EXPECT_DOUBLE_EQ(still["shape"]["perimeter"].get<double>(), 30.0);
     EXPECT_EQ(still["shape"]["boundary_edges"], 34);
 }
 

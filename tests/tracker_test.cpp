@@ -104,14 +104,6 @@ TEST(Tracker, ATrackGetsItsIdentityAfterConfirmHitsFrames)
     EXPECT_EQ(s.tracker.track_at(0).state, nerva::TRACK_CONFIRMED);
 }
 
-TEST(Tracker, VelocityFollowsAWalker)
-{
-    Scene s;
-    for (int f = 0; f < 20; ++f) s.step({person(100 + 5 * f, 300)});
-    EXPECT_NEAR(s.tracker.track_at(0).vx, 5.0, 0.5);
-    EXPECT_NEAR(s.tracker.track_at(0).vy, 0.0, 0.5);
-}
-
 TEST(Tracker, APairThatCrossesKeepsItsIdentities)
 {
     Scene s;

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <iterator>
 
 #include "image_test_support.h"
@@ -25,36 +24,16 @@ TEST(BackgroundUpdate, RunningAverageTruncatesTowardZeroAndKeepsPackedTopBits)
     EXPECT_EQ(at<uint32_t>(packed, 0), pack(95, -80, -30) | 0xC0000000u);  // signed fields, bits 30-31 kept
 }
 
-// Infinite and NaN products add nothing; products of 2^64 and more add
-// their low bits, which are 0.
-TEST(BackgroundUpdate, RatesWithoutAFiniteProductAddNothing)
-{
-    owned keep;
-    image* bg = keep.make(GREY_IMG, 2, 1);
-    image* cur = keep.make(GREY_IMG, 2, 1, {50, 7});
-    rectangle all = box(0, 0, 2, 1);
-    for (float rate : {INFINITY, -INFINITY, NAN, 1e30f, -1e30f}) {
-        put_all<unsigned char>(bg, {100, 7});
-        ASSERT_EQ(update(bg, cur, rate, &all), 0);
-        EXPECT_EQ(bg->data[0], 50) << rate;
-    }
-}
-
-TEST(BackgroundUpdate, ThresholdedUpdatesLearnOnlySmallChanges)
+// What each kind learns is held against a pixel walk with the change
+// kernels; here, the kinds each update takes.
+TEST(BackgroundUpdate, TheGreyThresholdedUpdateNeedsOneGreyImage)
 {
     owned keep;
     rectangle two = box(0, 0, 2, 1);
-    image* learned = keep.make(GREY_IMG, 2, 1, {100, 100});
-    ASSERT_EQ(grey_thresholded_update(learned, keep.make(GREY_IMG, 2, 1, {50, 95}), 0.5f, 10, &two), 0);
-    EXPECT_EQ(bytes(learned, 2), (bytes_t{100, 97}));
-
-    image* colour = keep.make(COLOR_IMG_3BYTES, 2, 1, bytes_t(6, 100));
-    image* colour_cur = keep.make(COLOR_IMG_3BYTES, 2, 1, bytes_t(6, 96));
-    EXPECT_EQ(grey_thresholded_update(learned, colour_cur, 0.0f, 10, &two), 0) << "one grey image suffices";
-    EXPECT_EQ(grey_thresholded_update(colour, colour_cur, 0.5f, 10, &two), -1);
-    // Red threshold only, one-byte steps: step 0 learns byte 2, step 1 byte 3.
-    ASSERT_EQ(color_thresholded_update(colour, colour_cur, 0.5f, 5, 0, 0, &two), 0);
-    EXPECT_EQ(bytes(colour, 6), (bytes_t{100, 100, 98, 98, 100, 100}));
+    image* grey = keep.make(GREY_IMG, 2, 1);
+    image* colour = keep.make(COLOR_IMG_3BYTES, 2, 1);
+    EXPECT_EQ(grey_thresholded_update(grey, colour, 0.0f, 10, &two), 0);
+    EXPECT_EQ(grey_thresholded_update(colour, colour, 0.5f, 10, &two), -1);
 }
 
 TEST(BackgroundCopies, PackAndUnpackKeepingTheTopBits)
@@ -111,32 +90,27 @@ TEST(BackgroundCopies, RefusalsGiveTheirCodeAndTheirLine)
     }
 }
 
-TEST(Differences, GreyAbsoluteAndSigned)
+// Absolute differences are held against a pixel walk with the change kernels.
+TEST(Differences, GreySignedDifferencesAreIntegers)
 {
     owned keep;
     rectangle all = box(0, 0, 2, 1);
     image* a = keep.make(GREY_IMG, 2, 1, {10, 200});
-    image* out = keep.make(GREY_IMG, 2, 1);
     image* diff = keep.make(GREY_IMG, 1, 1);
-    ASSERT_EQ(abs_difference(a, keep.make(GREY_IMG, 2, 1, {250, 50}), &all, out), 0);
-    EXPECT_EQ(bytes(out, 2), (bytes_t{240, 150}));
     ASSERT_EQ(sign_difference(a, keep.make(GREY_IMG, 2, 1, {250, 50}), &all, diff), 0);
     EXPECT_EQ(diff->type, INT_IMG);
     EXPECT_EQ(at<int32_t>(diff, 0), -240);
     EXPECT_EQ(at<int32_t>(diff, 1), 150);
 }
 
-// Colour: abs steps one byte per pixel; signs are packed like SIGNED_COLOR_IMG.
-TEST(Differences, ColourAbsoluteStepsOneBytePerPixelAndSignsArePacked)
+// Colour signs are packed like SIGNED_COLOR_IMG.
+TEST(Differences, ColourSignsArePacked)
 {
     owned keep;
     rectangle all = box(0, 0, 2, 1);
     image* diff = keep.make(GREY_IMG, 1, 1);
     image* ca = keep.make(COLOR_IMG_3BYTES, 2, 1, {10, 20, 30, 40, 50, 60});
     image* cb = keep.make(COLOR_IMG_3BYTES, 2, 1, {30, 20, 10, 0, 0, 0});
-    image* cout = keep.make(COLOR_IMG_3BYTES, 2, 1, bytes_t(6, 9));
-    ASSERT_EQ(abs_difference(ca, cb, &all, cout), 0);
-    EXPECT_EQ(bytes(cout, 6), (bytes_t{20, 0, 20, 40, 9, 9}));
     ASSERT_EQ(sign_difference(ca, cb, &all, diff), 0);
     EXPECT_EQ(at<uint32_t>(diff, 0), pack(-20, 0, 20));
     EXPECT_EQ(at<uint32_t>(diff, 1), pack(40, 50, 60));

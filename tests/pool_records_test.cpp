@@ -25,20 +25,6 @@ TEST(PoolRecords, NewPoolsReadAsValueInitialisedRecordsWithTheirPositions)
     EXPECT_EQ(dirty_segment, 0u);
 }
 
-TEST(PoolRecords, ANewPoolBlobHasEveryFieldZero)
-{
-    const cv::Mat mask = mask_from({"#.#.#", "....."});
-    segm_ptr s = segmenter_for(mask);
-    std::shared_ptr<RLEblob> third = RLEsegm_segmentKAP(mask, s)->next->next;
-    ASSERT_TRUE(third);
-    size_t used_fathers = 0;
-    for (int i = 1; i < BLOB_MAX_FATHERS; ++i) used_fathers += third->fathers[i] != 0;
-    EXPECT_EQ(used_fathers, 0u);
-    EXPECT_EQ(third->info[0], 0);
-    EXPECT_EQ(third->measures[0], 0.0);
-    EXPECT_EQ(third->prd_list, nullptr);
-}
-
 TEST(PoolRecords, BlobsKeptByTheHostOutliveTheirSegmenter)
 {
     const cv::Mat mask = mask_from({"#.#.#", "....."});

@@ -12,7 +12,6 @@ import pytest
 import nerva
 
 VTEST = "/usr/share/doc/opencv-doc/examples/data/vtest.avi"
-skimage_measure = pytest.importorskip("skimage.measure")
 
 
 def vtest_masks(every=30, count=10):
@@ -41,6 +40,7 @@ def vtest_masks(every=30, count=10):
 @pytest.fixture(scope="module")
 def measured():
     """(blobs, regionprops in blob order) of every mask."""
+    skimage_measure = pytest.importorskip("skimage.measure")  # the tests without it still run
     pairs = []
     for mask in vtest_masks():
         seg = nerva.Segmenter(mask.shape[1], mask.shape[0], measures=True)
@@ -60,11 +60,6 @@ def test_the_real_masks_hold_blobs_of_every_kind(measured):
     sizes = np.concatenate([blobs.npix for blobs, _ in measured])
     assert sizes.min() == 1
     assert sizes.max() > 1000
-
-
-def test_regions_are_the_blobs(measured):
-    for blobs, regions in measured:
-        assert [r.area for r in regions] == blobs.npix.tolist()
 
 
 def test_second_moments_match(measured):

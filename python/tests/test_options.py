@@ -63,15 +63,6 @@ def test_misspelt_fleet_options_name_the_nearest(capsys):
     assert "unknown option --min-pixel; did you mean --min-pixels" in capsys.readouterr().err
 
 
-def test_python_reads_an_input_as_the_program_does(tmp_path):
-    (tmp_path / "cam%1.avi").write_bytes(b"")
-    assert nerva.video.input_kind(str(tmp_path / "cam%1.avi")) == "video"
-    assert nerva.video.input_kind(str(tmp_path / "cam%2.avi")) == "pattern"
-    assert nerva.video.input_kind(str(tmp_path)) == "directory"
-    assert nerva.video.input_kind("rtsp://camera.local/stream") == "network"
-    assert nerva.video.input_kind(str(tmp_path / "gone.avi")) == "missing"
-
-
 def test_a_cut_list_says_so_in_the_json_line():
     mask = np.zeros((4, 8), np.uint8)
     mask[1, 1] = 255

@@ -98,6 +98,16 @@ def vector_loop(n):
     return float(a[0])
 
 
+def memory_copy(n):
+    """Copies between arrays far larger than the caches: memory bandwidth."""
+    import numpy as np
+    a = np.ones(16 << 20, dtype=np.float32)
+    b = np.empty_like(a)
+    for _ in range(n):
+        np.copyto(b, a)
+    return float(b[0])
+
+
 def segment_videos(paths):
     import cv2
     cv2.setNumThreads(1)  # as in a worker
@@ -187,6 +197,7 @@ def main():
         print(f"two processes at once, against one, without Dask: "
               f"{two_processes_give(spin, 20_000_000, (10_000_000,) * 2, 7):.2f}x for a loop of pure computation, "
               f"{two_processes_give(vector_loop, 400_000, (200_000,) * 2, 7):.2f}x for vector arithmetic in cache, "
+              f"{two_processes_give(memory_copy, 200, (100,) * 2, 7):.2f}x for copying 64 MB arrays, "
               f"{two_processes_give(decode_videos, videos, halves(videos), 3):.2f}x for ffmpeg decoding alone "
               f"(-threads 1) and "
               f"{two_processes_give(segment_videos, videos, halves(videos), 3):.2f}x for the same pipeline over the "

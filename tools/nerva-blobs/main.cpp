@@ -9,13 +9,14 @@
 
 #include <opencv2/core.hpp>
 #include <opencv2/core/utils/logger.hpp>
-#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgcodecs.hpp>  // constants only: the calls go through io_module.h
 
 #include "annotate.h"
 #include "console.h"
 #include "errors.h"
 #include "foreground.h"
 #include "input.h"
+#include "io_module.h"
 #include "live_view.h"
 #include "options.h"
 #include "output.h"
@@ -43,7 +44,7 @@ double ms_since(clock_type::time_point start)
 std::string jpeg_of(const cv::Mat& picture)
 {
     std::vector<unsigned char> bytes;
-    cv::imencode(".jpg", picture, bytes, {cv::IMWRITE_JPEG_QUALITY, 80});
+    io_module().encode(".jpg", picture, bytes, {cv::IMWRITE_JPEG_QUALITY, 80});
     return std::string(bytes.begin(), bytes.end());
 }
 

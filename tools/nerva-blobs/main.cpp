@@ -62,8 +62,11 @@ int run(const Options& o)
     if (view) reading.on_status = [view](const StreamStatus& s) { view->set_status(s); };
     // Video files are decoded to grey alone unless colour is drawn or the
     // detector needs it.
-    const bool colour = !o.annotate_dir.empty() || !o.video_out.empty() || !o.overview.empty() || !o.serve.empty() ||
-                        o.background == Background::mog2;
+    const bool pictures = !o.annotate_dir.empty() || !o.video_out.empty() || !o.overview.empty() || !o.serve.empty();
+    const bool colour = pictures || o.background == Background::mog2;
+    // A run that cannot encode its pictures stops before reading a frame,
+    // not at its end with its JSON lines written.
+    if (pictures) io_module();
     FrameReader reader(open_source(o.input, o.masks, colour), reading);
     std::optional<LiveServer> server;
     if (view) {

@@ -31,8 +31,8 @@ protected:
     static Result run(const fs::path& program, const std::string& args, const std::string& env = "")
     {
         fs::remove(dir_ / "out.jsonl");
-        const std::string cmd = "cd '" + dir_.string() + "' && " + env + " '" + program.string() +
-                                "' -q -o out.jsonl 2>err.txt " + args;
+        const std::string cmd =
+            "cd '" + dir_.string() + "' && " + env + " '" + program.string() + "' -q -o out.jsonl 2>err.txt " + args;
         const int raw = std::system(cmd.c_str());
         EXPECT_TRUE(WIFEXITED(raw)) << "ended by a signal: " << args;
         return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(dir_ / "err.txt")};

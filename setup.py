@@ -1,7 +1,8 @@
 """Builds the extension module nerva._nerva with the project's own CMake
 build (python/CMakeLists.txt), for the interpreter running this script, and
-the nerva-blobs program shipped beside it (the nerva-blobs command runs it),
-so that the package installs the whole toolset."""
+the nerva-blobs program shipped beside it (the nerva-blobs command runs it)
+with the module it loads for image and video I/O, so that the package installs
+the whole toolset."""
 
 import os
 import re
@@ -27,7 +28,8 @@ class CMakeBuild(build_ext):
                         "-DNERVA_BUILD_PYTHON=ON", "-DNERVA_BUILD_TESTS=OFF", "-DNERVA_BUILD_TOOLS=ON",
                         f"-DPython3_EXECUTABLE={sys.executable}"], check=True, stdout=subprocess.DEVNULL)
         jobs = os.environ.get("CMAKE_BUILD_PARALLEL_LEVEL", "2")
-        subprocess.run(["cmake", "--build", build, "--target", "_nerva", "nerva-blobs", "-j", jobs], check=True)
+        subprocess.run(["cmake", "--build", build, "--target", "_nerva", "nerva-blobs", "nerva-blobs-io", "-j",
+                        jobs], check=True)
         built = os.path.join(build, "python", "nerva", os.path.basename(self.get_ext_filename(ext.name)))
         target = self.get_ext_fullpath(ext.name)
         os.makedirs(os.path.dirname(target), exist_ok=True)
@@ -36,8 +38,10 @@ class CMakeBuild(build_ext):
         for name in os.listdir(os.path.dirname(built)):
             if name.startswith("libnerva.so"):
                 self.copy_file(os.path.join(os.path.dirname(built), name), os.path.dirname(target))
-        self.copy_file(os.path.join(build, "tools", "nerva-blobs", "nerva-blobs"),
-                       os.path.join(os.path.dirname(target), "nerva-blobs"))
+        # The program looks for its I/O module beside itself first.
+        for name in ("nerva-blobs", "nerva-blobs-io.so"):
+            self.copy_file(os.path.join(build, "tools", "nerva-blobs", name),
+                           os.path.join(os.path.dirname(target), name))
 
 
 setup(version=version(), ext_modules=[Extension("nerva._nerva", sources=[])], cmdclass={"build_ext": CMakeBuild})

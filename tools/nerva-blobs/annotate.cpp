@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <filesystem>
 
-#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
+#include <opencv2/videoio.hpp>  // constants only: the calls go through io_module.h
 
 #include "console.h"
 #include "errors.h"
@@ -86,7 +86,7 @@ void FrameFiles::write(const cv::Mat& picture, long frame)
     ++written_;
 }
 
-VideoFile::VideoFile(const std::string& path, cv::Size size, double fps) : path_(path)
+VideoFile::VideoFile(const std::string& path, cv::Size size, double fps) : path_(path), writer_(io_module().writer())
 {
     std::string ext = std::filesystem::path(path).extension().string();
     std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
@@ -94,35 +94,33 @@ VideoFile::VideoFile(const std::string& path, cv::Size size, double fps) : path_
     // MPEG-4 Part 2; x264 also wants even sides. MPEG-4 Part 2 and MJPEG
     // are what every FFmpeg build can encode.
     if (ext == ".mp4") {
-        if (writer_.open(path, cv::CAP_FFMPEG, cv::VideoWriter::fourcc('a', 'v', 'c', '1'), fps, size, true)) return;
+        if (writer_->open(path, cv::CAP_FFMPEG, "avc1", fps, size)) return;
         say("no H.264 encoder for '" + path + "' (" + std::to_string(size.width) + "x" + std::to_string(size.height) +
             "); writing MPEG-4 Part 2, which browsers do not play");
     }
-    const int fourcc =
-        ext == ".mp4" ? cv::VideoWriter::fourcc('m', 'p', '4', 'v') : cv::VideoWriter::fourcc('M', 'J', 'P', 'G');
-    if (!writer_.open(path, cv::CAP_FFMPEG, fourcc, fps, size, true))
-        throw RuntimeError("cannot write video '" + path + "'");
+    const char(&codec)[5] = ext == ".mp4" ? "mp4v" : "MJPG";
+    if (!writer_->open(path, cv::CAP_FFMPEG, codec, fps, size)) throw RuntimeError("cannot write video '" + path + "'");
 }
 
 void VideoFile::write(const cv::Mat& picture)
 {
-    writer_.write(picture);
+    writer_->write(picture);
     ++written_;
 }
 
 void VideoFile::finish()
 {
-    writer_.release();
+    writer_->release();
     // OpenCV's writer reports no failed write: a full disk leaves a cut file
     // without a word. The closed file is opened again instead: its container
     // must announce every frame written and give back the last one (a count
     // alone can sit in a header patched after the data ran out).
     if (written_ == 0) return;
-    cv::VideoCapture check(path_, cv::CAP_FFMPEG);
-    const double announced = check.isOpened() ? check.get(cv::CAP_PROP_FRAME_COUNT) : 0.0;
+    const std::unique_ptr<Capture> check = io_module().capture();
+    const double announced = check->open(path_, cv::CAP_FFMPEG) ? check->get(cv::CAP_PROP_FRAME_COUNT) : 0.0;
     cv::Mat last;
-    if (!(announced >= written_) || !check.set(cv::CAP_PROP_POS_FRAMES, static_cast<double>(written_ - 1)) ||
-        !check.read(last) || last.empty())
+    if (!(announced >= written_) || !check->set(cv::CAP_PROP_POS_FRAMES, static_cast<double>(written_ - 1)) ||
+        !check->read(last) || last.empty())
         throw RuntimeError("cannot write video '" + path_ + "': the file is cut (" + std::to_string(written_) +
                            " frames written, the last cannot be read back); disk full?");
 }

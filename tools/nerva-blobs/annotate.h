@@ -1,11 +1,12 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <opencv2/core.hpp>
-#include <opencv2/videoio.hpp>
 
+#include "io_module.h"
 #include "nerva/image/image.h"
 #include "segmenter.h"
 
@@ -56,7 +57,7 @@ public:
 
 private:
     std::string path_;
-    cv::VideoWriter writer_;
+    std::unique_ptr<VideoWriter> writer_;
     long written_ = 0;
 };
 

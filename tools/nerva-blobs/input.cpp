@@ -16,10 +16,11 @@
 #include <unistd.h>
 
 #include <opencv2/imgcodecs.hpp>
-#include <opencv2/videoio.hpp>
+#include <opencv2/videoio.hpp>  // constants only: the calls go through io_module.h
 
 #include "errors.h"
 #include "input_kind.h"
+#include "io_module.h"
 #include "live_source.h"
 #include "luma_source.h"
 
@@ -40,16 +41,17 @@ public:
     explicit VideoSource(const std::string& path) : path_(path)
     {
         check_readable(path);
+        capture_ = io_module().capture();
         // FFmpeg only: the other backends would try to read the path as a
         // camera name or an image sequence and fail less clearly.
-        if (!capture_.open(path, cv::CAP_FFMPEG))
+        if (!capture_->open(path, cv::CAP_FFMPEG))
             throw RuntimeError("cannot decode '" + path + "': not a container or codec that FFmpeg can read");
-        if (!capture_.read(pending_) || pending_.empty())
+        if (!capture_->read(pending_) || pending_.empty())
             throw RuntimeError("cannot decode '" + path + "': no frame could be decoded");
-        const double count = capture_.get(cv::CAP_PROP_FRAME_COUNT);
+        const double count = capture_->get(cv::CAP_PROP_FRAME_COUNT);
         total_ = count > 0 && std::isfinite(count) ? static_cast<long>(count) : -1;
-        fps_ = frame_rate(capture_);
-        pending_ms_ = capture_.get(cv::CAP_PROP_POS_MSEC);
+        fps_ = frame_rate(*capture_);
+        pending_ms_ = capture_->get(cv::CAP_PROP_POS_MSEC);
     }
 
     bool read(cv::Mat& frame) override
@@ -60,19 +62,19 @@ public:
             return true;
         }
         pending_ms_ = std::numeric_limits<double>::quiet_NaN();
-        return capture_.read(frame) && !frame.empty();
+        return capture_->read(frame) && !frame.empty();
     }
     long total() const override { return total_; }
     double fps() const override { return fps_; }
     std::string where() const override { return path_; }
     double stream_ms() const override
     {
-        return std::isnan(pending_ms_) ? capture_.get(cv::CAP_PROP_POS_MSEC) : pending_ms_;
+        return std::isnan(pending_ms_) ? capture_->get(cv::CAP_PROP_POS_MSEC) : pending_ms_;
     }
 
 private:
     std::string path_;
-    cv::VideoCapture capture_;
+    std::unique_ptr<Capture> capture_;
     cv::Mat pending_;    // the first frame, decoded up front to detect bad files
     double pending_ms_;  // its time, until the next read
     long total_ = -1;
@@ -115,12 +117,13 @@ cv::Mat decode_image(const std::string& path, bool as_masks)
     // Masks keep their channels and depth so that any non-zero value counts;
     // frames are always decoded to 8-bit colour.
     const int flags = as_masks ? cv::IMREAD_ANYCOLOR | cv::IMREAD_ANYDEPTH : cv::IMREAD_COLOR;
+    const IoModule& io = io_module();
     cv::Mat image;
     std::string why;
     {
         QuietStderr quiet;
         try {
-            if (!bytes.empty()) image = cv::imdecode(bytes, flags);
+            if (!bytes.empty()) image = io.decode(bytes, flags);
         } catch (const cv::Exception& e) {
             why = " (" + e.err + ")";  // e.g. a header announcing more pixels than OpenCV accepts
         }
@@ -131,7 +134,12 @@ cv::Mat decode_image(const std::string& path, bool as_masks)
 
 class ImageListSource : public FrameSource {
 public:
-    ImageListSource(std::vector<std::string> files, bool as_masks) : files_(std::move(files)), as_masks_(as_masks) {}
+    // Loads the I/O module up front, before the reader's thread starts, so
+    // that a run which cannot load it stops at once with its reason.
+    ImageListSource(std::vector<std::string> files, bool as_masks) : files_(std::move(files)), as_masks_(as_masks)
+    {
+        io_module();
+    }
 
     bool read(cv::Mat& frame) override
     {

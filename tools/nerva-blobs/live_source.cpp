@@ -7,6 +7,10 @@
 #include <regex>
 #include <vector>
 
+#include <opencv2/videoio.hpp>  // constants only: the calls go through io_module.h
+
+#include "io_module.h"
+
 namespace nerva_blobs {
 namespace {
 
@@ -17,7 +21,10 @@ constexpr int kReadTimeoutMs = 5000;
 
 class LiveSource : public FrameSource {
 public:
-    LiveSource(std::string address, LiveKind kind) : address_(std::move(address)), kind_(kind)
+    // The I/O module is loaded here, before the reader's thread starts, so
+    // that a run which cannot load it stops at once with its reason.
+    LiveSource(std::string address, LiveKind kind)
+        : address_(std::move(address)), kind_(kind), capture_(io_module().capture())
     {
         // FFmpeg probes a stream until it has seen 5 s of it, or 20 frames
         // to guess their rate: 20 s and more from a camera giving a frame
@@ -30,28 +37,28 @@ public:
 
     bool connect() override
     {
-        capture_.release();
-        if (kind_ == LiveKind::device) capture_.open(address_, cv::CAP_V4L2);
+        capture_->release();
+        if (kind_ == LiveKind::device) capture_->open(address_, cv::CAP_V4L2);
         else
-            capture_.open(address_, cv::CAP_FFMPEG,
-                          std::vector<int>{cv::CAP_PROP_OPEN_TIMEOUT_MSEC, kOpenTimeoutMs,
-                                           cv::CAP_PROP_READ_TIMEOUT_MSEC, kReadTimeoutMs});
-        if (!capture_.isOpened()) return false;
-        fps_ = frame_rate(capture_);
+            capture_->open(address_, cv::CAP_FFMPEG,
+                           std::vector<int>{cv::CAP_PROP_OPEN_TIMEOUT_MSEC, kOpenTimeoutMs,
+                                            cv::CAP_PROP_READ_TIMEOUT_MSEC, kReadTimeoutMs});
+        if (!capture_->is_opened()) return false;
+        fps_ = frame_rate(*capture_);
         return true;
     }
 
-    bool read(cv::Mat& frame) override { return capture_.isOpened() && capture_.read(frame) && !frame.empty(); }
+    bool read(cv::Mat& frame) override { return capture_->is_opened() && capture_->read(frame) && !frame.empty(); }
     long total() const override { return -1; }
     double fps() const override { return fps_; }
     std::string where() const override { return address_; }
-    double stream_ms() const override { return capture_.get(cv::CAP_PROP_POS_MSEC); }
+    double stream_ms() const override { return capture_->get(cv::CAP_PROP_POS_MSEC); }
     bool live() const override { return true; }
 
 private:
     std::string address_;
     LiveKind kind_;
-    cv::VideoCapture capture_;
+    std::unique_ptr<Capture> capture_;
     double fps_ = 25.0;
 };
 
@@ -62,7 +69,7 @@ std::unique_ptr<FrameSource> make_live_source(const std::string& address, LiveKi
     return std::make_unique<LiveSource>(address, kind);
 }
 
-double frame_rate(const cv::VideoCapture& capture)
+double frame_rate(const Capture& capture)
 {
     const double rate = capture.get(cv::CAP_PROP_FPS);
     return rate > 0 && rate < 1000 ? rate : 25.0;

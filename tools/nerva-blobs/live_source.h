@@ -3,9 +3,8 @@
 #include <memory>
 #include <string>
 
-#include <opencv2/videoio.hpp>
-
 #include "input.h"
+#include "io_module.h"
 
 // Live sources: network streams opened by OpenCV's FFmpeg backend (rtsp,
 // rtmp, http(s), udp, tcp) and V4L2 cameras (/dev/videoN). They are opened
@@ -18,6 +17,6 @@ enum class LiveKind { network, device };
 std::unique_ptr<FrameSource> make_live_source(const std::string& address, LiveKind kind);
 
 // The capture's frame rate when it gives a plausible one, else 25.
-double frame_rate(const cv::VideoCapture& capture);
+double frame_rate(const Capture& capture);
 
 }  // namespace nerva_blobs

@@ -9,13 +9,14 @@
 
 #include <opencv2/core.hpp>
 #include <opencv2/core/utils/logger.hpp>
-#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgcodecs.hpp>  // constants only: the calls go through io_module.h
 
 #include "annotate.h"
 #include "console.h"
 #include "errors.h"
 #include "foreground.h"
 #include "input.h"
+#include "io_module.h"
 #include "live_view.h"
 #include "options.h"
 #include "output.h"
@@ -43,7 +44,7 @@ double ms_since(clock_type::time_point start)
 std::string jpeg_of(const cv::Mat& picture)
 {
     std::vector<unsigned char> bytes;
-    cv::imencode(".jpg", picture, bytes, {cv::IMWRITE_JPEG_QUALITY, 80});
+    io_module().encode(".jpg", picture, bytes, {cv::IMWRITE_JPEG_QUALITY, 80});
     return std::string(bytes.begin(), bytes.end());
 }
 
@@ -61,8 +62,11 @@ int run(const Options& o)
     if (view) reading.on_status = [view](const StreamStatus& s) { view->set_status(s); };
     // Video files are decoded to grey alone unless colour is drawn or the
     // detector needs it.
-    const bool colour = !o.annotate_dir.empty() || !o.video_out.empty() || !o.overview.empty() || !o.serve.empty() ||
-                        o.background == Background::mog2;
+    const bool pictures = !o.annotate_dir.empty() || !o.video_out.empty() || !o.overview.empty() || !o.serve.empty();
+    const bool colour = pictures || o.background == Background::mog2;
+    // A run that cannot encode its pictures stops before reading a frame,
+    // not at its end with its JSON lines written.
+    if (pictures) io_module();
     FrameReader reader(open_source(o.input, o.masks, colour), reading);
     std::optional<LiveServer> server;
     if (view) {

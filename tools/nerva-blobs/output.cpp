@@ -8,9 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include <opencv2/imgcodecs.hpp>
-
 #include "errors.h"
+#include "io_module.h"
 
 namespace nerva_blobs {
 namespace {
@@ -69,7 +68,7 @@ void write_image_file(const std::string& path, const cv::Mat& picture)
 {
     std::vector<unsigned char> bytes;
     const auto dot = path.find_last_of('.');
-    if (dot == std::string::npos || !cv::imencode(path.substr(dot), picture, bytes))
+    if (dot == std::string::npos || !io_module().encode(path.substr(dot), picture, bytes))
         throw RuntimeError("cannot encode '" + path + "'");
     const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (fd < 0) throw RuntimeError("cannot write '" + path + "': " + std::strerror(errno));

@@ -36,7 +36,7 @@ private:
 
 // Encodes `picture` in the format `path` names (.png, .jpg) and writes it in
 // full; RuntimeError naming the path otherwise, and no cut file is left.
-// (cv::imwrite does not check that the file was closed cleanly.)
+// (OpenCV's imwrite does not check that the file was closed cleanly.)
 void write_image_file(const std::string& path, const cv::Mat& picture);
 
 }  // namespace nerva_blobs

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <fstream>
 
-#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include "errors.h"

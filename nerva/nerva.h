@@ -19,6 +19,7 @@
 #include "nerva/rle/segment.h"
 #include "nerva/segmentation/RLEregion.h"
 #include "nerva/segmentation/blob_shape.h"
+#include "nerva/segmentation/segment_rows.h"
 #include "nerva/segmentation/segmentationRLE.h"
 #include "nerva/tracking/counting.h"
 #include "nerva/tracking/tracker.h"

@@ -22,6 +22,8 @@ class CleanUp {
 public:
     CleanUp(int open, int close) : bits_(open, close) {}
 
+    bool active() const { return bits_.active(); }
+
     const cv::Mat& apply(const cv::Mat& mask)
     {
         if (!bits_.active()) return mask;
@@ -36,14 +38,17 @@ private:
 };
 
 // The library's change detection on grey frames: difference, threshold and
-// learning in one pass (detect_changes). The background and the mask are
+// learning in one pass (detect_changes), or, when the mask is deferred, in
+// the segmenter as it reads each row (RLEsegm_segment_changes, through
+// Segmenter::segment): the mask is then never written. The background and the mask are
 // made by the library and keep their own buffers; OpenCV only ever sees
 // them through non-owning Mat headers, so nothing is freed twice or by the
 // wrong allocator.
 class RunningAverage : public Foreground {
 public:
     RunningAverage(const Options& o, cv::Size size, cv::Rect roi)
-        : rate_(o.learning_rate), threshold_(static_cast<unsigned>(o.threshold)), clean_(o.open, o.close)
+        : rate_(o.learning_rate), threshold_(static_cast<unsigned>(o.threshold)), clean_(o.open, o.close),
+          deferred_(!clean_.active() && o.overview.empty())
     {
         for (nerva::image** img : {&converted_, &background_, &mask_}) {
             *img = nerva::make_image(nerva::GREY_IMG, size.width, size.height);
@@ -53,6 +58,7 @@ public:
         mask_view_ = cv::Mat(size, CV_8UC1, mask_->data);
         rect_ = {roi.x, roi.y, roi.x + roi.width - 1, roi.y + roi.height - 1, roi.width, roi.height};
         frame_ = *converted_;
+        pending_ = PendingChanges{background_, &frame_, rate_, threshold_, &rect_};
     }
 
     ~RunningAverage() override
@@ -64,6 +70,28 @@ public:
     RunningAverage& operator=(const RunningAverage&) = delete;
 
     const cv::Mat& apply(const cv::Mat& frame, const cv::Mat& luma) override
+    {
+        prepare(frame, luma);
+        // Learned after the comparison, so a frame is judged against the past only.
+        check(nerva::detect_changes(background_, &frame_, rate_, threshold_, &rect_, mask_), "detect_changes");
+        return clean_.apply(mask_view_);
+    }
+
+    const PendingChanges* defer(const cv::Mat& frame, const cv::Mat& luma) override
+    {
+        if (!deferred_) return nullptr;
+        prepare(frame, luma);
+        return &pending_;
+    }
+
+private:
+    static void check(int status, const char* what)
+    {
+        if (status < 0) throw RuntimeError(std::string("background model: ") + what + " failed");
+    }
+
+    // Points frame_ at the frame's grey pixels; the first frame becomes the background.
+    void prepare(const cv::Mat& frame, const cv::Mat& luma)
     {
         // The decoder's luma is used in place. Other sources are made grey
         // with OpenCV's weighted grey: the library's own colour-to-grey walks
@@ -78,29 +106,22 @@ public:
             frame_.data = converted_->data;
         }
         if (first_) {
-            check(nerva::update(background_, &frame_, 1.0f, &rect_), "update");  // the first frame is the background
+            check(nerva::update(background_, &frame_, 1.0f, &rect_), "update");
             first_ = false;
         }
-        // Learned after the comparison, so a frame is judged against the past only.
-        check(nerva::detect_changes(background_, &frame_, rate_, threshold_, &rect_, mask_), "detect_changes");
-        return clean_.apply(mask_view_);
-    }
-
-private:
-    static void check(int status, const char* what)
-    {
-        if (status < 0) throw RuntimeError(std::string("background model: ") + what + " failed");
     }
 
     float rate_;
     unsigned threshold_;
     CleanUp clean_;
+    bool deferred_;
     nerva::image* converted_ = nullptr;  // grey made from a colour frame
     nerva::image* background_ = nullptr;
     nerva::image* mask_ = nullptr;
     nerva::image frame_{};  // the frame's grey pixels: a copy of converted_'s record, its data pointer set per frame
     cv::Mat converted_view_, mask_view_;
     nerva::rectangle rect_{};
+    PendingChanges pending_{};
     bool first_ = true;
 };
 

@@ -4,11 +4,24 @@
 
 #include <opencv2/core.hpp>
 
+#include "nerva/geometry/rectangle.h"
+#include "nerva/image/image.h"
 #include "options.h"
 
 // Turns each frame into a foreground mask for the segmenter: 8-bit, one
 // channel, 255 = foreground, 0 = background, the frame's size.
 namespace nerva_blobs {
+
+// A frame whose mask is left unwritten: the running average's background and
+// the frame's grey pixels, for Segmenter::segment to difference, threshold
+// and learn row by row as it reads them.
+struct PendingChanges {
+    nerva::image* background;
+    nerva::image* current;
+    float rate;
+    unsigned threshold;
+    nerva::rectangle* rect;
+};
 
 class Foreground {
 public:
@@ -16,10 +29,22 @@ public:
     // The mask stays valid until the next call. `luma`, when not empty, is
     // the decoder's own grey of the same frame.
     virtual const cv::Mat& apply(const cv::Mat& frame, const cv::Mat& luma) = 0;
+    // Instead of apply, for a detector whose mask nothing but the segmenter
+    // reads: readies the frame and returns what Segmenter::segment needs to
+    // find its blobs without the mask ever being written whole (valid until
+    // the next call); null, with nothing done, when the mask must be made
+    // by apply.
+    virtual const PendingChanges* defer(const cv::Mat& frame, const cv::Mat& luma)
+    {
+        (void)frame, (void)luma;
+        return nullptr;
+    }
 };
 
 // The detector the options ask for, for frames of the given size; `roi`
-// limits the work to the pixels that will be segmented. UsageError when an
+// limits the work to the pixels that will be segmented. The running average
+// defers its masks when nothing else reads them: no clean-up, no overview
+// (whose picture shows a mask). UsageError when an
 // --open or --close kernel is larger than the frame.
 std::unique_ptr<Foreground> make_foreground(const Options& options, cv::Size frame_size, cv::Rect roi);
 

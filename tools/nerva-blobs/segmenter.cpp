@@ -4,6 +4,7 @@
 
 #include "errors.h"
 #include "nerva/segmentation/blob_shape.h"
+#include "nerva/segmentation/segment_rows.h"
 
 namespace nerva_blobs {
 
@@ -32,8 +33,21 @@ Segmenter::~Segmenter() { nerva::RLEsegm_free_private(segm_); }
 
 const std::vector<Blob>& Segmenter::segment(const cv::Mat& mask)
 {
+    return copy_blobs(nerva::RLEsegm_segmentKAP(mask, segm_).get());
+}
+
+const std::vector<Blob>& Segmenter::segment(const PendingChanges& c)
+{
+    std::shared_ptr<nerva::RLEblob> head;
+    if (nerva::RLEsegm_segment_changes(c.background, c.current, c.rate, c.threshold, c.rect, segm_, &head) < 0)
+        throw RuntimeError("background model: segment_changes failed");
+    return copy_blobs(head.get());
+}
+
+const std::vector<Blob>& Segmenter::copy_blobs(nerva::RLEblob* head)
+{
     blobs_.clear();
-    for (nerva::RLEblob* b = nerva::RLEsegm_segmentKAP(mask, segm_).get(); b; b = b->next.get()) {
+    for (nerva::RLEblob* b = head; b; b = b->next.get()) {
         blobs_.push_back(Blob{b->ident, b->bbox.xmin, b->bbox.ymin, b->bbox.xmax, b->bbox.ymax, b->bbox.width,
                               b->bbox.height, b->npix, b->xc, b->yc, std::nullopt});
         nerva::blob_shape shape;

@@ -6,6 +6,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "foreground.h"
 #include "json_line.h"
 #include "nerva/segmentation/segmentationRLE.h"
 #include "options.h"
@@ -25,11 +26,17 @@ public:
 
     // mask: 8-bit, one channel, the frame's size.
     const std::vector<Blob>& segment(const cv::Mat& mask);
+    // The same blobs for the mask the changes would give, detected and
+    // learned row by row as the segmenter reads them, the mask never
+    // written. RuntimeError when the library refuses the images.
+    const std::vector<Blob>& segment(const PendingChanges& changes);
     // The blobs the last frame held when they were more than the pool
     // keeps (its list then ends early); -1 when the list is whole.
     long components() const;
 
 private:
+    const std::vector<Blob>& copy_blobs(nerva::RLEblob* head);
+
     std::shared_ptr<nerva::MV_RLEsegm> segm_;
     std::vector<Blob> blobs_;
     bool measures_ = false;

@@ -44,6 +44,7 @@ struct BothPaths {
     // Frame `index` through both; false once they differ.
     bool frame(cv::Mat& grey, int index)
     {
+        mask.setTo(0);  // fresh: bytes outside the rectangle are 0
         Borrowed current(grey), sb(separate_bg), fb(fused_bg), m(mask);
         std::shared_ptr<RLEblob> fused_head;
         EXPECT_EQ(detect_changes(&sb.record, &current.record, rate, threshold, &rect, &m.record), 0);

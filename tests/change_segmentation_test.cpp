@@ -72,6 +72,19 @@ INSTANTIATE_TEST_SUITE_P(Corners, ChangeSegmentation, ::testing::ValuesIn(kCases
 
 }  // namespace
 
+// The row buffers are kept from frame to frame: a narrower rectangle must
+// not find the foreground a wider one left in them.
+TEST(ChangeSegmentationStream, ARectangleThatNarrowsLeavesNoOldForeground)
+{
+    BothPaths both(scene(131, 40, 0), {0, 0, 130, 39, 131, 40}, [](segm_ptr s) { RLEsegm_set_steps(s, 1, 2); });
+    both.threshold = 0;  // every detected pixel is foreground
+    for (int i = 1; i <= 4; ++i) {
+        if (i == 3) both.rect = {30, 5, 90, 30, 61, 26};
+        cv::Mat grey = scene(131, 40, i);
+        if (!both.frame(grey, i)) break;
+    }
+}
+
 // A ceiling below the frame's worst case makes the segmenter count the runs
 // ahead: the detection previews them, so a frame that fits is segmented.
 TEST(ChangeSegmentationCeiling, AFrameThatFitsIsSegmentedAsTheMaskWouldBe)

@@ -32,31 +32,36 @@ bool suits(const image* background, const image* current, const rectangle* rect)
     return detail::same_or_apart(background->data, current->data, int64_t{background->width} * background->height);
 }
 
-// The mask rows of a change detection: row y of the span is detected and
-// learned when the segmenter asks for it; the rows it never asks for are
-// learned when the frame is over (the destructor, so that an observer that
-// throws leaves the background learned as well).
+// The mask rows of a change detection, detected and learned in one pass
+// down the span, as far as the row the segmenter asks for, so that the
+// background and the frame are read once, in order, as detect_changes reads
+// them. The segmenter never asks for a row step_y or more rows above the
+// lowest row it has asked for (the back-fill of a sparse reading stops short
+// of them), so the last step_y mask rows, kept in a ring, hold every row it
+// may still ask for. What is left below is learned when the frame is over
+// (the destructor, so that an observer that throws leaves the background
+// learned as well).
 class ChangeRows : public MaskRows {
 public:
     ChangeRows(image* background, const image* current, float rate, unsigned threshold, const pixel_span& span,
-               detail::ChangeRowBuffers& buffers)
+               const int32_t* step_y, detail::ChangeRowBuffers& buffers)
         : b_(background->data), c_(current->data), width_(background->width), k_(1.0f - rate), threshold_(threshold),
-          span_(span), kernel_(detail::change_kernel()), buffers_(buffers)
+          span_(span), step_y_(step_y), kernel_(detail::change_kernel()), buffers_(buffers), next_(span.y0)
     {
-        const size_t width = static_cast<size_t>(width_);
-        // Columns outside the span stay 0 in both rows, frame after frame.
-        if (buffers_.row.size() != width) buffers_.row.assign(width, 0);
-        if (buffers_.empty.size() != width) buffers_.empty.assign(width, 0);
-        const size_t rows = span_.empty() ? 0 : static_cast<size_t>(span_.y1 - span_.y0 + 1);
-        if (buffers_.detected.size() < rows) buffers_.detected.resize(rows);
-        std::fill_n(buffers_.detected.begin(), rows, uint8_t{0});
+        // Columns outside the span must read 0: the rows are cleared when
+        // the span's columns are not those written before.
+        if (buffers_.empty.size() != static_cast<size_t>(width_) || buffers_.first != span_.x0 ||
+            buffers_.last != span_.x1) {
+            buffers_.empty.assign(static_cast<size_t>(width_), 0);
+            buffers_.rows.clear();
+            buffers_.first = span_.x0;
+            buffers_.last = span_.x1;
+        }
     }
 
     ~ChangeRows() override
     {
-        for (int64_t y = span_.y0; !span_.empty() && y <= span_.y1; ++y)
-            if (!buffers_.detected[static_cast<size_t>(y - span_.y0)])
-                kernel_.average(b_at(y), c_at(y), span_.columns(), k_);
+        for (; !span_.empty() && next_ <= span_.y1; ++next_) kernel_.average(b_at(next_), c_at(next_), columns(), k_);
     }
 
     ChangeRows(const ChangeRows&) = delete;
@@ -65,24 +70,36 @@ public:
     const uint8_t* row(int y) override
     {
         if (!inside(y)) return buffers_.empty.data();
-        buffers_.detected[static_cast<size_t>(y - span_.y0)] = 1;
-        kernel_.detect(b_at(y), c_at(y), buffers_.row.data() + span_.x0, span_.columns(), k_, threshold_);
-        return buffers_.row.data();
+        if (ring_ == 0) make_ring();
+        for (; next_ <= y; ++next_) kernel_.detect(b_at(next_), c_at(next_), mask_at(next_), columns(), k_, threshold_);
+        return mask_at(y) - span_.x0;
     }
 
     const uint8_t* preview(int y) override
     {
         if (!inside(y)) return buffers_.empty.data();
-        uint8_t* out = buffers_.row.data() + span_.x0;
-        kernel_.abs_diff(c_at(y), b_at(y), out, span_.columns());
-        kernel_.at_least(out, out, span_.columns(), threshold_);
-        return buffers_.row.data();
+        if (ring_ == 0) make_ring();
+        uint8_t* out = mask_at(y);  // the ring is filled from the first row asked for on
+        kernel_.abs_diff(c_at(y), b_at(y), out, columns());
+        kernel_.at_least(out, out, columns(), threshold_);
+        return out - span_.x0;
     }
 
 private:
+    // Sized at the first row: an observer may change the steps before it.
+    void make_ring()
+    {
+        const int64_t step = step_y_ && *step_y_ > 1 ? *step_y_ : 1;
+        ring_ = std::min(step, span_.y1 - span_.y0 + 1);
+        const size_t bytes = static_cast<size_t>(ring_ * width_);
+        if (buffers_.rows.size() < bytes) buffers_.rows.resize(bytes, 0);
+    }
+
     bool inside(int y) const { return !span_.empty() && y >= span_.y0 && y <= span_.y1; }
+    int64_t columns() const { return span_.columns(); }
     uint8_t* b_at(int64_t y) const { return b_ + y * width_ + span_.x0; }
     const uint8_t* c_at(int64_t y) const { return c_ + y * width_ + span_.x0; }
+    uint8_t* mask_at(int64_t y) const { return buffers_.rows.data() + (y % ring_) * width_ + span_.x0; }
 
     uint8_t* b_;
     const uint8_t* c_;
@@ -90,8 +107,11 @@ private:
     float k_;
     unsigned threshold_;
     pixel_span span_;
+    const int32_t* step_y_;  // the segmenter's, null without one
     const detail::ChangeKernels& kernel_;
     detail::ChangeRowBuffers& buffers_;
+    int64_t next_;      // the first row of the span not yet detected or learned
+    int64_t ring_ = 0;  // mask rows kept
 };
 
 }  // namespace
@@ -109,7 +129,8 @@ int RLEsegm_segment_changes(image* background, image* current, float rate, unsig
     detail::ChangeRowBuffers unused;
     std::shared_ptr<RLEblob> blobs;
     {
-        ChangeRows rows(background, current, rate, threshold, span, s ? s->work->change_rows : unused);
+        ChangeRows rows(background, current, rate, threshold, span, s ? &s->step_y : nullptr,
+                        s ? s->work->change_rows : unused);
         blobs = detail::segment_frame(s, detail::MaskShape{width, height, true, CV_8UC1, 2}, rows, who);
     }
     if (head) *head = std::move(blobs);

@@ -29,8 +29,10 @@ public:
     // columns of the region of interest at least must be readable. The
     // bytes stay valid until the next call. Each row is asked for at most
     // once per frame, rows of the region of interest only, downwards; with
-    // a row step above 1 the rows above the first row found with runs are
-    // then asked for upwards (the back-fill of the sparse reading).
+    // a row step above 1 the rows above a row found with runs are then
+    // asked for upwards (the back-fill of the sparse reading), never a row
+    // step_y or more rows above the lowest row asked for so far, so a
+    // producer that keeps its last step_y rows can answer every call.
     virtual const uint8_t* row(int y) = 0;
     // The bytes row(y) will give, without side effects, or null when the
     // producer cannot tell them ahead (the default). Only asked for when a
@@ -50,19 +52,19 @@ std::shared_ptr<RLEblob> RLEsegm_segment_rows(MaskRows& rows, int width, int hei
 
 // detect_changes(background, current, rate, threshold, rect, mask) then
 // RLEsegm_segmentKAP(mask, s), where mask is a fresh (zero) GREY_IMG of the
-// background's size, without the mask: each row the segmenter reads is
-// differenced, thresholded and learned in one pass into a row buffer kept
-// by the segmenter, and the rows it does not read (outside its region of
-// interest, or skipped by a row step) are learned after the frame. The
-// background ends as detect_changes leaves it, and *head (when head is not
-// null) is the blob list RLEsegm_segmentKAP returns; a refusal of the
-// segmenter is RLEsegm_segmentKAP's, and the frame is still learned.
+// background's size, without the mask: the rows are differenced,
+// thresholded and learned in one pass down the frame, as far as the row the
+// segmenter asks for, into as many mask rows as the row step, kept by the
+// segmenter; the rows below the last one it reads are learned after the
+// frame. The background ends as detect_changes leaves it, and *head (when
+// head is not null) is the blob list RLEsegm_segmentKAP returns; a refusal
+// of the segmenter is RLEsegm_segmentKAP's, and the frame is still learned.
 //
 // -1, with nothing learned or segmented, when detect_changes would refuse
 // the images, and when their origins are not 0, a buffer holds fewer than
 // width x height bytes, the two buffers overlap without being the same, or
-// the size does not fit an int; else 0. The row buffer is made at the
-// first frame of a size: a stream allocates nothing after that.
+// the size does not fit an int; else 0. The mask rows are made at the first
+// frame: a stream of one size and steps allocates nothing after that.
 int RLEsegm_segment_changes(image* background, image* current, float rate, unsigned threshold, rectangle* rect,
                             segm_ptr s, std::shared_ptr<RLEblob>* head);
 

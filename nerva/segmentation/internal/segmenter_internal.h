@@ -55,11 +55,12 @@ struct LabelScratch {
 };
 
 // Segmentation of a change detection row by row (change_segmentation.cpp):
-// the row being handed over, a row of background for the rows outside the
-// detection's rectangle, and which rows were detected this frame.
+// the last mask rows detected, as many as the row step, and a row of
+// background for the rows outside the detection's rectangle. Outside the
+// columns written (first..last) every byte is 0.
 struct ChangeRowBuffers {
-    std::vector<uint8_t> row, empty;
-    std::vector<uint8_t> detected;
+    std::vector<uint8_t> rows, empty;
+    int64_t first = 0, last = -1;
 };
 
 // Everything the segmenter keeps between frames that a host neither reads nor

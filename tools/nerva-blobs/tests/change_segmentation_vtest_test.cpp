@@ -23,8 +23,7 @@ int compare_on_vtest(rectangle rect, const std::function<void(segm_ptr)>& setup)
     if (!luma->read_with_luma(frame, grey)) return 0;
     BothPaths both(grey, rect, setup);
     int frames = 0;
-    while (luma->read_with_luma(frame, grey) && both.frame(grey, ++frames)) {
-    }
+    while (luma->read_with_luma(frame, grey) && both.frame(grey, ++frames)) {}
     return frames;
 }
 

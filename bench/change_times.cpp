@@ -12,7 +12,8 @@
 //                   same masks byte for byte, on bits
 // and, in a second table, the running average and its segmentation, exact
 // and with steps 4,2: detect_changes then RLEsegm_segmentKAP on the mask,
-// against RLEsegm_segment_changes (rows detected as they are read, no mask).
+// against ChangeRows read by RLEsegm_segment_rows (rows detected as they
+// are read, no mask).
 // Each figure is the median over the frames of the CPU time of one frame.
 //
 //   nerva_change_times [frames]     (NERVA_BENCH_VIDEO overrides vtest.avi)
@@ -158,8 +159,12 @@ WithSegmentation run_size(const std::vector<cv::Mat>& colour, cv::Size size)
             nerva::RLEsegm_segmentKAP(mask, s);
         });
         grey[0].copyTo(bg);
-        with.one_pass[sampled] = median_ms(
-            n, [&](int i) { nerva::RLEsegm_segment_changes(bg_img, frames[i], rate, threshold, &all, s, nullptr); });
+        nerva::ChangeRows rows;
+        with.one_pass[sampled] = median_ms(n, [&](int i) {
+            rows.begin(bg_img, frames[i], rate, threshold, &all);
+            nerva::RLEsegm_segment_rows(rows, size.width, size.height, s);
+            rows.finish();
+        });
         nerva::RLEsegm_free_private(s);
     }
     nerva::set_message_sink(nullptr);
@@ -194,7 +199,7 @@ int main(int argc, char** argv)
         with.emplace_back(size, run_size(colour, size));
     std::printf(
         "\nchange detection + segmentation, CPU ms per frame: the mask written and read back, or rows\n"
-        "detected as the segmenter reads them (RLEsegm_segment_changes)\n");
+        "detected as the segmenter reads them (ChangeRows, RLEsegm_segment_rows)\n");
     std::printf("size       steps 1,1:  mask    rows    rows/mask   steps 4,2:  mask    rows    rows/mask\n");
     for (const auto& [size, w] : with)
         std::printf("%4dx%-4d              %7.3f %7.3f  %5.2fx                 %7.3f %7.3f  %5.2fx\n", size.width,

@@ -13,6 +13,7 @@
 #include "nerva/image/image_background.h"
 #include "nerva/image/image_draw.h"
 #include "nerva/image/image_threshold.h"
+#include "nerva/mask_rows.h"
 #include "nerva/messages.h"
 #include "nerva/render/RLEimage_render.h"
 #include "nerva/rle/RLEimage.h"

@@ -372,7 +372,9 @@ std::shared_ptr<RLEblob> detail::segment_frame(const segm_ptr& segmenter, const 
     RLEsegm_reset(segmenter);
     RLEreset_blob_idents(segmenter);
     segmenter->work->reused_blobs = 0;
-    if (!notify_observers(*segmenter, mask, who) || exceeds_ceiling(*segmenter, rows, who)) return nullptr;
+    if (!notify_observers(*segmenter, mask, who)) return nullptr;
+    rows.start(std::max(segmenter->step_y, 1));
+    if (exceeds_ceiling(*segmenter, rows, who)) return nullptr;
     extract_frame(*segmenter, rows);
 
     if (segmenter->nb_segs == 0) {

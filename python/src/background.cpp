@@ -34,6 +34,7 @@ AverageBackground::AverageBackground(int width, int height, std::optional<Roi> r
 
 AverageBackground::~AverageBackground()
 {
+    rows_.finish();  // while the background is there
     for (nerva::image* img : {background_, mask_}) nerva::destroy_image(img);
 }
 
@@ -68,7 +69,7 @@ py::array_t<uint8_t> AverageBackground::apply(const py::array& frame)
     uint8_t* out = mask.mutable_data();
     py::gil_scoped_release unlocked;
     detect(grey, [&](nerva::image* background, nerva::image* current, float rate, unsigned threshold,
-                     nerva::rectangle* rect) {
+                     nerva::rectangle* rect, nerva::ChangeRows&) {
         // Learned after the comparison, so a frame is judged against the past only.
         check(nerva::detect_changes(background, current, rate, threshold, rect, mask_), "detect_changes");
         std::memcpy(out, mask_->data, static_cast<size_t>(width_) * height_);

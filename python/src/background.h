@@ -2,7 +2,8 @@
 
 // The running-average change detection of nerva-blobs' "--background
 // average" (nerva.AverageBackground), shared by its own apply and by the
-// segmenter that detects as it reads the rows (Segmenter._segment_changes).
+// segmenter that detects as it reads the rows (Segmenter._segment_changes,
+// through the model's ChangeRows).
 #include <mutex>
 #include <optional>
 #include <string>
@@ -11,6 +12,7 @@
 #include <pybind11/numpy.h>
 
 #include "nerva/geometry/rectangle.h"
+#include "nerva/image/change_detection.h"
 #include "nerva/image/image.h"
 #include "nerva/image/image_background.h"
 
@@ -36,8 +38,9 @@ public:
 
     // Without the GIL, for a frame from `checked`: takes the model's lock,
     // learns a first frame as the background, then calls
-    // compare(background, current, rate, threshold, rect), which must
-    // compare the frame with the background and then learn it.
+    // compare(background, current, rate, threshold, rect, rows), which must
+    // compare the frame with the background and then learn it (`rows`: the
+    // model's, kept for the stream).
     template <class Compare>
     void detect(const GreyFrame& grey, Compare&& compare)
     {
@@ -47,7 +50,7 @@ public:
             check(nerva::update(background_, &current, 1.0f, &rect_), "update");  // the first frame is the background
             first_ = false;
         }
-        compare(background_, &current, rate_, static_cast<unsigned>(threshold_), &rect_);
+        compare(background_, &current, rate_, static_cast<unsigned>(threshold_), &rect_, rows_);
     }
 
     static void check(int status, const char* what)
@@ -65,6 +68,7 @@ private:
     nerva::rectangle rect_{};
     nerva::image* background_ = nullptr;
     nerva::image* mask_ = nullptr;
+    nerva::ChangeRows rows_;
     bool first_ = true;
     std::mutex mutex_;
 };

@@ -95,10 +95,10 @@ public:
         return segment_with([&] {
             std::shared_ptr<nerva::RLEblob> head;
             background.detect(grey, [&](nerva::image* model, nerva::image* current, float rate, unsigned threshold,
-                                        nerva::rectangle* rect) {
-                AverageBackground::check(
-                    nerva::RLEsegm_segment_changes(model, current, rate, threshold, rect, s_, &head),
-                    "segment_changes");
+                                        nerva::rectangle* rect, nerva::ChangeRows& rows) {
+                AverageBackground::check(rows.begin(model, current, rate, threshold, rect), "ChangeRows::begin");
+                head = nerva::RLEsegm_segment_rows(rows, width_, height_, s_);
+                rows.finish();
             });
             return head;
         });

@@ -38,8 +38,8 @@ private:
 };
 
 // The library's change detection on grey frames: difference, threshold and
-// learning in one pass (detect_changes), or, when the mask is deferred, in
-// the segmenter as it reads each row (RLEsegm_segment_changes, through
+// learning in one pass (detect_changes), or, when the mask is deferred, row
+// by row as the segmenter reads the rows (ChangeRows, through
 // Segmenter::segment): the mask is then never written. The background and the mask are
 // made by the library and keep their own buffers; OpenCV only ever sees
 // them through non-owning Mat headers, so nothing is freed twice or by the
@@ -58,11 +58,11 @@ public:
         mask_view_ = cv::Mat(size, CV_8UC1, mask_->data);
         rect_ = {roi.x, roi.y, roi.x + roi.width - 1, roi.y + roi.height - 1, roi.width, roi.height};
         frame_ = *converted_;
-        pending_ = PendingChanges{background_, &frame_, rate_, threshold_, &rect_};
     }
 
     ~RunningAverage() override
     {
+        rows_.finish();  // while the images are there
         for (nerva::image* img : {converted_, background_, mask_}) nerva::destroy_image(img);
     }
 
@@ -77,11 +77,12 @@ public:
         return clean_.apply(mask_view_);
     }
 
-    const PendingChanges* defer(const cv::Mat& frame, const cv::Mat& luma) override
+    nerva::ChangeRows* defer(const cv::Mat& frame, const cv::Mat& luma) override
     {
         if (!deferred_) return nullptr;
         prepare(frame, luma);
-        return &pending_;
+        check(rows_.begin(background_, &frame_, rate_, threshold_, &rect_), "ChangeRows::begin");
+        return &rows_;
     }
 
 private:
@@ -121,7 +122,7 @@ private:
     nerva::image frame_{};  // the frame's grey pixels: a copy of converted_'s record, its data pointer set per frame
     cv::Mat converted_view_, mask_view_;
     nerva::rectangle rect_{};
-    PendingChanges pending_{};
+    nerva::ChangeRows rows_;
     bool first_ = true;
 };
 

@@ -4,24 +4,12 @@
 
 #include <opencv2/core.hpp>
 
-#include "nerva/geometry/rectangle.h"
-#include "nerva/image/image.h"
+#include "nerva/image/change_detection.h"
 #include "options.h"
 
 // Turns each frame into a foreground mask for the segmenter: 8-bit, one
 // channel, 255 = foreground, 0 = background, the frame's size.
 namespace nerva_blobs {
-
-// A frame whose mask is left unwritten: the running average's background and
-// the frame's grey pixels, for Segmenter::segment to difference, threshold
-// and learn row by row as it reads them.
-struct PendingChanges {
-    nerva::image* background;
-    nerva::image* current;
-    float rate;
-    unsigned threshold;
-    nerva::rectangle* rect;
-};
 
 class Foreground {
 public:
@@ -30,11 +18,11 @@ public:
     // the decoder's own grey of the same frame.
     virtual const cv::Mat& apply(const cv::Mat& frame, const cv::Mat& luma) = 0;
     // Instead of apply, for a detector whose mask nothing but the segmenter
-    // reads: readies the frame and returns what Segmenter::segment needs to
-    // find its blobs without the mask ever being written whole (valid until
-    // the next call); null, with nothing done, when the mask must be made
-    // by apply.
-    virtual const PendingChanges* defer(const cv::Mat& frame, const cv::Mat& luma)
+    // reads: readies the frame and returns its mask rows, for
+    // Segmenter::segment to detect as it reads them, the mask never written
+    // whole (valid until the next call); null, with nothing done, when the
+    // mask must be made by apply.
+    virtual nerva::ChangeRows* defer(const cv::Mat& frame, const cv::Mat& luma)
     {
         (void)frame, (void)luma;
         return nullptr;

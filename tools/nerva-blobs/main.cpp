@@ -106,7 +106,7 @@ int run(const Options& o)
                                size_text(frame.image.size()) + ", earlier frames are " + size_text(size));
         auto t = clock_type::now();
         // A deferred mask is never written: the segmenter detects row by row.
-        const PendingChanges* changes = foreground->defer(frame.image, frame.luma);
+        nerva::ChangeRows* changes = foreground->defer(frame.image, frame.luma);
         const cv::Mat& mask = changes ? no_mask : foreground->apply(frame.image, frame.luma);
         const double foreground_ms = ms_since(t);
         t = clock_type::now();

@@ -19,7 +19,7 @@ cv::Rect region_of_interest(const Options& options, cv::Size frame_size)
 }
 
 Segmenter::Segmenter(const Options& o, cv::Size size, cv::Rect roi)
-    : segm_(std::make_shared<nerva::MV_RLEsegm>()), measures_(o.measures)
+    : segm_(std::make_shared<nerva::MV_RLEsegm>()), size_(size), measures_(o.measures)
 {
     nerva::RLEsegm_init_privateKAP(segm_, 0, size.width - 1, 0, size.height - 1, size.width, size.height);
     nerva::RLEsegm_set_steps(segm_, o.step_x, o.step_y);
@@ -36,11 +36,10 @@ const std::vector<Blob>& Segmenter::segment(const cv::Mat& mask)
     return copy_blobs(nerva::RLEsegm_segmentKAP(mask, segm_).get());
 }
 
-const std::vector<Blob>& Segmenter::segment(const PendingChanges& c)
+const std::vector<Blob>& Segmenter::segment(nerva::ChangeRows& rows)
 {
-    std::shared_ptr<nerva::RLEblob> head;
-    if (nerva::RLEsegm_segment_changes(c.background, c.current, c.rate, c.threshold, c.rect, segm_, &head) < 0)
-        throw RuntimeError("background model: segment_changes failed");
+    const std::shared_ptr<nerva::RLEblob> head = nerva::RLEsegm_segment_rows(rows, size_.width, size_.height, segm_);
+    rows.finish();
     return copy_blobs(head.get());
 }
 

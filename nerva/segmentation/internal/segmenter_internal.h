@@ -54,15 +54,6 @@ struct LabelScratch {
     std::vector<int32_t> row_base;
 };
 
-// Segmentation of a change detection row by row (change_segmentation.cpp):
-// the last mask rows detected, as many as the row step, and a row of
-// background for the rows outside the detection's rectangle. Outside the
-// columns written (first..last) every byte is 0.
-struct ChangeRowBuffers {
-    std::vector<uint8_t> rows, empty;
-    int64_t first = 0, last = -1;
-};
-
 // Everything the segmenter keeps between frames that a host neither reads nor
 // sets. Held by MV_RLEsegm::work.
 struct SegmenterWork {
@@ -101,8 +92,6 @@ struct SegmenterWork {
     int light_frames = 0;
     size_t peak_lines = 0;
     ScratchVector<size_t> peak_rows;
-
-    ChangeRowBuffers change_rows;
 };
 
 // What a frame is read from, as far as the checks go: its size, and whether

@@ -41,8 +41,8 @@ public:
     // Readies one frame (finishing the one before): -1, with nothing
     // readied, for images detect_changes refuses and for images away from
     // the origin, buffers smaller than width x height bytes, buffers that
-    // partly overlap or a size beyond an int; else 0. The images and the
-    // rectangle must outlive finish.
+    // partly overlap or a size beyond an int (the rows must then not be
+    // read); else 0. The images must outlive finish.
     int begin(image* background, image* current, float rate, unsigned threshold, rectangle* rect);
     // Learns the rows not read yet; the frame is then over.
     void finish();

@@ -40,8 +40,8 @@ private:
 // The library's change detection on grey frames: difference, threshold and
 // learning in one pass (detect_changes), or, when the mask is deferred, row
 // by row as the segmenter reads the rows (ChangeRows, through
-// Segmenter::segment): the mask is then never written. The background and the mask are
-// made by the library and keep their own buffers; OpenCV only ever sees
+// Segmenter::segment), the mask never written. The background and the mask
+// are made by the library and keep their own buffers; OpenCV only ever sees
 // them through non-owning Mat headers, so nothing is freed twice or by the
 // wrong allocator.
 class RunningAverage : public Foreground {

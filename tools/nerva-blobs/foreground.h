@@ -32,8 +32,8 @@ public:
 // The detector the options ask for, for frames of the given size; `roi`
 // limits the work to the pixels that will be segmented. The running average
 // defers its masks when nothing else reads them: no clean-up, no overview
-// (whose picture shows a mask). UsageError when an
-// --open or --close kernel is larger than the frame.
+// (whose picture shows a mask). UsageError when an --open or --close kernel
+// is larger than the frame.
 std::unique_ptr<Foreground> make_foreground(const Options& options, cv::Size frame_size, cv::Rect roi);
 
 }  // namespace nerva_blobs

@@ -6,8 +6,8 @@
 
 #include <opencv2/core.hpp>
 
-#include "foreground.h"
 #include "json_line.h"
+#include "nerva/image/change_detection.h"
 #include "nerva/segmentation/segmentationRLE.h"
 #include "options.h"
 

@@ -336,7 +336,9 @@ def blobs_in_video(source: str, *, preset: Optional[str] = None, masks: bool = F
                     0.01; MOG2: automatic)
     threshold       grey difference that counts as foreground (average only)
     opening, closing  side of the elliptic opening / closing kernels (0: off),
-                    nerva-blobs' --open and --close
+                    nerva-blobs' --open and --close; with neither, the
+                    running average's mask is never made: the segmenter
+                    detects each row as it reads it (the same blobs)
     roi, steps, min_side, min_pixels, measures, memory_ceiling
                     as for Segmenter
     pool_full       as for Segmenter; by default a frame beyond the

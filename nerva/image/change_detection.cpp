@@ -1,5 +1,8 @@
 #include "nerva/image/change_detection.h"
 
+#include <algorithm>
+#include <climits>
+
 #include "nerva/image/internal/change_kernels.h"
 #include "nerva/image/internal/image_pixels.h"
 
@@ -40,6 +43,97 @@ int detect_changes(image* background, image* current, float rate, unsigned thres
         }
     }
     return 0;
+}
+
+namespace {
+
+// The images detect_changes accepts, placed at the origin with buffers of
+// their whole size that are the same or apart: then row y of either is the
+// bytes from y * width, as a mask row is.
+bool suits_rows(const image* background, const image* current, const rectangle* rect)
+{
+    if (!background || !current || !rect) return false;
+    if (background->type != GREY_IMG || current->type != GREY_IMG) return false;
+    if (background->width != current->width || background->height != current->height) return false;
+    if (background->width > INT_MAX || background->height > INT_MAX) return false;
+    if (background->capacity == 0 || current->capacity == 0) return false;
+    for (const image* img : {background, current}) {
+        if (img->x_origin != 0 || img->y_origin != 0 || !img->data) return false;
+        if (buffer_bytes(img) < size_t{img->width} * img->height) return false;
+    }
+    return same_or_apart(background->data, current->data, int64_t{background->width} * background->height);
+}
+
+}  // namespace
+
+// The background and the frame are read once, in order, as detect_changes
+// reads them: a row is detected with every row above it. The reader never
+// asks for a row step_y or more rows above the lowest row it has asked for,
+// so the last step_y mask rows, kept in a ring, hold every row it may still
+// ask for.
+int ChangeRows::begin(image* background, image* current, float rate, unsigned threshold, rectangle* rect)
+{
+    finish();
+    if (!suits_rows(background, current, rect)) return -1;
+    const pixel_span s = clip_span(background, rect);
+    background_ = background->data;
+    current_ = current->data;
+    width_ = background->width;
+    k_ = 1.0f - rate;
+    threshold_ = threshold;
+    x0_ = s.x0, x1_ = s.x1, y0_ = s.y0, y1_ = s.empty() ? s.y0 - 1 : s.y1;
+    next_ = y0_;
+    // Columns outside the rectangle must read 0: the rows are cleared when
+    // its columns are not those written before.
+    if (empty_.size() != static_cast<size_t>(width_) || written_x0_ != x0_ || written_x1_ != x1_) {
+        empty_.assign(static_cast<size_t>(width_), 0);
+        rows_.clear();
+        written_x0_ = x0_;
+        written_x1_ = x1_;
+    }
+    start(1);
+    return 0;
+}
+
+void ChangeRows::finish()
+{
+    const ChangeKernels& kernel = change_kernel();
+    for (; next_ <= y1_; ++next_)
+        kernel.average(background_ + next_ * width_ + x0_, current_ + next_ * width_ + x0_, x1_ - x0_ + 1, k_);
+    y1_ = y0_ - 1;  // nothing left to read or learn
+}
+
+void ChangeRows::start(int step_y)
+{
+    if (y1_ < y0_) return;
+    ring_ = std::min<int64_t>(std::max(step_y, 1), y1_ - y0_ + 1);
+    const size_t bytes = static_cast<size_t>(ring_ * width_);
+    if (rows_.size() < bytes) rows_.resize(bytes, 0);
+}
+
+uint8_t* ChangeRows::mask_at(int64_t y) { return rows_.data() + (y % ring_) * width_; }
+
+const uint8_t* ChangeRows::row(int y)
+{
+    if (y < y0_ || y > y1_) return empty_.data();
+    const ChangeKernels& kernel = change_kernel();
+    const int64_t n = x1_ - x0_ + 1;
+    for (; next_ <= y; ++next_) {
+        const int64_t at = next_ * width_ + x0_;
+        kernel.detect(background_ + at, current_ + at, mask_at(next_) + x0_, n, k_, threshold_);
+    }
+    return mask_at(y);
+}
+
+const uint8_t* ChangeRows::preview(int y)
+{
+    if (y < y0_ || y > y1_) return empty_.data();
+    const ChangeKernels& kernel = change_kernel();
+    const int64_t n = x1_ - x0_ + 1, at = int64_t{y} * width_ + x0_;
+    uint8_t* out = mask_at(y) + x0_;  // the ring is filled from the first row read on
+    kernel.abs_diff(current_ + at, background_ + at, out, n);
+    kernel.at_least(out, out, n, threshold_);
+    return mask_at(y);
 }
 
 }  // namespace nerva

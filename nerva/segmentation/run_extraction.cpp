@@ -340,7 +340,7 @@ namespace {
 constexpr int32_t kRowsWrittenAlways = 8;
 }  // namespace
 
-void detail::extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask)
+void detail::extract_row(MV_RLEsegm& segm, int y, const uint8_t* row)
 {
     RLEline& line = *segm.rle_img->lines[static_cast<size_t>(y)];
     ensure_segment_slot(segm, segm.nb_segs);  // so the line points into real storage
@@ -349,7 +349,6 @@ void detail::extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask)
         line.nb_segs = 0;
         return;
     }
-    const uint8_t* row = mask.data + static_cast<size_t>(y) * mask.step[0];
     auto& bounds = segm.work->run_bounds;
     const size_t first = static_cast<size_t>(segm.nb_segs);
     const int64_t span = int64_t{segm.roi_xmax} - segm.roi_xmin;  // no division per row in exact mode
@@ -394,9 +393,15 @@ void detail::write_run_records(MV_RLEsegm& segm, int32_t from, int32_t to)
 
 void detail::extract_frame(MV_RLEsegm& segm, const cv::Mat& mask)
 {
+    MatRows rows(mask);
+    extract_frame(segm, rows);
+}
+
+void detail::extract_frame(MV_RLEsegm& segm, MaskRows& rows)
+{
     const int32_t step_y = segm.step_y;
     if (step_y <= 1) {
-        for (int y = segm.roi_ymin; y <= segm.roi_ymax; ++y) extract_row(segm, y, mask);
+        for (int y = segm.roi_ymin; y <= segm.roi_ymax; ++y) extract_row(segm, y, rows.row(y));
         return;
     }
 
@@ -412,18 +417,18 @@ void detail::extract_frame(MV_RLEsegm& segm, const cv::Mat& mask)
                 lines[static_cast<size_t>(y)]->nb_segs = 0;
                 continue;
             }
-            extract_row(segm, y, mask);
+            extract_row(segm, y, rows.row(y));
             if (lines[static_cast<size_t>(y)]->nb_segs == 0) {
                 marker = y;
                 continue;
             }
             for (int j = y - 1; j > marker; --j) {
-                extract_row(segm, j, mask);
+                extract_row(segm, j, rows.row(j));
                 if (lines[static_cast<size_t>(j)]->nb_segs == 0) break;
             }
             dense = true;
         } else {
-            extract_row(segm, y, mask);
+            extract_row(segm, y, rows.row(y));
             if (lines[static_cast<size_t>(y)]->nb_segs == 0) {
                 marker = y;
                 dense = false;
@@ -436,13 +441,13 @@ void MV_RLEsegm::RLEsegm_build_RLElineKAP(int y, const cv::Mat& mask)
 {
     if (detail::segmenter_refuses_row(*this, y, mask, "RLEsegm_build_RLElineKAP()")) return;
     const int32_t first = nb_segs;
-    detail::extract_row(*this, y, mask);
+    detail::extract_row(*this, y, mask.ptr<uint8_t>(y));
     detail::write_run_records(*this, first, nb_segs);
 }
 
 std::shared_ptr<RLEimage> MV_RLEsegm::RLEsegm_build_RLEimageKAP(const cv::Mat& mask)
 {
-    if (!detail::notify_observers(*this, mask, "RLEsegm_build_RLEimageKAP()")) return rle_img;
+    if (!detail::notify_observers(*this, detail::shape_of(mask), "RLEsegm_build_RLEimageKAP()")) return rle_img;
     const int32_t first = nb_segs;
     detail::extract_frame(*this, mask);
     detail::write_run_records(*this, first, nb_segs);

@@ -40,17 +40,16 @@ void cut_blob_links(const std::shared_ptr<RLEblob>& blob)
 // Why the rows first_row..last_row (with the region of interest's columns)
 // cannot be read safely, written into `why`; false when they can. `row` names
 // a single row asked for (-1: the region of interest's rows).
-bool rows_problem(const MV_RLEsegm& segmenter, const cv::Mat& mask, int first_row, int last_row, int row, char* why,
-                  size_t size)
+bool rows_problem(const MV_RLEsegm& segmenter, const detail::MaskShape& mask, int first_row, int last_row, int row,
+                  char* why, size_t size)
 {
     if (!segmenter.rle_img || !segmenter.i2r) {
         std::snprintf(why, size, "segmenter not initialised (call RLEsegm_init_privateKAP first)");
         return true;
     }
-    // Any 8-bit single-channel matrix is read as bytes, signed or not.
-    if (mask.empty() || mask.dims != 2 || mask.channels() != 1 || (mask.depth() != CV_8U && mask.depth() != CV_8S)) {
+    if (!mask.bytes || mask.cols < 1 || mask.rows < 1) {
         std::snprintf(why, size, "mask must be a non-empty 2-D 8-bit single-channel matrix (got type %d, %d dims)",
-                      mask.type(), mask.dims);
+                      mask.type, mask.dims);
         return true;
     }
     if (segmenter.step_x < 1) {
@@ -110,7 +109,8 @@ size_t bytes_for_runs(const MV_RLEsegm& segm, size_t runs)
 // Runs in the region of interest when every row is read: an upper bound of
 // what extraction finds. Counted only when the worst case of the frame's
 // size would pass the ceiling, so hosts without a ceiling never pay for it.
-size_t runs_upper_bound(const MV_RLEsegm& segm, const cv::Mat& mask, size_t ceiling)
+// Rows that cannot be read ahead are taken at their worst.
+size_t runs_upper_bound(const MV_RLEsegm& segm, MaskRows& mask, size_t ceiling)
 {
     if (segm.roi_xmin > segm.roi_xmax || segm.roi_ymin > segm.roi_ymax) return 0;
     const size_t rows = static_cast<size_t>(segm.roi_ymax - segm.roi_ymin) + 1;
@@ -119,7 +119,8 @@ size_t runs_upper_bound(const MV_RLEsegm& segm, const cv::Mat& mask, size_t ceil
     if (bytes_for_runs(segm, worst) <= ceiling) return worst;
     size_t runs = 0;
     for (int y = segm.roi_ymin; y <= segm.roi_ymax; ++y) {
-        const uint8_t* row = mask.ptr<uint8_t>(y);
+        const uint8_t* row = mask.preview(y);
+        if (!row) return worst;
         bool inside = false;
         for (int64_t x = segm.roi_xmin; x <= segm.roi_xmax; x += segm.step_x) {
             const bool fg = row[x] != 0;
@@ -130,11 +131,11 @@ size_t runs_upper_bound(const MV_RLEsegm& segm, const cv::Mat& mask, size_t ceil
     return runs;
 }
 
-bool exceeds_ceiling(const MV_RLEsegm& segm, const cv::Mat& mask, const char* who)
+bool exceeds_ceiling(const MV_RLEsegm& segm, MaskRows& rows, const char* who)
 {
     const size_t ceiling = segm.work->memory_ceiling;
     if (ceiling == 0) return false;
-    const size_t need = bytes_for_runs(segm, runs_upper_bound(segm, mask, ceiling));
+    const size_t need = bytes_for_runs(segm, runs_upper_bound(segm, rows, ceiling));
     if (need <= ceiling) return false;
     detail::report(MESSAGES_STDERR,
                    "%s: the frame may need %zu bytes, above the memory ceiling of %zu; nothing segmented\n", who, need,
@@ -151,7 +152,15 @@ struct NotifyingMark {
 
 }  // namespace
 
-bool detail::segmenter_refuses_frame(const MV_RLEsegm& segm, const cv::Mat& mask, const char* who)
+detail::MaskShape detail::shape_of(const cv::Mat& mask)
+{
+    // Any 8-bit single-channel matrix is read as bytes, signed or not.
+    const bool bytes =
+        !mask.empty() && mask.dims == 2 && mask.channels() == 1 && (mask.depth() == CV_8U || mask.depth() == CV_8S);
+    return MaskShape{mask.cols, mask.rows, bytes, mask.type(), mask.dims};
+}
+
+bool detail::segmenter_refuses_frame(const MV_RLEsegm& segm, const MaskShape& mask, const char* who)
 {
     char why[256];
     if (!rows_problem(segm, mask, segm.roi_ymin, segm.roi_ymax, -1, why, sizeof why)) return false;
@@ -162,7 +171,7 @@ bool detail::segmenter_refuses_frame(const MV_RLEsegm& segm, const cv::Mat& mask
 bool detail::segmenter_refuses_row(const MV_RLEsegm& segm, int y, const cv::Mat& mask, const char* who)
 {
     char why[256];
-    if (!rows_problem(segm, mask, y, y, y < 0 ? 0 : y, why, sizeof why)) return false;
+    if (!rows_problem(segm, shape_of(mask), y, y, y < 0 ? 0 : y, why, sizeof why)) return false;
     report(MESSAGES_STDERR, "%s: %s; nothing extracted\n", who, why);
     return true;
 }
@@ -174,7 +183,7 @@ bool detail::refuses_null(const MV_RLEsegm* segm, const char* who)
     return true;
 }
 
-bool detail::notify_observers(MV_RLEsegm& segm, const cv::Mat& mask, const char* who)
+bool detail::notify_observers(MV_RLEsegm& segm, const MaskShape& mask, const char* who)
 {
     SegmenterWork& work = *segm.work;
     if (work.notifying) {
@@ -343,29 +352,30 @@ void RLEsegm_free_private(segm_ptr segmenter)
     }
 }
 
-std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr segmenter)
+std::shared_ptr<RLEblob> detail::segment_frame(const segm_ptr& segmenter, const MaskShape& mask, MaskRows& rows,
+                                               const char* who)
 {
-    static const char who[] = "RLEsegm_segmentKAP()";
-    if (detail::refuses_null(segmenter.get(), who)) return nullptr;
+    if (refuses_null(segmenter.get(), who)) return nullptr;
     if (segmenter->work->notifying) {
         // From inside an observer's notify: the frame in progress is left alone.
-        detail::report(MESSAGES_STDERR, "%s: called from an observer's notify during a frame; nothing segmented\n",
-                       who);
+        report(MESSAGES_STDERR, "%s: called from an observer's notify during a frame; nothing segmented\n", who);
         return nullptr;
     }
     // The size filter in force at entry is the one used.
     const int min_side = segmenter->min_blob_side;
     const int min_pixels = segmenter->min_blob_pixels;
 
-    if (detail::segmenter_refuses_frame(*segmenter, mask, who)) {
+    if (segmenter_refuses_frame(*segmenter, mask, who)) {
         RLEsegm_reset(segmenter);
         return nullptr;
     }
     RLEsegm_reset(segmenter);
     RLEreset_blob_idents(segmenter);
     segmenter->work->reused_blobs = 0;
-    if (!detail::notify_observers(*segmenter, mask, who) || exceeds_ceiling(*segmenter, mask, who)) return nullptr;
-    detail::extract_frame(*segmenter, mask);
+    if (!notify_observers(*segmenter, mask, who)) return nullptr;
+    rows.start(std::max(segmenter->step_y, 1));
+    if (exceeds_ceiling(*segmenter, rows, who)) return nullptr;
+    extract_frame(*segmenter, rows);
 
     if (segmenter->nb_segs == 0) {
         segmenter->nb_blobs_prev = segmenter->nb_blobs_cur;
@@ -379,8 +389,8 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr segmen
     // img2regs_pass2, on compact arrays; then the region lines from the same
     // arrays. A frame with runs always has a row of interest with runs
     // (extraction reads those rows only), so the sweep always labels it.
-    detail::label_frame(*segmenter);
-    detail::fill_region_lines(*segmenter, mask.rows);
+    label_frame(*segmenter);
+    fill_region_lines(*segmenter, mask.rows);
     std::shared_ptr<RLEblob> head = RLEsegm_regions2blobsKAP(min_side, min_pixels, segmenter);
 
     // "Area" is the area of the boxes, not the number of foreground pixels.
@@ -399,6 +409,18 @@ std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr segmen
         if (entry.first)
             entry.second = entry.second / static_cast<double>(wrap_mul(entry.first->width, entry.first->height));
     return head;
+}
+
+std::shared_ptr<RLEblob> RLEsegm_segmentKAP(const cv::Mat& mask, segm_ptr segmenter)
+{
+    detail::MatRows rows(mask);
+    return detail::segment_frame(segmenter, detail::shape_of(mask), rows, "RLEsegm_segmentKAP()");
+}
+
+std::shared_ptr<RLEblob> RLEsegm_segment_rows(MaskRows& rows, int width, int height, segm_ptr segmenter)
+{
+    detail::MaskShape shape{width, height, true, CV_8UC1, 2};
+    return detail::segment_frame(segmenter, shape, rows, "RLEsegm_segment_rows()");
 }
 
 void RLEsegm_set_steps(segm_ptr segmenter, int step_x, int step_y)

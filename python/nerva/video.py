@@ -244,6 +244,7 @@ class _CleanUp:
 
     def __init__(self, opening: int, closing: int):
         self._clean = _nerva._CleanUp(opening, closing)
+        self.active = self._clean.active
 
     def __call__(self, mask: np.ndarray) -> np.ndarray:
         return self._clean.apply(mask)
@@ -267,16 +268,23 @@ def _foreground(masks: bool, background: str, learning_rate: Optional[float], th
             # Shadows come out as 127: they are not things.
             return cv2.threshold(subtractor.apply(frame, learningRate=rate), 200, 255, cv2.THRESH_BINARY)[1]
         return mog2
-    model = AverageBackground(size[0], size[1], roi=roi,
-                              learning_rate=0.01 if learning_rate is None else learning_rate,
-                              threshold=threshold)
+    model = _average_model(learning_rate, threshold, size, roi)
+    return lambda frame: model.apply(_grey(frame))
 
-    def average(frame):
-        # Video files come as the decoder's grey; other colour frames get
-        # OpenCV's weighted grey, as the program converts them.
-        grey = frame if frame.ndim == 2 else cv2.cvtColor(frame, cv2.COLOR_BGR2GRAY)
-        return model.apply(grey)
-    return average
+
+def _average_model(learning_rate: Optional[float], threshold: int, size: Tuple[int, int],
+                   roi: Tuple[int, int, int, int]) -> AverageBackground:
+    return AverageBackground(size[0], size[1], roi=roi, learning_rate=0.01 if learning_rate is None else learning_rate,
+                             threshold=threshold)
+
+
+def _grey(frame: np.ndarray) -> np.ndarray:
+    # Video files come as the decoder's grey; other colour frames get
+    # OpenCV's weighted grey, as the program converts them.
+    if frame.ndim == 2:
+        return frame
+    cv2 = _cv2()
+    return cv2.cvtColor(frame, cv2.COLOR_BGR2GRAY)
 
 
 def check_options(options: dict, frame_size: Optional[Tuple[int, int]] = None) -> None:
@@ -328,7 +336,9 @@ def blobs_in_video(source: str, *, preset: Optional[str] = None, masks: bool = F
                     0.01; MOG2: automatic)
     threshold       grey difference that counts as foreground (average only)
     opening, closing  side of the elliptic opening / closing kernels (0: off),
-                    nerva-blobs' --open and --close
+                    nerva-blobs' --open and --close; with neither, the
+                    running average's mask is never made: the segmenter
+                    detects each row as it reads it (the same blobs)
     roi, steps, min_side, min_pixels, measures, memory_ceiling
                     as for Segmenter
     pool_full       as for Segmenter; by default a frame beyond the
@@ -356,7 +366,7 @@ def blobs_in_video(source: str, *, preset: Optional[str] = None, masks: bool = F
     began = time.monotonic()
     frames = read_frames(source, masks=masks, start=start, grey=background == "average")
     index = start
-    size = segmenter = foreground = clean = tracker = None
+    size = segmenter = detect = tracker = None
     track = track or bool(lines) or bool(zones)
     for frame, stream_ms in frames:
         if stop is not None and index >= stop:
@@ -367,14 +377,21 @@ def blobs_in_video(source: str, *, preset: Optional[str] = None, masks: bool = F
             segmenter = Segmenter(size[0], size[1], roi=roi, steps=steps, min_side=min_side,
                                   min_pixels=min_pixels, measures=measures, pool_full=pool_full,
                                   memory_ceiling=memory_ceiling)
-            foreground = _foreground(masks, background, learning_rate, threshold, size, segmenter.roi)
             clean = _CleanUp(opening, closing)
+            # Without a clean-up the running average's mask is only segmented:
+            # the segmenter detects row by row and the mask is never made.
+            if not masks and background == "average" and not clean.active:
+                model = _average_model(learning_rate, threshold, size, segmenter.roi)
+                detect = lambda frame: segmenter._segment_changes(model, _grey(frame))
+            else:
+                foreground = _foreground(masks, background, learning_rate, threshold, size, segmenter.roi)
+                detect = lambda frame: segmenter.segment(clean(foreground(frame)))
             if track:
                 tracker = Tracker(size[0], size[1], lines=lines or {}, zones=zones or {})
         elif (frame.shape[1], frame.shape[0]) != size:
             raise InputError(f"frame {index} is {frame.shape[1]}x{frame.shape[0]}, "
                              f"earlier frames are {size[0]}x{size[1]}")
-        blobs = segmenter.segment(clean(foreground(frame)))
+        blobs = detect(frame)
         if tracker is not None:
             tracker.update(blobs, index)
             blobs.tracks, blobs.events, blobs.counts = tracker.tracks, tracker.events, tracker.counts

@@ -125,6 +125,8 @@ class CleanUpMasks {
 public:
     CleanUpMasks(int opening, int closing) : clean_(opening, closing) {}
 
+    bool active() const { return clean_.active(); }
+
     py::array apply(const py::array_t<std::uint8_t, py::array::c_style | py::array::forcecast>& mask)
     {
         if (mask.ndim() != 2) throw py::value_error("mask must be 2-D, not " + std::to_string(mask.ndim()) + "-D");
@@ -181,6 +183,7 @@ void bind_pipeline(py::module_& m)
     py::class_<CleanUpMasks>(m, "_CleanUp",
                              "nerva-blobs' clean-up: an opening, then a closing, with elliptic kernels (0: none).")
         .def(py::init<int, int>(), py::arg("opening"), py::arg("closing"))
+        .def_property_readonly("active", &CleanUpMasks::active, "Whether apply changes anything (a side above 1).")
         .def("apply", &CleanUpMasks::apply, py::arg("mask"),
              "The cleaned mask (0 and 255), OpenCV's morphologyEx's byte for byte; overwritten by the next call.");
     m.def("json_line", &json_line, py::arg("index"), py::arg("blobs"), py::arg("time") = py::none(),

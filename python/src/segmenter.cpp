@@ -11,11 +11,13 @@
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
 
+#include "background.h"
 #include "bindings.h"
 #include "blobs.h"
 #include "mask.h"
 #include "messages.h"
 #include "nerva/segmentation/blob_shape.h"
+#include "nerva/segmentation/segment_rows.h"
 #include "nerva/segmentation/segmentationRLE.h"
 
 namespace py = pybind11;
@@ -82,40 +84,24 @@ public:
     {
         // The mask stays referenced by the caller's frame for the whole call.
         const cv::Mat mask = wrap_mask(mask_object, width_, height_, "mask");
-        Blobs blobs;
-        std::string messages;
-        bool refused = false;
-        PoolFull mode;
-        {
-            py::gil_scoped_release unlocked;
-            std::lock_guard<std::mutex> lock(mutex_);
-            MessageCapture capture(messages);
-            apply_settings();
-            mode = pool_full_;
-            blobs.has_measures = measures_;
-            const std::shared_ptr<nerva::RLEblob> head = nerva::RLEsegm_segmentKAP(mask, s_);
-            // The list holds at most one blob per pool slot, however many regions were kept.
-            blobs.reserve(static_cast<size_t>(std::min(s_->nb_blobs, s_->nb_pool_blobs)));
-            for (nerva::RLEblob* b = head.get(); b; b = b->next.get()) {
-                blobs.append(*b);
-                if (!measures_) continue;
-                nerva::blob_shape shape;
-                const bool measured =
-                    nerva::RLEsegm_blob_shape(s_->blob_pool[static_cast<size_t>(b->ident)], s_, &shape) == 0;
-                blobs.append_shape(measured ? &shape : nullptr);
-            }
-            blobs.dropped = nerva::RLEsegm_get_reused_blobs(s_);
-            refused = !head && messages.find("memory ceiling") != std::string::npos;
-            last_roi_ = roi_;
-            segmented_ = !refused;
-        }
-        if (refused) {
-            while (!messages.empty() && messages.back() == '\n') messages.pop_back();
-            PyErr_SetString(PyExc_MemoryError, messages.c_str());
-            throw py::error_already_set();
-        }
-        report_pool_full(mode, blobs.dropped, messages);
-        return blobs;
+        return segment_with([&] { return nerva::RLEsegm_segmentKAP(mask, s_); });
+    }
+
+    // The blobs of background.apply(grey)'s mask, the frame detected and
+    // learned row by row as the segmenter reads it: the mask is never made.
+    Blobs segment_changes(AverageBackground& background, const py::array& frame)
+    {
+        const GreyFrame grey = background.checked(frame);
+        return segment_with([&] {
+            std::shared_ptr<nerva::RLEblob> head;
+            background.detect(grey, [&](nerva::image* model, nerva::image* current, float rate, unsigned threshold,
+                                        nerva::rectangle* rect, nerva::ChangeRows& rows) {
+                AverageBackground::check(rows.begin(model, current, rate, threshold, rect), "ChangeRows::begin");
+                head = nerva::RLEsegm_segment_rows(rows, width_, height_, s_);
+                rows.finish();
+            });
+            return head;
+        });
     }
 
     py::array_t<int32_t> runs()
@@ -222,6 +208,47 @@ public:
     }
 
 private:
+    // The blobs of the head `find` returns, called without the GIL and with
+    // the settings handed to the library.
+    template <class Find>
+    Blobs segment_with(Find&& find)
+    {
+        Blobs blobs;
+        std::string messages;
+        bool refused = false;
+        PoolFull mode;
+        {
+            py::gil_scoped_release unlocked;
+            std::lock_guard<std::mutex> lock(mutex_);
+            MessageCapture capture(messages);
+            apply_settings();
+            mode = pool_full_;
+            blobs.has_measures = measures_;
+            const std::shared_ptr<nerva::RLEblob> head = find();
+            // The list holds at most one blob per pool slot, however many regions were kept.
+            blobs.reserve(static_cast<size_t>(std::min(s_->nb_blobs, s_->nb_pool_blobs)));
+            for (nerva::RLEblob* b = head.get(); b; b = b->next.get()) {
+                blobs.append(*b);
+                if (!measures_) continue;
+                nerva::blob_shape shape;
+                const bool measured =
+                    nerva::RLEsegm_blob_shape(s_->blob_pool[static_cast<size_t>(b->ident)], s_, &shape) == 0;
+                blobs.append_shape(measured ? &shape : nullptr);
+            }
+            blobs.dropped = nerva::RLEsegm_get_reused_blobs(s_);
+            refused = !head && messages.find("memory ceiling") != std::string::npos;
+            last_roi_ = roi_;
+            segmented_ = !refused;
+        }
+        if (refused) {
+            while (!messages.empty() && messages.back() == '\n') messages.pop_back();
+            PyErr_SetString(PyExc_MemoryError, messages.c_str());
+            throw py::error_already_set();
+        }
+        report_pool_full(mode, blobs.dropped, messages);
+        return blobs;
+    }
+
     // The GIL is let go while waiting for another thread's frame, so that
     // Python threads keep running meanwhile; it is taken back once the
     // segmenter is ours. Every path takes the mutex this way or with the GIL
@@ -372,6 +399,8 @@ MemoryError
     When the frame could need more than memory_ceiling bytes.
 
 The segmenter stays usable after each of these.)doc")
+        .def("_segment_changes", &Segmenter::segment_changes, py::arg("background"), py::arg("grey"),
+             "segment(background.apply(grey)) without the mask: each row is detected and learned as it is read.")
         .def("runs", &Segmenter::runs, R"doc(The run-length image of the last frame as an R x 3 int32 array.
 
 Rows (y, x_start, x_end), bounds included, row by row and left to right

@@ -22,6 +22,8 @@ class CleanUp {
 public:
     CleanUp(int open, int close) : bits_(open, close) {}
 
+    bool active() const { return bits_.active(); }
+
     const cv::Mat& apply(const cv::Mat& mask)
     {
         if (!bits_.active()) return mask;
@@ -36,14 +38,17 @@ private:
 };
 
 // The library's change detection on grey frames: difference, threshold and
-// learning in one pass (detect_changes). The background and the mask are
-// made by the library and keep their own buffers; OpenCV only ever sees
+// learning in one pass (detect_changes), or, when the mask is deferred, row
+// by row as the segmenter reads the rows (ChangeRows, through
+// Segmenter::segment), the mask never written. The background and the mask
+// are made by the library and keep their own buffers; OpenCV only ever sees
 // them through non-owning Mat headers, so nothing is freed twice or by the
 // wrong allocator.
 class RunningAverage : public Foreground {
 public:
     RunningAverage(const Options& o, cv::Size size, cv::Rect roi)
-        : rate_(o.learning_rate), threshold_(static_cast<unsigned>(o.threshold)), clean_(o.open, o.close)
+        : rate_(o.learning_rate), threshold_(static_cast<unsigned>(o.threshold)), clean_(o.open, o.close),
+          deferred_(!clean_.active() && o.overview.empty())
     {
         for (nerva::image** img : {&converted_, &background_, &mask_}) {
             *img = nerva::make_image(nerva::GREY_IMG, size.width, size.height);
@@ -57,6 +62,7 @@ public:
 
     ~RunningAverage() override
     {
+        rows_.finish();  // while the images are there
         for (nerva::image* img : {converted_, background_, mask_}) nerva::destroy_image(img);
     }
 
@@ -64,6 +70,29 @@ public:
     RunningAverage& operator=(const RunningAverage&) = delete;
 
     const cv::Mat& apply(const cv::Mat& frame, const cv::Mat& luma) override
+    {
+        prepare(frame, luma);
+        // Learned after the comparison, so a frame is judged against the past only.
+        check(nerva::detect_changes(background_, &frame_, rate_, threshold_, &rect_, mask_), "detect_changes");
+        return clean_.apply(mask_view_);
+    }
+
+    nerva::ChangeRows* defer(const cv::Mat& frame, const cv::Mat& luma) override
+    {
+        if (!deferred_) return nullptr;
+        prepare(frame, luma);
+        check(rows_.begin(background_, &frame_, rate_, threshold_, &rect_), "ChangeRows::begin");
+        return &rows_;
+    }
+
+private:
+    static void check(int status, const char* what)
+    {
+        if (status < 0) throw RuntimeError(std::string("background model: ") + what + " failed");
+    }
+
+    // Points frame_ at the frame's grey pixels; the first frame becomes the background.
+    void prepare(const cv::Mat& frame, const cv::Mat& luma)
     {
         // The decoder's luma is used in place. Other sources are made grey
         // with OpenCV's weighted grey: the library's own colour-to-grey walks
@@ -78,29 +107,22 @@ public:
             frame_.data = converted_->data;
         }
         if (first_) {
-            check(nerva::update(background_, &frame_, 1.0f, &rect_), "update");  // the first frame is the background
+            check(nerva::update(background_, &frame_, 1.0f, &rect_), "update");
             first_ = false;
         }
-        // Learned after the comparison, so a frame is judged against the past only.
-        check(nerva::detect_changes(background_, &frame_, rate_, threshold_, &rect_, mask_), "detect_changes");
-        return clean_.apply(mask_view_);
-    }
-
-private:
-    static void check(int status, const char* what)
-    {
-        if (status < 0) throw RuntimeError(std::string("background model: ") + what + " failed");
     }
 
     float rate_;
     unsigned threshold_;
     CleanUp clean_;
+    bool deferred_;
     nerva::image* converted_ = nullptr;  // grey made from a colour frame
     nerva::image* background_ = nullptr;
     nerva::image* mask_ = nullptr;
     nerva::image frame_{};  // the frame's grey pixels: a copy of converted_'s record, its data pointer set per frame
     cv::Mat converted_view_, mask_view_;
     nerva::rectangle rect_{};
+    nerva::ChangeRows rows_;
     bool first_ = true;
 };
 

@@ -102,16 +102,19 @@ int run(const Options& o)
     Summary summary;
     Progress progress(o.progress || progress_by_default(o.output.empty()), reader.total());
     long done = 0;
+    const cv::Mat no_mask;
     do {
         const long index = frame.number;
         if (frame.image.size() != size)
             throw RuntimeError("frame " + std::to_string(index) + " ('" + frame.where + "') is " +
                                size_text(frame.image.size()) + ", earlier frames are " + size_text(size));
         auto t = clock_type::now();
-        const cv::Mat& mask = foreground->apply(frame.image, frame.luma);
+        // A deferred mask is never written: the segmenter detects row by row.
+        nerva::ChangeRows* changes = foreground->defer(frame.image, frame.luma);
+        const cv::Mat& mask = changes ? no_mask : foreground->apply(frame.image, frame.luma);
         const double foreground_ms = ms_since(t);
         t = clock_type::now();
-        const std::vector<Blob>& blobs = segmenter.segment(mask);
+        const std::vector<Blob>& blobs = changes ? segmenter.segment(*changes) : segmenter.segment(mask);
         const double segment_ms = ms_since(t);
 
         const std::string when = wall.at(frame.arrival);

@@ -4,6 +4,7 @@
 
 #include "errors.h"
 #include "nerva/segmentation/blob_shape.h"
+#include "nerva/segmentation/segment_rows.h"
 
 namespace nerva_blobs {
 
@@ -18,7 +19,7 @@ cv::Rect region_of_interest(const Options& options, cv::Size frame_size)
 }
 
 Segmenter::Segmenter(const Options& o, cv::Size size, cv::Rect roi)
-    : segm_(std::make_shared<nerva::MV_RLEsegm>()), measures_(o.measures)
+    : segm_(std::make_shared<nerva::MV_RLEsegm>()), size_(size), measures_(o.measures)
 {
     nerva::RLEsegm_init_privateKAP(segm_, 0, size.width - 1, 0, size.height - 1, size.width, size.height);
     nerva::RLEsegm_set_steps(segm_, o.step_x, o.step_y);
@@ -32,8 +33,20 @@ Segmenter::~Segmenter() { nerva::RLEsegm_free_private(segm_); }
 
 const std::vector<Blob>& Segmenter::segment(const cv::Mat& mask)
 {
+    return copy_blobs(nerva::RLEsegm_segmentKAP(mask, segm_).get());
+}
+
+const std::vector<Blob>& Segmenter::segment(nerva::ChangeRows& rows)
+{
+    const std::shared_ptr<nerva::RLEblob> head = nerva::RLEsegm_segment_rows(rows, size_.width, size_.height, segm_);
+    rows.finish();
+    return copy_blobs(head.get());
+}
+
+const std::vector<Blob>& Segmenter::copy_blobs(nerva::RLEblob* head)
+{
     blobs_.clear();
-    for (nerva::RLEblob* b = nerva::RLEsegm_segmentKAP(mask, segm_).get(); b; b = b->next.get()) {
+    for (nerva::RLEblob* b = head; b; b = b->next.get()) {
         blobs_.push_back(Blob{b->ident, b->bbox.xmin, b->bbox.ymin, b->bbox.xmax, b->bbox.ymax, b->bbox.width,
                               b->bbox.height, b->npix, b->xc, b->yc, std::nullopt});
         nerva::blob_shape shape;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "nerva/segmentation/internal/zeroed_memory.h"
+#include "nerva/segmentation/segment_rows.h"
 #include "nerva/segmentation/segmentationRLE.h"
 
 namespace nerva {
@@ -93,11 +94,37 @@ struct SegmenterWork {
     ScratchVector<size_t> peak_rows;
 };
 
+// What a frame is read from, as far as the checks go: its size, and whether
+// it is bytes in two dimensions (type and dims name what it is otherwise).
+struct MaskShape {
+    int cols = 0, rows = 0;
+    bool bytes = true;
+    int type = 0, dims = 2;
+};
+
+MaskShape shape_of(const cv::Mat& mask);
+
+// A mask matrix read through the row interface.
+class MatRows : public MaskRows {
+public:
+    explicit MatRows(const cv::Mat& mask) : mask_(mask) {}
+    const uint8_t* row(int y) override { return mask_.ptr<uint8_t>(y); }
+    const uint8_t* preview(int y) override { return mask_.ptr<uint8_t>(y); }
+
+private:
+    const cv::Mat& mask_;
+};
+
+// RLEsegm_segmentKAP's work on rows of a frame of the given shape, its
+// messages prefixed with `who`.
+std::shared_ptr<RLEblob> segment_frame(const segm_ptr& segmenter, const MaskShape& shape, MaskRows& rows,
+                                       const char* who);
+
 // Prints one line on standard error, prefixed with `who`, and returns true
 // when the frame cannot be segmented without reading or writing out of
 // bounds (uninitialised segmenter, unsuitable mask, region of interest
 // outside the mask or the frame, column step below 1).
-bool segmenter_refuses_frame(const MV_RLEsegm& segm, const cv::Mat& mask, const char* who);
+bool segmenter_refuses_frame(const MV_RLEsegm& segm, const MaskShape& shape, const char* who);
 
 // Refuses a null segmenter with one line ("<who>: null segmenter; nothing
 // done"); true when refused.
@@ -111,7 +138,7 @@ bool segmenter_refuses_row(const MV_RLEsegm& segm, int y, const cv::Mat& mask, c
 // observer may have moved the region of interest, changed the steps or freed
 // the segmenter's state): false, with one line, when the frame can no longer
 // be segmented safely or when called from inside an observer's notify.
-bool notify_observers(MV_RLEsegm& segm, const cv::Mat& mask, const char* who);
+bool notify_observers(MV_RLEsegm& segm, const MaskShape& shape, const char* who);
 
 // Per-frame reset of what outlives the pools (nerva/segmentation/storage_trim.cpp):
 // empties the used regions' row indexes and the region lines; after a burst
@@ -127,9 +154,11 @@ void report_reused_blobs(MV_RLEsegm& segm, int32_t count);
 // Extracts the runs of every row of interest of a frame already checked
 // into the run-length image and SegmenterWork's run bounds and rows; the
 // segment records are left as they were.
+// Each row is asked of `rows` at most once.
+void extract_frame(MV_RLEsegm& segm, MaskRows& rows);
 void extract_frame(MV_RLEsegm& segm, const cv::Mat& mask);
-// The same for row y alone.
-void extract_row(MV_RLEsegm& segm, int y, const cv::Mat& mask);
+// The same for row y alone, its bytes at `row` (column x at row[x]).
+void extract_row(MV_RLEsegm& segm, int y, const uint8_t* row);
 // Writes runs [from, to) of SegmenterWork's run bounds into their segment
 // records, without an owner.
 void write_run_records(MV_RLEsegm& segm, int32_t from, int32_t to);

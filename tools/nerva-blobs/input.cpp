@@ -66,7 +66,7 @@ public:
     }
     long total() const override { return total_; }
     double fps() const override { return fps_; }
-    std::string where() const override { return path_; }
+    std::string_view where() const override { return path_; }
     double stream_ms() const override
     {
         return std::isnan(pending_ms_) ? capture_->get(cv::CAP_PROP_POS_MSEC) : pending_ms_;
@@ -149,7 +149,7 @@ public:
     }
     long total() const override { return static_cast<long>(files_.size()); }
     double fps() const override { return 25.0; }
-    std::string where() const override { return next_ ? files_[next_ - 1] : std::string(); }
+    std::string_view where() const override { return next_ ? std::string_view(files_[next_ - 1]) : std::string_view(); }
 
 private:
     std::vector<std::string> files_;

@@ -3,6 +3,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include <opencv2/core.hpp>
 
@@ -30,8 +31,9 @@ public:
     virtual long total() const = 0;
     // Frames per second for writing an annotated video; 25 when unknown.
     virtual double fps() const = 0;
-    // The file the last frame came from, for messages.
-    virtual std::string where() const = 0;
+    // The file the last frame came from, for messages; a name the source
+    // keeps as long as it lives, so that a frame can point to it.
+    virtual std::string_view where() const = 0;
     // The last frame's time in the stream's own clock, milliseconds; NaN
     // when the source keeps none (image files).
     virtual double stream_ms() const { return std::numeric_limits<double>::quiet_NaN(); }

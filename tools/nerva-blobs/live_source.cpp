@@ -51,7 +51,7 @@ public:
     bool read(cv::Mat& frame) override { return capture_->is_opened() && capture_->read(frame) && !frame.empty(); }
     long total() const override { return -1; }
     double fps() const override { return fps_; }
-    std::string where() const override { return address_; }
+    std::string_view where() const override { return address_; }
     double stream_ms() const override { return capture_->get(cv::CAP_PROP_POS_MSEC); }
     bool live() const override { return true; }
 

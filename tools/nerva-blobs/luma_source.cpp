@@ -119,7 +119,7 @@ public:
 
     long total() const override { return total_; }
     double fps() const override { return fps_; }
-    std::string where() const override { return path_; }
+    std::string_view where() const override { return path_; }
     double stream_ms() const override { return stream_ms_; }
 
 private:

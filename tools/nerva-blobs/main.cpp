@@ -103,10 +103,14 @@ int run(const Options& o)
     Progress progress(o.progress || progress_by_default(o.output.empty()), reader.total());
     long done = 0;
     const cv::Mat no_mask;
+    // Kept across frames, so that a frame allocates nothing: every field is
+    // set again below, or set on every frame of the run or on none.
+    std::string when;
+    LineExtras extras;
     do {
         const long index = frame.number;
         if (frame.image.size() != size)
-            throw RuntimeError("frame " + std::to_string(index) + " ('" + frame.where + "') is " +
+            throw RuntimeError("frame " + std::to_string(index) + " ('" + std::string(frame.where) + "') is " +
                                size_text(frame.image.size()) + ", earlier frames are " + size_text(size));
         auto t = clock_type::now();
         // A deferred mask is never written: the segmenter detects row by row.
@@ -117,10 +121,9 @@ int run(const Options& o)
         const std::vector<Blob>& blobs = changes ? segmenter.segment(*changes) : segmenter.segment(mask);
         const double segment_ms = ms_since(t);
 
-        const std::string when = wall.at(frame.arrival);
+        wall.at(frame.arrival, when);
         // A file keeps a reproducible output, the same bytes on every run:
         // its lines carry no wall time.
-        LineExtras extras;
         extras.time = frame.time;
         extras.dropped = frame.dropped;
         extras.outage_s = frame.outage_s;
@@ -132,7 +135,7 @@ int run(const Options& o)
             extras.blob_tracks = &tracking->blob_tracks();
             extras.tracking = tracking->json();
         }
-        std::string line = json.write(index, blobs, extras);
+        const std::string& line = json.write(index, blobs, extras);
         summary.add_wall(when);
         summary.add_latency(std::chrono::duration<double, std::milli>(clock_type::now() - frame.arrival).count());
         summary.add(static_cast<int>(blobs.size()), frame.decode_ms, foreground_ms, segment_ms);
@@ -153,7 +156,7 @@ int run(const Options& o)
         if (view)
             view->add_frame(
                 FrameStats{static_cast<int>(blobs.size()), frame.dropped, frame.decode_ms, foreground_ms, segment_ms},
-                std::move(line));
+                std::string(line));
         if (reader.live()) {
             const LiveCounts counts = reader.counts();
             const LiveProgress live{counts.dropped, counts.outages, state_name(reader.status().state)};

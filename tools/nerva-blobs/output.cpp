@@ -48,9 +48,10 @@ JsonLinesWriter::~JsonLinesWriter()
     if (owned_) ::close(fd_);
 }
 
-std::string JsonLinesWriter::write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras)
+const std::string& JsonLinesWriter::write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras)
 {
-    std::string text = nerva_pipeline::json_line(frame, blobs, extras);
+    std::string& text = line_;
+    nerva_pipeline::json_line(text, frame, blobs, extras);
 
     // One write per line, unbuffered: a line is either whole on disk or cut
     // back below, never left half-written behind a later one.

@@ -25,11 +25,12 @@ public:
 
     // RuntimeError when the line cannot be written (disk full, closed pipe);
     // a file is then cut back to its last complete line. Returns the line
-    // without its newline.
-    std::string write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras);
+    // without its newline, valid until the next call.
+    const std::string& write(long frame, const std::vector<Blob>& blobs, const LineExtras& extras);
 
 private:
     std::string name_;
+    std::string line_;  // kept: lines cost no allocation once it has grown
     int fd_ = -1;
     bool owned_ = false;
 };

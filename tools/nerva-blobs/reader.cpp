@@ -5,9 +5,9 @@
 #include <cmath>
 #include <condition_variable>
 #include <cstdio>
-#include <deque>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "console.h"
 #include "errors.h"
@@ -35,6 +35,40 @@ constexpr double kSilenceS = 1.0;
 
 std::atomic<bool> abandoned_flag{false};
 
+// The frames waiting for the consumer, in a ring that grows only when a
+// live backlog outgrows it, so that a frame passed through costs no
+// allocation (a deque allocates as its frames move along it).
+class FrameQueue {
+public:
+    bool empty() const { return count_ == 0; }
+    size_t size() const { return count_; }
+    Frame& front() { return slots_[head_]; }
+    const Frame& at(size_t i) const { return slots_[(head_ + i) % slots_.size()]; }
+    void pop_front()
+    {
+        head_ = (head_ + 1) % slots_.size();
+        --count_;
+    }
+    void push_back(Frame&& frame)
+    {
+        if (count_ == slots_.size()) grow();
+        slots_[(head_ + count_) % slots_.size()] = std::move(frame);
+        ++count_;
+    }
+
+private:
+    void grow()
+    {
+        std::vector<Frame> larger(slots_.size() * 2);
+        for (size_t i = 0; i < count_; ++i) larger[i] = std::move(slots_[(head_ + i) % slots_.size()]);
+        slots_.swap(larger);
+        head_ = 0;
+    }
+
+    std::vector<Frame> slots_ = std::vector<Frame>(kQueueFrames);
+    size_t head_ = 0, count_ = 0;
+};
+
 double seconds_since(steady_clock::time_point t)
 {
     return std::chrono::duration<double>(steady_clock::now() - t).count();
@@ -50,7 +84,7 @@ struct FrameReader::Shared {
 
     std::mutex mutex;
     std::condition_variable changed;
-    std::deque<Frame> queue;
+    FrameQueue queue;
     std::atomic<bool> stop{false};  // asked by the consumer
     bool finished = false;          // the source ended or failed
     bool done = false;              // the thread is about to return
@@ -94,7 +128,7 @@ struct FrameReader::Shared {
         std::unique_lock<std::mutex> lock(mutex);
         if (drops) {
             size_t bytes = frame.image.total() * frame.image.elemSize();
-            for (const Frame& f : queue) bytes += f.image.total() * f.image.elemSize();
+            for (size_t i = 0; i < queue.size(); ++i) bytes += queue.at(i).image.total() * queue.at(i).image.elemSize();
             while (!queue.empty() &&
                    (std::chrono::duration<double>(frame.arrival - queue.front().arrival).count() > kOldestQueuedS ||
                     bytes > kQueuedBytes)) {
@@ -124,7 +158,7 @@ struct FrameReader::Shared {
     // stays silent is not back. Counts the attempts made.
     bool connect(bool initial, int& attempts, cv::Mat& first, double& first_ms)
     {
-        const std::string name = "'" + source->where() + "'";
+        const std::string name = "'" + std::string(source->where()) + "'";
         const int allowed = options.reconnect < 0 ? -1 : options.reconnect + (initial ? 1 : 0);
         int wait = initial ? 0 : 1;
         for (attempts = 0; allowed < 0 || attempts < allowed;) {
@@ -193,7 +227,7 @@ void FrameReader::Shared::run()
 void FrameReader::Shared::read_frames()
 {
     FrameSource& src = *source;
-    const std::string name = "'" + src.where() + "'";
+    const std::string name = "'" + std::string(src.where()) + "'";
     int attempts = 0;
     cv::Mat pending;  // the frame a (re)connection brought
     double pending_ms = 0.0;
@@ -380,7 +414,7 @@ std::string FrameReader::no_frame_reason() const
 {
     std::lock_guard<std::mutex> lock(shared_->mutex);
     const Shared& s = *shared_;
-    const std::string name = "'" + s.source->where() + "'";
+    const std::string name = "'" + std::string(s.source->where()) + "'";
     if (s.connect_attempts == 0) return "stopped while connecting to " + name;
     return "stopped before " + name + " gave a frame (" + std::to_string(s.connect_attempts) +
            (s.connect_attempts == 1 ? " attempt" : " attempts") + ", the last: " + s.trouble + ")";

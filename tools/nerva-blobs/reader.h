@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include <opencv2/core.hpp>
@@ -31,7 +32,9 @@ struct Frame {
     int outage_attempts = 0;
     steady_clock::time_point arrival;  // when it was decoded
     double decode_ms = 0.0;
-    std::string where;  // file it came from, for messages
+    // The file it came from, for messages: a name its source keeps, valid
+    // while the reader that handed the frame out lives.
+    std::string_view where;
 };
 
 // Where a live source stands, for the progress line and the live page.

@@ -9,7 +9,7 @@ WallClock::WallClock()
     : system_origin_(std::chrono::system_clock::now()), steady_origin_(std::chrono::steady_clock::now())
 {}
 
-std::string WallClock::at(std::chrono::steady_clock::time_point t) const
+void WallClock::at(std::chrono::steady_clock::time_point t, std::string& out) const
 {
     using namespace std::chrono;
     const auto ms_since_epoch = duration_cast<milliseconds>(system_origin_.time_since_epoch()) +
@@ -20,7 +20,7 @@ std::string WallClock::at(std::chrono::steady_clock::time_point t) const
     char text[80];
     std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", utc.tm_year + 1900, utc.tm_mon + 1,
                   utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, static_cast<int>(ms_since_epoch.count() % 1000));
-    return text;
+    out.assign(text);
 }
 
 }  // namespace nerva_blobs

@@ -12,8 +12,9 @@ namespace nerva_blobs {
 class WallClock {
 public:
     WallClock();
-    // "2026-11-24T01:02:03.456Z": UTC, ISO 8601, milliseconds.
-    std::string at(std::chrono::steady_clock::time_point t) const;
+    // "2026-11-24T01:02:03.456Z": UTC, ISO 8601, milliseconds; written over
+    // `out`, which a stream keeps, so a frame costs no allocation.
+    void at(std::chrono::steady_clock::time_point t, std::string& out) const;
 
 private:
     std::chrono::system_clock::time_point system_origin_;

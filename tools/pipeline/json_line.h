@@ -48,7 +48,10 @@ struct LineExtras {
     std::string tracking;
 };
 
-// The line with its newline.
+// The line with its newline, written over `out`: a stream that keeps `out`
+// from frame to frame writes its lines without allocating once `out` has
+// grown to the longest.
+void json_line(std::string& out, long frame, const std::vector<BlobRecord>& blobs, const LineExtras& extras);
 std::string json_line(long frame, const std::vector<BlobRecord>& blobs, const LineExtras& extras);
 
 }  // namespace nerva_pipeline

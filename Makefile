@@ -15,7 +15,7 @@ NERVA_BLOBS = $(BUILD_DIR)/tools/nerva-blobs/nerva-blobs
 # shim without numpy.
 PYTHON ?= /usr/bin/python3
 
-.PHONY: all test test-timing demo build configure setup clean check-sanitize check-thread fuzz bench bench-tracking python bench-python format format-check
+.PHONY: all test test-timing demo build configure setup clean check-sanitize check-thread fuzz bench bench-tracking bench-live python bench-python format format-check
 
 all: build
 
@@ -83,6 +83,14 @@ bench-tracking:
 	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DNERVA_BUILD_TOOLS=ON -DNERVA_BUILD_BENCH=ON $(CMAKE_FLAGS) >/dev/null
 	@cmake --build $(BUILD_DIR) -j$(JOBS) --target nerva_tracking_bench
 	@$(BUILD_DIR)/bench/nerva_tracking_bench $(TRACKING_FLAGS)
+
+# The live server with 50 clients of /stream.mjpg, half of them stalled: its
+# frame rate, memory and stop time (BENCHMARKS.md).
+bench-live:
+	@scripts/setup.sh bench
+	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DNERVA_BUILD_TOOLS=ON -DNERVA_BUILD_BENCH=ON $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(BUILD_DIR) -j$(JOBS) --target nerva_live_bench
+	@$(BUILD_DIR)/bench/nerva_live_bench
 
 # The Python package's timings: per frame against C++, cv2 and skimage, then
 # nerva-fleet's scaling, overhead per task and chunking (BENCHMARKS.md).

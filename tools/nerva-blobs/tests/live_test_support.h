@@ -1,15 +1,19 @@
 #pragma once
-// What the live tests share: child processes, free ports, waits on events.
+// What the live tests share: child processes, free ports, waits on events,
+// clients of the live server.
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <thread>
+
+#include <httplib.h>
 
 #include "program_test_support.h"
 
@@ -101,4 +105,50 @@ inline std::string page_address(const fs::path& err)
     if (at == std::string::npos) return "";
     const auto end = text.find('/', at + mark.size());
     return end == std::string::npos ? "" : text.substr(at + mark.size(), end - at - mark.size());
+}
+
+// A client of /stream.mjpg reading every picture, counting them.
+class PictureReader {
+public:
+    explicit PictureReader(const std::string& address)
+        : thread_([this, address] {
+              httplib::Client http("http://" + address);
+              http.set_read_timeout(1, 0);
+              std::string tail;
+              http.Get("/stream.mjpg", [&](const char* data, size_t n) {
+                  tail.append(data, n);
+                  for (size_t at; (at = tail.find("--nervaframe")) != std::string::npos; tail.erase(0, at + 12))
+                      ++pictures_;
+                  if (tail.size() > 16) tail.erase(0, tail.size() - 16);
+                  return !stop_;
+              });
+          })
+    {}
+    ~PictureReader()
+    {
+        stop_ = true;
+        thread_.join();
+    }
+    int pictures() const { return pictures_; }
+
+private:
+    std::atomic<bool> stop_{false};
+    std::atomic<int> pictures_{0};
+    std::thread thread_;  // last: starts once the counters exist
+};
+
+// A client that asks for /stream.mjpg and never reads; its small window
+// lets the server's writes block soon. Returns the socket to close.
+inline int stalled_client(const std::string& address)
+{
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    const int window = 4096;
+    setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &window, sizeof window);
+    const auto port = static_cast<uint16_t>(std::stoi(address.substr(address.find(':') + 1)));
+    sockaddr_in a{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+    if (connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0) {
+        const std::string request = "GET /stream.mjpg HTTP/1.1\r\nHost: " + address + "\r\n\r\n";
+        (void)!write(fd, request.data(), request.size());
+    }
+    return fd;
 }

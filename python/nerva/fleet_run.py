@@ -264,19 +264,24 @@ def run_fleet(client, args: argparse.Namespace, folder: Optional[OutputFolder] =
 
     futures = {}
 
-    def submit(job: Job) -> None:
+    def frames(job: Job, p: Piece) -> int:
+        return (p.stop if p.stop is not None else job.announced or 0) - p.start
+
+    def submit(job: Job, pieces: List[Piece]) -> None:
         os.makedirs(os.path.dirname(job.final), exist_ok=True)
-        for p in job.pieces:
-            frames = (p.stop if p.stop is not None else job.announced or 0) - p.start
+        for p in pieces:
             # Longest first: the last tasks to finish are then short ones.
             future = client.submit(segment_piece, job.where, p.destination, folder.temporaries, options, p.start,
                                    p.stop, p.warmup, key=f"nerva-{job.name}-{p.start}-{uuid.uuid4().hex}",
-                                   pure=False, priority=frames)
+                                   pure=False, priority=frames(job, p))
             futures[future] = (job, p)
 
     for job in todo:
         _plan(job, folder.temporaries, piece, args.warmup)
-        submit(job)
+    # The scheduler hands the first tasks it hears of to the workers at
+    # once, whatever their priority: they must be the longest.
+    for job, p in sorted(((job, p) for job in todo for p in job.pieces), key=lambda jp: -frames(*jp)):
+        submit(job, [p])
     running = as_completed(list(futures))
     for future in running:
         job, p = futures.pop(future)
@@ -293,7 +298,7 @@ def run_fleet(client, args: argparse.Namespace, folder: Optional[OutputFolder] =
                     os.unlink(q.destination)
                 job.serial = True
                 _plan(job, folder.temporaries, None, 0)
-                submit(job)
+                submit(job, job.pieces)
                 running.update([f for f, (j, _) in futures.items() if j is job])
                 continue
             _join(job, folder)

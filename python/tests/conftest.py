@@ -79,9 +79,9 @@ def manifest(out):
 @pytest.fixture(scope="module")
 def cluster():
     """A local Dask cluster of two single-threaded worker processes."""
-    distributed = pytest.importorskip("distributed")
-    with distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None,
-                                  silence_logs=50) as c:
+    pytest.importorskip("distributed")
+    from nerva import fleet
+    with fleet.local_cluster(2) as c:
         yield c
 
 

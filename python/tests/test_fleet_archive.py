@@ -140,6 +140,8 @@ def test_a_scheduler_and_two_workers_started_as_documented_complete_a_run(nerva_
         started += [subprocess.Popen([*command, "worker", address], **quiet) for _ in range(2)]
         with distributed.Client(address, timeout=120) as c:
             c.wait_for_workers(2)
+            profiling = c.run(lambda: __import__("dask").config.get("distributed.worker.profile.enabled"))
+        assert set(profiling.values()) == {False}, "Dask's profiler samples the workers' tasks"
         result = subprocess.run([*command, "cams", "--output", "out", "--scheduler", address, *OPTIONS],
                                 capture_output=True, text=True, cwd=archive, env=env, timeout=300)
         assert result.returncode == 0, result.stderr

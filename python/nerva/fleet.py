@@ -228,9 +228,12 @@ def local_cluster(workers: int):
 
     import dask
     from distributed import LocalCluster
+    # The scheduler serves a few HTTP routes even without its dashboard: on a
+    # free port of the loopback, so that two runs at once do not both ask for
+    # 8787 and the second warn about it.
     with dask.config.set(QUIET_DASK):  # the workers get the settings at their start
-        return LocalCluster(n_workers=workers, threads_per_worker=1, processes=True, dashboard_address=None,
-                            silence_logs=logging.ERROR)
+        return LocalCluster(n_workers=workers, threads_per_worker=1, processes=True,
+                            dashboard_address="127.0.0.1:0", silence_logs=logging.ERROR)
 
 
 def connect(args: argparse.Namespace):

@@ -19,17 +19,10 @@ track_detection person(double x, double bottom, int w = 20, int h = 50, int iden
 }
 
 // The smallest box holding a and b, as one blob.
-track_detection merged(const track_detection& a, const track_detection& b)
+track_detection merged(track_detection a, const track_detection& b)
 {
-    nerva::rectangle r{std::min(a.bbox.xmin, b.bbox.xmin),
-                       std::min(a.bbox.ymin, b.bbox.ymin),
-                       std::max(a.bbox.xmax, b.bbox.xmax),
-                       std::max(a.bbox.ymax, b.bbox.ymax),
-                       0,
-                       0};
-    r.width = r.xmax - r.xmin + 1;
-    r.height = r.ymax - r.ymin + 1;
-    return {r, 0, a.npix + b.npix};
+    nerva::absorb_rectangle(&a.bbox, &b.bbox);
+    return {a.bbox, 0, a.npix + b.npix};
 }
 
 class Scene {

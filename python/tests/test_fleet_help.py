@@ -1,6 +1,6 @@
 """The examples nerva-fleet --help gives run as shown, on inputs named as
-they are there, against one local cluster (the example that names a remote
-scheduler aside)."""
+they are there, against the tests' local cluster (the example that names a
+remote scheduler aside)."""
 
 import os
 import shlex
@@ -8,13 +8,9 @@ import subprocess
 import sys
 
 import cv2
-import pytest
 
 import nerva
-
-distributed = pytest.importorskip("distributed")
-
-from conftest import walkers, write_video  # noqa: E402
+from conftest import walkers, write_video
 
 
 def help_examples():
@@ -24,7 +20,7 @@ def help_examples():
     return [shlex.split(line)[1:] for line in lines if "://" not in line]
 
 
-def test_the_examples_of_the_help_run(tmp_path):
+def test_the_examples_of_the_help_run(tmp_path, cluster):
     (tmp_path / "videos").mkdir()
     (tmp_path / "masks").mkdir()
     for name in ("videos/a.avi", "videos/b.avi", "cam1.avi", "cam2.avi"):
@@ -37,10 +33,8 @@ def test_the_examples_of_the_help_run(tmp_path):
     # The examples run from the inputs' folder: the package must not depend on it.
     env = dict(os.environ, PYTHONPATH=os.pathsep.join([os.path.dirname(os.path.dirname(nerva.__file__)),
                                                        os.environ.get("PYTHONPATH", "")]))
-    with distributed.LocalCluster(n_workers=1, threads_per_worker=1, processes=True, dashboard_address=None,
-                                  silence_logs=50) as cluster:
-        for argv in examples:
-            result = subprocess.run([sys.executable, "-m", "nerva.fleet", *argv, "-q", "--scheduler",
-                                     cluster.scheduler_address], cwd=tmp_path, env=env, capture_output=True,
-                                    text=True, timeout=300)
-            assert result.returncode == 0, (argv, result.stderr)
+    for argv in examples:
+        result = subprocess.run([sys.executable, "-m", "nerva.fleet", *argv, "-q", "--scheduler",
+                                 cluster.scheduler_address], cwd=tmp_path, env=env, capture_output=True, text=True,
+                                timeout=300)
+        assert result.returncode == 0, (argv, result.stderr)

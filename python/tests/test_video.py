@@ -32,6 +32,9 @@ def video(tmp_path_factory):
           learning_rate=0.05)),
     (["--background", "mog2", "--min-side", "3"], dict(background="mog2", min_side=3)),
     (["--preset", "vehicles", "--close", "3"], dict(preset="vehicles", closing=3)),
+    # Without a clean-up the running average is segmented row by row, never as a whole mask.
+    (["--preset", "raw", "--roi", "13,7,130,90", "--steps", "3,2"], dict(preset="raw", roi=(13, 7, 130, 90),
+                                                                         steps=(3, 2))),
 ])
 def test_generator_matches_the_program(nerva_blobs, video, program_options, options):
     expected = program_lines(nerva_blobs, video, *program_options)

@@ -1,22 +1,15 @@
 // OpenCV's image codecs and video I/O are loaded, through the module
 // nerva-blobs-io.so, only by the runs that read or write pictures; a run that
 // needs them and cannot load the module says so in one line.
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 
 #include "program_test_support.h"
 
 namespace {
 
 const std::string kVtest = "/usr/share/doc/opencv-doc/examples/data/vtest.avi";
-
-struct Result {
-    int status = -1;
-    std::string err;
-};
 
 class IoModule : public ::testing::Test {
 protected:
@@ -31,11 +24,7 @@ protected:
     static Result run(const fs::path& program, const std::string& args, const std::string& env = "")
     {
         fs::remove(dir_ / "out.jsonl");
-        const std::string cmd =
-            "cd '" + dir_.string() + "' && " + env + " '" + program.string() + "' -q -o out.jsonl 2>err.txt " + args;
-        const int raw = std::system(cmd.c_str());
-        EXPECT_TRUE(WIFEXITED(raw)) << "ended by a signal: " << args;
-        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(dir_ / "err.txt")};
+        return run_in(dir_, env + " '" + program.string() + "' -q -o out.jsonl 2>err.txt " + args);
     }
 
     // The program alone in an installation-like folder: nothing beside it,

@@ -1,13 +1,11 @@
 // Runs the nerva-blobs program as a user would, on inputs made here: a small
 // video of a square moving over a textured background, mask images, and
 // broken inputs.
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <cstdlib>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
@@ -24,12 +22,6 @@ cv::Rect square_at(int f)
     const int t = f - kEmptyFrames;
     return t < 0 ? cv::Rect() : cv::Rect(8 + 3 * t, 30 + 2 * t, kSide, kSide);
 }
-
-struct Result {
-    int status = -1;
-    std::string out, err;
-    std::vector<json> lines() const { return json_lines(out); }
-};
 
 class NervaBlobs : public ::testing::Test {
 protected:
@@ -64,11 +56,7 @@ protected:
     // Redirections in `args` come after ours and win; `limit` is a shell prefix such as a ulimit.
     static Result run(const std::string& args, const std::string& limit = "")
     {
-        const std::string cmd =
-            "cd '" + dir_.string() + "' && (" + limit + "exec '" NERVA_BLOBS_EXE "' >out.txt 2>err.txt " + args + ")";
-        const int raw = std::system(cmd.c_str());
-        EXPECT_TRUE(WIFEXITED(raw)) << "ended by a signal: " << args;
-        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(dir_ / "out.txt"), slurp(dir_ / "err.txt")};
+        return run_in(dir_, "(" + limit + "exec '" NERVA_BLOBS_EXE "' >out.txt 2>err.txt " + args + ")");
     }
 
     // mask_0000.png ...: a box moving right and a still one of value 1 (any non-zero is foreground).

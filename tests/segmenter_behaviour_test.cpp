@@ -32,7 +32,9 @@ TEST(RunExtraction, RowSamplingBackFillsAndSkipsOddRowsWhileSparse)
     auto sampled = segmenter_for(m, 1, 2);  // holds the blobs found
     auto found = blobs(m, sampled);
     ASSERT_EQ(found.size(), 1u);
-    EXPECT_EQ(vals(found[0]->npix, found[0]->bbox.ymin, found[0]->bbox.ymax), vals(6, 1, 3));  // row 1 back-filled
+    EXPECT_EQ(found[0]->npix, 6);
+    EXPECT_EQ(found[0]->bbox.ymin, 1);  // row 1 back-filled
+    EXPECT_EQ(found[0]->bbox.ymax, 3);
 
     auto odd = mask_from({"..........", "####......", "..........", "...#......"});
     auto s = segmenter_for(odd, 1, 2);
@@ -51,13 +53,15 @@ TEST(RunExtraction, PublicExtractionWritesTheRunRecordsWithoutOwners)
     RLEsegm_reset(s);
     s->RLEsegm_build_RLElineKAP(0, m);
     ASSERT_EQ(s->nb_segs, 2);
-    EXPECT_EQ(vals(s->seg_pool[1]->x_start, s->seg_pool[1]->x_end), vals(6, 8));
+    EXPECT_EQ(s->seg_pool[1]->x_start, 6);
+    EXPECT_EQ(s->seg_pool[1]->x_end, 8);
     EXPECT_EQ(s->seg_pool[1]->owner, nullptr);
 
     RLEsegm_reset(s);
     s->RLEsegm_build_RLEimageKAP(m);
     ASSERT_EQ(s->nb_segs, 4);
-    EXPECT_EQ(vals(s->seg_pool[3]->x_start, s->seg_pool[3]->x_end), vals(9, 9));
+    EXPECT_EQ(s->seg_pool[3]->x_start, 9);
+    EXPECT_EQ(s->seg_pool[3]->x_end, 9);
     EXPECT_EQ(s->seg_pool[0]->owner, nullptr);
 }
 
@@ -75,7 +79,9 @@ TEST(Labelling, UMergeSurvivorAndFirstRowSelfPairingHoles)
     // the regions of the first and second runs.
     ASSERT_EQ(blobs(mask_from({"..........", "#.#.#....."}), s).size(), 3u);
     const auto holes = [&](int i) { return RLEsegm_get_region(i, s)->nholes; };
-    EXPECT_EQ(vals(holes(0), holes(1), holes(2)), vals(1, 1, 0));
+    EXPECT_EQ(holes(0), 1);
+    EXPECT_EQ(holes(1), 1);
+    EXPECT_EQ(holes(2), 0);
     EXPECT_EQ(RLEsegm_get_region(0, s)->hole, RLEsegm_get_region(1, s));
 }
 
@@ -84,8 +90,9 @@ TEST(RegionsToBlobs, SizeFiltersAndBoxAreaStatistics)
     auto m = mask_from({"#####.....###", ".#####......."});
     auto s = segmenter_for(m);
     ASSERT_EQ(blobs(m, s).size(), 2u);
-    EXPECT_EQ(vals(s->nb_blobs_cur, s->blob_area_cur), vals(2, 6 * 2 + 3 * 1));  // box areas, not pixels
-    s->min_blob_side = 2;                                                        // the 3x1 blob has height 1
+    EXPECT_EQ(s->nb_blobs_cur, 2);
+    EXPECT_EQ(s->blob_area_cur, 6 * 2 + 3 * 1);  // box areas, not pixels
+    s->min_blob_side = 2;                        // the 3x1 blob has height 1
     EXPECT_EQ(blobs(m, s).size(), 1u);
     s->min_blob_side = 0;
     s->min_blob_pixels = 4;
@@ -101,11 +108,18 @@ TEST(RegionsToBlobs, StatisticsMoveToPreviousAndDensitiesRescaleEveryFrame)
     rectangle* r = make_rectangle(0, 0, 2, 4);
     s->densities[r] = 16.0;
     s->densities[nullptr] = 5.0;
-    auto stats = [&] { return vals(s->nb_blobs_cur, s->blob_area_cur, s->nb_blobs_prev, s->blob_area_prev); };
     RLEsegm_segmentKAP(one, s);
-    EXPECT_EQ(vals(stats(), s->densities[r]), vals(vals(1, 4, -1, -1), 2.0));
+    EXPECT_EQ(s->nb_blobs_cur, 1);
+    EXPECT_EQ(s->blob_area_cur, 4);
+    EXPECT_EQ(s->nb_blobs_prev, -1);
+    EXPECT_EQ(s->blob_area_prev, -1);
+    EXPECT_EQ(s->densities[r], 2.0);
     EXPECT_EQ(RLEsegm_segmentKAP(none, s), nullptr);
-    EXPECT_EQ(vals(stats(), s->densities[r]), vals(vals(0, 0, 1, 4), 2.0));
+    EXPECT_EQ(s->nb_blobs_cur, 0);
+    EXPECT_EQ(s->blob_area_cur, 0);
+    EXPECT_EQ(s->nb_blobs_prev, 1);
+    EXPECT_EQ(s->blob_area_prev, 4);
+    EXPECT_EQ(s->densities[r], 2.0);
     RLEsegm_segmentKAP(one, s);
     EXPECT_EQ(s->densities[r], 0.25);  // rescaled again every frame
     EXPECT_EQ(s->densities[nullptr], 5.0);
@@ -128,10 +142,13 @@ TEST(RegionsToBlobs, PoolTrimmingBoundaryAndTrimmedBlobsComeBackNew)
         EXPECT_EQ(s->nb_pool_blobs, after) << pool << "/" << used;
         auto again = blobs(first, s);
         ASSERT_EQ(again.size(), static_cast<size_t>(pool));
-        for (int i = 0; i < pool; ++i)  // a kept blob keeps what the host wrote, a new one comes clean
-            ASSERT_EQ(vals(again[i]->info[0], again[i]->measures[3], again[i]->fathers[4999]),
-                      i < after ? vals('x', 5.0, 7) : vals('\0', 0.0, 0))
-                << i;
+        for (int i = 0; i < pool; ++i) {  // a kept blob keeps what the host wrote, a new one comes clean
+            const bool kept = i < after;
+            SCOPED_TRACE(i);
+            ASSERT_EQ(again[i]->info[0], kept ? 'x' : '\0');
+            ASSERT_EQ(again[i]->measures[3], kept ? 5.0 : 0.0);
+            ASSERT_EQ(again[i]->fathers[4999], kept ? 7 : 0);
+        }
     }
 }
 
@@ -143,17 +160,28 @@ TEST(RegionsToBlobs, PoolFullReusesTheLastBlobWithoutLoopingTheList)
     const std::shared_ptr<RLEblob> head = RLEsegm_segmentKAP(m, s);
     const std::string reused = "RLEsegm_get_new_blob(): too many blobs !Last blob reused.\n";
     EXPECT_EQ(out.text, reused + reused + reused);
-    EXPECT_EQ(vals(s->nb_blobs, count_blobs(head), s->nb_blobs_cur), vals(2003, 2000, 2000));
+    EXPECT_EQ(s->nb_blobs, 2003);
+    EXPECT_EQ(count_blobs(head), 2000);
+    EXPECT_EQ(s->nb_blobs_cur, 2000);
     EXPECT_EQ(s->blob_pool[1999]->fathers[0], 2002);  // overwritten by the last region
     // The reused blob stays the tail, linked to its neighbour on one side only,
     // also when the public list operation appends it again.
-    const auto tail_links = [&] {
-        const RLEblob* tail = s->blob_pool[1999].get();
-        return vals(s->blob_tail.get() == tail, tail->prev == s->blob_pool[1998], tail->next == nullptr);
+    const auto expect_tail_links = [&] {
+        const std::shared_ptr<RLEblob>& tail = s->blob_pool[1999];
+        EXPECT_EQ(s->blob_tail, tail);
+        EXPECT_EQ(tail->prev, s->blob_pool[1998]);
+        EXPECT_EQ(tail->next, nullptr);
     };
-    EXPECT_EQ(tail_links(), vals(true, true, true));
+    {
+        SCOPED_TRACE("after the frame");
+        expect_tail_links();
+    }
     RLEsegm_blob_list_append(s->blob_pool[1999], s);
-    EXPECT_EQ(vals(tail_links(), s->nb_blobs), vals(vals(true, true, true), 2004));
+    {
+        SCOPED_TRACE("appended again");
+        expect_tail_links();
+    }
+    EXPECT_EQ(s->nb_blobs, 2004);
 }
 
 TEST(BlobList, AppendingAfterAFrameLinksBothWaysAndEndsTheList)
@@ -188,17 +216,32 @@ TEST(SubregionMeasures, SumsAndLimits)
     // scan, ignored by the strict horizontal scan.
     EXPECT_EQ(subregion_get_sumxsumy(id, 8, 0, 9, 4, &sx, &sy, s), 1);
     using Limit = int (*)(int, int, int, int, int, int*, int*, segm_ptr);
-    auto limit = [&](Limit f, int x0, int y0, int x1, int y1) {
-        int a = -1, b = -1;
-        const int found = f(id, x0, y0, x1, y1, &a, &b, s);
-        return vals(found, a, b);
+    struct Limits {
+        int found = 0, first = -1, last = -1;
     };
-    EXPECT_EQ(limit(subregion_get_ylimit, 8, 0, 9, 4), vals(1, 2, 2));
-    EXPECT_EQ(limit(subregion_get_xlimit, 8, 0, 9, 4), vals(-1, 9, 8));
-    EXPECT_EQ(limit(subregion_get_xlimit, 3, 0, 6, 4), vals(1, 3, 6));
-    EXPECT_EQ(std::get<0>(limit(subregion_get_ylimit, 0, 4, 9, 0)), -1);
+    auto limit = [&](Limit f, int x0, int y0, int x1, int y1) {
+        Limits l;
+        l.found = f(id, x0, y0, x1, y1, &l.first, &l.last, s);
+        return l;
+    };
+    const Limits rows = limit(subregion_get_ylimit, 8, 0, 9, 4);
+    EXPECT_EQ(rows.found, 1);
+    EXPECT_EQ(rows.first, 2);
+    EXPECT_EQ(rows.last, 2);
+    const Limits strict = limit(subregion_get_xlimit, 8, 0, 9, 4);
+    EXPECT_EQ(strict.found, -1);
+    EXPECT_EQ(strict.first, 9);
+    EXPECT_EQ(strict.last, 8);
+    const Limits columns = limit(subregion_get_xlimit, 3, 0, 6, 4);
+    EXPECT_EQ(columns.found, 1);
+    EXPECT_EQ(columns.first, 3);
+    EXPECT_EQ(columns.last, 6);
+    EXPECT_EQ(limit(subregion_get_ylimit, 0, 4, 9, 0).found, -1);
     // A rectangle over the whole 32-bit range answers at once, from the image's rows.
-    EXPECT_EQ(limit(subregion_get_ylimit, INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX), vals(1, 2, 2));
+    const Limits whole = limit(subregion_get_ylimit, INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX);
+    EXPECT_EQ(whole.found, 1);
+    EXPECT_EQ(whole.first, 2);
+    EXPECT_EQ(whole.last, 2);
 }
 
 TEST(SegmenterRefusals, UnsafeInputGivesAnEmptyListAndOneLine)

@@ -113,9 +113,12 @@ TEST(RunLengthImageLifetime, AHeldImageNeverPointsIntoReleasedRunsNorPoolsReinit
 
         // Freeing keeps the emptied record (its size too) and re-initialising reuses it.
         RLEsegm_free_private(s);
-        EXPECT_EQ(vals(RLEsegm_get_rle_img(s) == held, held->width, held->height, held->lines.size(),
-                       held_line->nb_segs, held_line->segs),
-                  vals(true, 60, 40, 0u, 0, (std::shared_ptr<segment>*)nullptr));
+        EXPECT_EQ(RLEsegm_get_rle_img(s), held);
+        EXPECT_EQ(held->width, 60);
+        EXPECT_EQ(held->height, 40);
+        EXPECT_EQ(held->lines.size(), 0u);
+        EXPECT_EQ(held_line->nb_segs, 0);
+        EXPECT_EQ(held_line->segs, nullptr);
         RLEsegm_init_privateKAP(s, 0, m.cols - 1, 0, m.rows - 1, m.cols, m.rows);
         EXPECT_EQ(RLEsegm_get_rle_img(s), held);
         RLEsegm_segmentKAP(m, s);
@@ -190,7 +193,8 @@ TEST(SegmenterLimits, MemoryCeilingRefusesTheFrameAndKeepsThePools)
         EXPECT_NE(out.text.find("above the memory ceiling of 67108864; nothing segmented"), std::string::npos)
             << out.text;
     }
-    EXPECT_EQ(vals(s->seg_pool.size(), s->reg_pool.size()), vals(segs, regs));
+    EXPECT_EQ(s->seg_pool.size(), segs);
+    EXPECT_EQ(s->reg_pool.size(), regs);
     EXPECT_EQ(count_blobs(RLEsegm_segmentKAP(ordinary, s)), 2);  // nothing lost
 
     // Without a ceiling the frame is segmented; the pool-full notice can be one counted line.
@@ -213,7 +217,10 @@ TEST(Labelling, StartingAFrameSetsOnlyTheCurrentRow)
     s->i2r->prev_runs = &marker;
     s->i2r->prev_count = 77;
     img2regs_init(s->i2r, s);
-    EXPECT_EQ(vals(s->i2r->prev_runs, s->i2r->prev_count, s->i2r->y, s->i2r->cur_count), vals(&marker, 77, 2, 1));
+    EXPECT_EQ(s->i2r->prev_runs, &marker);
+    EXPECT_EQ(s->i2r->prev_count, 77);
+    EXPECT_EQ(s->i2r->y, 2);
+    EXPECT_EQ(s->i2r->cur_count, 1);
 }
 
 namespace {

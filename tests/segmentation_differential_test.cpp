@@ -33,23 +33,44 @@ struct Components {
                 sum_y[labels.at<int>(y, x)] += y + origin.y;
             }
     }
-    // The component the region is exactly, or 0.
-    int matching(const region& r) const
+    // The component under the region's seed, expected to be the region
+    // exactly, field by field; 0 when the seed is on the background.
+    int expect_component_of(const region& r) const
     {
         const int label = labels.at<int>(r.y_min - origin.y, r.seed_x - origin.x);
+        EXPECT_NE(label, 0) << "the region's seed is on the background";
+        if (!label) return 0;
         const int* st = stats.ptr<int>(label);
-        const bool same =
-            vals(r.npix, r.x_min - origin.x, r.y_min - origin.y, r.x_max - r.x_min + 1, r.y_max - r.y_min + 1) ==
-                vals(st[cv::CC_STAT_AREA], st[cv::CC_STAT_LEFT], st[cv::CC_STAT_TOP], st[cv::CC_STAT_WIDTH],
-                     st[cv::CC_STAT_HEIGHT]) &&
-            r.sum_x == sum_x[label] && r.sum_y == sum_y[label];
-        return same ? label : 0;
+        EXPECT_EQ(r.npix, st[cv::CC_STAT_AREA]);
+        EXPECT_EQ(r.x_min - origin.x, st[cv::CC_STAT_LEFT]);
+        EXPECT_EQ(r.y_min - origin.y, st[cv::CC_STAT_TOP]);
+        EXPECT_EQ(r.x_max - r.x_min + 1, st[cv::CC_STAT_WIDTH]);
+        EXPECT_EQ(r.y_max - r.y_min + 1, st[cv::CC_STAT_HEIGHT]);
+        EXPECT_EQ(r.sum_x, sum_x[label]);
+        EXPECT_EQ(r.sum_y, sum_y[label]);
+        return label;
     }
 };
 
-// Segments `full` (within `roi` if given) and compares with OpenCV's
-// components of the region of interest; returns "" or the first disagreement.
-std::string differs(const cv::Mat& full, segm_ptr s, cv::Rect roi = {})
+// A blob carries its region's values.
+void expect_blob_of(const RLEblob& b, const region& r)
+{
+    EXPECT_EQ(b.npix, r.npix);
+    EXPECT_EQ(b.bbox.xmin, r.x_min);
+    EXPECT_EQ(b.bbox.ymin, r.y_min);
+    EXPECT_EQ(b.bbox.xmax, r.x_max);
+    EXPECT_EQ(b.bbox.ymax, r.y_max);
+    EXPECT_EQ(b.bbox.width, r.x_max - r.x_min + 1);
+    EXPECT_EQ(b.bbox.height, r.y_max - r.y_min + 1);
+    EXPECT_EQ(b.sumx, r.sum_x);
+    EXPECT_EQ(b.sumy, r.sum_y);
+    EXPECT_EQ(b.xc, static_cast<int>(r.sum_x / r.npix));
+    EXPECT_EQ(b.yc, static_cast<int>(r.sum_y / r.npix));
+}
+
+// Segments `full` (within `roi` if given) and expects OpenCV's components of
+// the region of interest; stops at the first region or blob that differs.
+void expect_components(const cv::Mat& full, segm_ptr s, cv::Rect roi = {})
 {
     if (roi.empty()) roi = cv::Rect(0, 0, full.cols, full.rows);
     RLEsegm_set_ROI(roi.x, roi.y, roi.x + roi.width - 1, roi.y + roi.height - 1, s);
@@ -63,26 +84,24 @@ std::string differs(const cv::Mat& full, segm_ptr s, cv::Rect roi = {})
     for (region* r = s->i2r->first.get(); r && head; r = r->next.get()) {
         if (r->absorber) continue;
         ++survivors;
-        const int label = components.matching(*r);
-        if (!label || !seen.insert(label).second)
-            return "region at " + std::to_string(r->x_min) + "," + std::to_string(r->y_min) +
-                   " is no component or a seen one";
+        SCOPED_TRACE(::testing::Message() << "region at " << r->x_min << "," << r->y_min);
+        const int label = components.expect_component_of(*r);
+        EXPECT_TRUE(seen.insert(label).second) << "component " << label << " is another region's too";
+        if (::testing::Test::HasFailure()) return;
     }
-    if (survivors != n - 1) return "count " + std::to_string(survivors) + " vs " + std::to_string(n - 1);
+    ASSERT_EQ(survivors, n - 1);
 
     int count = 0;  // blobs carry their region's values, one per region up to the pool's 2000
     for (RLEblob* b = head.get(); b && count <= 2000; b = b->next.get(), ++count) {
+        SCOPED_TRACE(::testing::Message() << "blob " << count);
         auto r = RLEsegm_get_region(b->fathers[0], s);
-        if (!r || r->absorber) return "blob without a surviving region";
-        const rectangle& box = b->bbox;
-        if (vals(b->npix, box.xmin, box.ymin, box.xmax, box.ymax, box.width, box.height, b->sumx, b->sumy, b->xc,
-                 b->yc) != vals(r->npix, r->x_min, r->y_min, r->x_max, r->y_max, r->x_max - r->x_min + 1,
-                                r->y_max - r->y_min + 1, r->sum_x, r->sum_y, static_cast<int>(r->sum_x / r->npix),
-                                static_cast<int>(r->sum_y / r->npix)))
-            return "blob differs from its region";
+        ASSERT_NE(r, nullptr);
+        ASSERT_EQ(r->absorber, nullptr);
+        expect_blob_of(*b, *r);
+        if (::testing::Test::HasFailure()) return;
     }
-    if (count != std::min(n - 1, 2000)) return "blob count " + std::to_string(count);
-    return s->nb_blobs == n - 1 ? "" : "appends counted";
+    ASSERT_EQ(count, std::min(n - 1, 2000));
+    EXPECT_EQ(s->nb_blobs, n - 1) << "every append counted";
 }
 
 cv::Mat speckled(std::mt19937& rng, int w, int h, double density)
@@ -116,6 +135,54 @@ cv::Mat combs(std::mt19937& rng, int w, int h)
     return m;
 }
 
+int ident_of(const std::shared_ptr<region>& r) { return r ? r->ident : -1; }
+
+// The same values, links (by ident) and lines in two regions.
+void expect_same_region(const region& got, const region& want)
+{
+    EXPECT_EQ(got.npix, want.npix);
+    EXPECT_EQ(got.nholes, want.nholes);
+    EXPECT_EQ(got.x_min, want.x_min);
+    EXPECT_EQ(got.x_max, want.x_max);
+    EXPECT_EQ(got.y_min, want.y_min);
+    EXPECT_EQ(got.y_max, want.y_max);
+    EXPECT_EQ(got.seed_x, want.seed_x);
+    EXPECT_EQ(got.sum_x, want.sum_x);
+    EXPECT_EQ(got.sum_y, want.sum_y);
+    EXPECT_EQ(ident_of(got.absorber), ident_of(want.absorber));
+    EXPECT_EQ(ident_of(got.hole), ident_of(want.hole));
+    EXPECT_EQ(ident_of(got.next), ident_of(want.next));
+    ASSERT_EQ(got.reg_lines.size(), want.reg_lines.size());
+    for (size_t k = 0; k < got.reg_lines.size(); ++k) {
+        SCOPED_TRACE(::testing::Message() << "line " << k);
+        EXPECT_EQ(got.reg_lines[k]->y, want.reg_lines[k]->y);
+        EXPECT_EQ(got.reg_lines[k]->nb_segs, want.reg_lines[k]->nb_segs);
+        EXPECT_EQ(got.reg_lines[k]->first_seg, want.reg_lines[k]->first_seg);
+        if (::testing::Test::HasFailure()) return;
+    }
+}
+
+// The same labelling state in two segmenters, positions taken in each one's
+// own run pool.
+void expect_same_labelling_state(const segm_ptr& got, const segm_ptr& want)
+{
+    const img2regs &a = *got->i2r, &b = *want->i2r;
+    auto at = [](const segm_ptr& s, const std::shared_ptr<segment>& p) {
+        return p ? p.get() - s->seg_pool[0].get() : -1;
+    };
+    EXPECT_EQ(ident_of(a.first), ident_of(b.first));
+    EXPECT_EQ(ident_of(a.last), ident_of(b.last));
+    EXPECT_EQ(a.y, b.y);
+    EXPECT_EQ(a.cur_count, b.cur_count);
+    EXPECT_EQ(a.prev_count, b.prev_count);
+    EXPECT_EQ(a.cur_idx, b.cur_idx);
+    EXPECT_EQ(a.prev_idx, b.prev_idx);
+    EXPECT_EQ(a.cur_runs - got->seg_pool.data(), b.cur_runs - want->seg_pool.data());
+    EXPECT_EQ(a.prev_runs - got->seg_pool.data(), b.prev_runs - want->seg_pool.data());
+    EXPECT_EQ(at(got, a.cur_seg), at(want, b.cur_seg));
+    EXPECT_EQ(at(got, a.prev_seg), at(want, b.prev_seg));
+}
+
 }  // namespace
 
 // Every third frame within a region of interest strictly inside the frame.
@@ -137,7 +204,9 @@ TEST(SegmentationDifferential, RandomMasksOfManySizesAndDensitiesAndRegionsOfInt
                 roi.width = 1 + rng() % (w - 1 - roi.x);
                 roi.height = 1 + rng() % (h - 1 - roi.y);
             }
-            ASSERT_EQ(differs(mask, s, roi), "") << w << "x" << h << " frame " << frame << " density " << d;
+            SCOPED_TRACE(::testing::Message() << w << "x" << h << " frame " << frame << " density " << d);
+            expect_components(mask, s, roi);
+            if (HasFailure()) return;
         }
     }
 }
@@ -146,9 +215,14 @@ TEST(SegmentationDifferential, RandomMasksOfManySizesAndDensitiesAndRegionsOfInt
 TEST(SegmentationDifferential, PoolsGrowForACheckerboardAndServeLaterFrames)
 {
     auto s = segmenter_for(330, 320);
-    ASSERT_EQ(differs(cv::repeat(cv::Mat((cv::Mat_<uchar>(2, 2) << 0, 255, 255, 0)), 160, 165), s), "");
+    expect_components(cv::repeat(cv::Mat((cv::Mat_<uchar>(2, 2) << 0, 255, 255, 0)), 160, 165), s);
+    if (HasFailure()) return;
     std::mt19937 rng(5);
-    for (double d : {0.02, 0.7}) ASSERT_EQ(differs(blocky(rng, 330, 320, d), s), "") << "d=" << d;
+    for (double d : {0.02, 0.7}) {
+        SCOPED_TRACE(::testing::Message() << "d=" << d);
+        expect_components(blocky(rng, 330, 320, d), s);
+        if (HasFailure()) return;
+    }
 }
 
 // A host stepping through the public img2regs functions and
@@ -158,7 +232,6 @@ TEST(SegmentationDifferential, PoolsGrowForACheckerboardAndServeLaterFrames)
 TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
 {
     std::mt19937 rng(4242);
-    auto id = [](const std::shared_ptr<region>& r) { return r ? r->ident : -1; };
     const std::pair<int, int> steps_tried[] = {{1, 1}, {4, 2}, {3, 1}, {1, 3}, {2, 2}};
     segm_ptr driver, steps;
     int w = 0, h = 0;
@@ -195,26 +268,15 @@ TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
 
         ASSERT_EQ(steps->nb_regs, driver->nb_regs) << "trial " << trial;
         for (int k = 0; k < steps->nb_segs; ++k)
-            ASSERT_EQ(id(steps->seg_pool[k]->owner), id(driver->seg_pool[k]->owner));
-        auto fields = [&](const region& r) {  // its lines, then its values and links
-            std::vector<double> v{double(r.npix),  double(r.nholes),       double(r.x_min),    double(r.x_max),
-                                  double(r.y_min), double(r.y_max),        double(r.seed_x),   r.sum_x,
-                                  r.sum_y,         double(id(r.absorber)), double(id(r.hole)), double(id(r.next))};
-            for (const auto& l : r.reg_lines)
-                v.insert(v.end(), {double(l->y), double(l->nb_segs), double(l->first_seg)});
-            return v;
-        };
-        for (int i = 0; i < steps->nb_regs; ++i)
-            ASSERT_EQ(fields(*steps->reg_pool[i]), fields(*driver->reg_pool[i]))
-                << "region " << i << " trial " << trial;
-        auto state = [&](segm_ptr s) {
-            const img2regs& a = *s->i2r;
-            auto at = [&](const std::shared_ptr<segment>& p) { return p ? p.get() - s->seg_pool[0].get() : -1; };
-            return vals(id(a.first), id(a.last), a.y, a.cur_count, a.prev_count, a.cur_idx, a.prev_idx,
-                        a.cur_runs - s->seg_pool.data(), a.prev_runs - s->seg_pool.data(), at(a.cur_seg),
-                        at(a.prev_seg));
-        };
-        EXPECT_EQ(state(steps), state(driver)) << "trial " << trial;
+            ASSERT_EQ(ident_of(steps->seg_pool[k]->owner), ident_of(driver->seg_pool[k]->owner));
+        for (int i = 0; i < steps->nb_regs; ++i) {
+            SCOPED_TRACE(::testing::Message() << "region " << i << " trial " << trial);
+            expect_same_region(*steps->reg_pool[i], *driver->reg_pool[i]);
+            if (HasFailure()) return;
+        }
+        SCOPED_TRACE(::testing::Message() << "trial " << trial);
+        expect_same_labelling_state(steps, driver);
+        if (HasFailure()) return;
     }
 }
 
@@ -268,9 +330,10 @@ TEST(SegmentationDifferential, RowStepsFindWholeComponentsAndEveryOneOnAReadRow)
         for (int i = 0; i < s->nb_regs; ++i) {
             const region& r = *s->reg_pool[i];
             if (r.absorber) continue;
-            const int label = components.matching(r);
-            ASSERT_NE(label, 0) << "trial " << trial << ": region " << r.ident << " is no whole component";
-            ASSERT_EQ(found.count(label), 0u) << "trial " << trial << ": component " << label << " found twice";
+            SCOPED_TRACE(::testing::Message() << "trial " << trial << ": region " << r.ident);
+            const int label = components.expect_component_of(r);
+            if (HasFailure()) return;
+            ASSERT_EQ(found.count(label), 0u) << "component " << label << " found twice";
             found.insert(label);
         }
         const cv::Mat& labels = components.labels;
@@ -295,12 +358,19 @@ TEST(SegmentationDifferential, MasksOfSeveralSizesThroughTheRegionOfInterestOrAn
     for (int frame = 0; frame < 150; ++frame) {
         const int w = 1 + static_cast<int>(rng() % 64), h = 1 + static_cast<int>(rng() % 48);
         const cv::Mat mask = frame % 2 ? blocky(rng, w, h, 0.4) : speckled(rng, w, h, 0.3);
-        ASSERT_EQ(differs(mask, largest), "") << w << "x" << h;
+        SCOPED_TRACE(::testing::Message() << w << "x" << h);
+        expect_components(mask, largest);
+        if (HasFailure()) return;
         RLEsegm_set_steps(resized, 2, 3);
         RLEsegm_init_privateKAP(resized, 0, w - 1, 0, h - 1, w, h);
-        ASSERT_EQ(vals(resized->step_x, resized->step_y, resized->roi_xmax, resized->roi_ymax),
-                  vals(2, 3, w - 1, h - 1));
+        EXPECT_EQ(resized->step_x, 2);
+        EXPECT_EQ(resized->step_y, 3);
+        EXPECT_EQ(resized->roi_xmax, w - 1);
+        EXPECT_EQ(resized->roi_ymax, h - 1);
+        if (HasFailure()) return;
         RLEsegm_set_steps(resized, 1, 1);
-        ASSERT_EQ(differs(mask, resized), "") << w << "x" << h << " after initialising again";
+        SCOPED_TRACE("after initialising again");
+        expect_components(mask, resized);
+        if (HasFailure()) return;
     }
 }

@@ -3,6 +3,7 @@
 
 #include <random>
 #include <thread>
+#include <tuple>
 
 #include "segmenter_test_support.h"
 

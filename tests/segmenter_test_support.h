@@ -2,7 +2,6 @@
 // Helpers shared by the segmenter's tests.
 #include <algorithm>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "nerva/messages.h"
@@ -11,13 +10,6 @@
 namespace segmenter_test {
 
 using namespace nerva;
-
-// Several values compared at once, each printed on failure.
-template <class... T>
-std::tuple<T...> vals(T... v)
-{
-    return std::make_tuple(v...);
-}
 
 // A segmenter over the whole width x height frame, exact unless steps are given.
 inline segm_ptr segmenter_for(int width, int height, int step_x = 1, int step_y = 1)

@@ -10,13 +10,24 @@ namespace nerva {
 
 using namespace detail;
 
+namespace {
+
+// What detect_changes and ChangeRows both ask of the background and the
+// frame: grey images of one size and origin, both with pixels.
+bool detectable(const image* background, const image* current, const rectangle* rect)
+{
+    if (!background || !current || !rect) return false;
+    if (background->type != GREY_IMG || current->type != GREY_IMG) return false;
+    if (background->width != current->width || background->height != current->height) return false;
+    if (background->x_origin != current->x_origin || background->y_origin != current->y_origin) return false;
+    return background->capacity != 0 && current->capacity != 0;
+}
+
+}  // namespace
+
 int detect_changes(image* background, image* current, float rate, unsigned threshold, rectangle* rect, image* mask)
 {
-    if (!background || !current || !rect || !mask) return -1;
-    if (background->type != GREY_IMG || current->type != GREY_IMG) return -1;
-    if (background->width != current->width || background->height != current->height) return -1;
-    if (background->x_origin != current->x_origin || background->y_origin != current->y_origin) return -1;
-    if (background->capacity == 0 || current->capacity == 0) return -1;
+    if (!mask || !detectable(background, current, rect)) return -1;
     if (initialize_image(mask, GREY_IMG, background->width, background->height) < 0) return -1;
     if (mask->x_origin != background->x_origin || mask->y_origin != background->y_origin) return -1;
 
@@ -52,11 +63,8 @@ namespace {
 // bytes from y * width, as a mask row is.
 bool suits_rows(const image* background, const image* current, const rectangle* rect)
 {
-    if (!background || !current || !rect) return false;
-    if (background->type != GREY_IMG || current->type != GREY_IMG) return false;
-    if (background->width != current->width || background->height != current->height) return false;
+    if (!detectable(background, current, rect)) return false;
     if (background->width > INT_MAX || background->height > INT_MAX) return false;
-    if (background->capacity == 0 || current->capacity == 0) return false;
     for (const image* img : {background, current}) {
         if (img->x_origin != 0 || img->y_origin != 0 || !img->data) return false;
         if (buffer_bytes(img) < size_t{img->width} * img->height) return false;

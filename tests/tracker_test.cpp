@@ -85,44 +85,10 @@ public:
     int64_t frame = 0;
 };
 
-TEST(Tracker, ATrackGetsItsIdentityAfterConfirmHitsFrames)
-{
-    Scene s;
-    s.step({person(100, 300)});
-    s.step({person(106, 300)});
-    EXPECT_EQ(s.identified(), 0);
-    s.step({person(112, 300)});
-    EXPECT_EQ(s.identified(), 1);
-    EXPECT_EQ(s.events(nerva::TRACK_EVENT_START), 1);
-    EXPECT_EQ(s.tracker.track_at(0).state, nerva::TRACK_CONFIRMED);
-}
-
-TEST(Tracker, APairThatCrossesKeepsItsIdentities)
-{
-    Scene s;
-    // A walks right, B walks left on the same row; their blobs merge while
-    // they pass each other.
-    int a = 0, b = 0;
-    for (int f = 0; f <= 40; ++f) {
-        const double xa = 100 + 5 * f, xb = 300 - 5 * f;
-        const track_detection da = person(xa, 300), db = person(xb, 300);
-        if (std::abs(xa - xb) < 25) s.step({merged(da, db)});
-        else s.step({da, db});
-        if (f == 5) {
-            a = s.id_near(xa);
-            b = s.id_near(xb);
-        }
-    }
-    ASSERT_NE(a, b);
-    EXPECT_EQ(s.id_near(300), a);
-    EXPECT_EQ(s.id_near(100), b);
-}
-
 TEST(Tracker, AGroupKeepsItsMembersAndTheyLeaveWithTheirOwnIdentities)
 {
     Scene s;
     // Two people converge, walk together as one blob, then part.
-    std::vector<double> xs_a, xs_b;
     int a = 0, b = 0;
     for (int f = 0; f < 60; ++f) {
         const double ya = 300 + 2 * f;

@@ -111,16 +111,3 @@ TEST(ChangeRowsStream, FinishLearnsTheRowsNeverRead)
     ASSERT_EQ(update(&l, &c, 0.5f, &all), 0);
     EXPECT_EQ(cv::countNonZero(bg != learned), 0);
 }
-
-// The back-fill of a row step reads upwards; no row is asked for twice.
-TEST(SegmentRows, EachRowIsAskedForAtMostOnce)
-{
-    struct Rows : MaskRows {
-        cv::Mat mask = mask_from({"....", ".##.", ".##.", ".##.", "....", "#..#", "#..#"});
-        std::vector<int> asked = std::vector<int>(7, 0);
-        const uint8_t* row(int y) override { return ++asked[static_cast<size_t>(y)], mask.ptr<uint8_t>(y); }
-    } rows;
-    const segm_ptr s = segmenter_for(rows.mask, 1, 3);
-    EXPECT_EQ(count_blobs(RLEsegm_segment_rows(rows, 4, 7, s)), count_blobs(RLEsegm_segmentKAP(rows.mask, s)));
-    for (int y = 0; y < 7; ++y) EXPECT_LE(rows.asked[static_cast<size_t>(y)], 1) << "row " << y;
-}

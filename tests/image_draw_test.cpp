@@ -54,21 +54,6 @@ TEST(Draw, RectangleIsRefusedWhenItsFarCornerReachesTheSize)
     EXPECT_EQ(draw_color_rectangle(&wide, grey, 1, 2, 3), -1);
 }
 
-// The bound is the size alone: the origins move the pixels, not the limit.
-TEST(Draw, RectangleBoundIgnoresTheOrigins)
-{
-    owned keep;
-    image* moved_left = keep.make(GREY_IMG, 5, 4);
-    moved_left->x_origin = -3;
-    rectangle inside = bounds(0, 0, 4, 1);  // xmax 4 < width 5
-    EXPECT_EQ(draw_rectangle(&inside, moved_left), 0);
-    image* moved_right = keep.make(GREY_IMG, 5, 4);
-    moved_right->x_origin = 5;
-    rectangle outside = bounds(5, 0, 9, 1);  // xmax 9 >= width 5
-    EXPECT_EQ(draw_rectangle(&outside, moved_right), -1);
-    EXPECT_EQ(nonzero_bytes(moved_right), 0);
-}
-
 TEST(Draw, StraightLinesClipToTheImageAndNeedAColourImage)
 {
     owned keep;

@@ -44,21 +44,6 @@ TEST(RunExtraction, RowSamplingBackFillsAndSkipsOddRowsWhileSparse)
     EXPECT_EQ(blobs(odd, s).size(), 2u);
 }
 
-// A host re-extracting after a frame steps the labelling on runs without a
-// region, whatever the frame left in the reused records.
-TEST(RunExtraction, PublicExtractionWritesTheRunRecordsWithoutOwners)
-{
-    auto m = mask_from({"..##..###.", "..........", "#........#"});
-    auto s = segmenter_for(m);
-    ASSERT_NE(RLEsegm_segmentKAP(m, s), nullptr);
-    RLEsegm_reset(s);
-    s->RLEsegm_build_RLElineKAP(0, m);
-    ASSERT_EQ(s->nb_segs, 2);
-    EXPECT_EQ(s->seg_pool[1]->x_start, 6);
-    EXPECT_EQ(s->seg_pool[1]->x_end, 8);
-    EXPECT_EQ(s->seg_pool[1]->owner, nullptr);
-}
-
 TEST(Labelling, UMergeSurvivorAndFirstRowSelfPairingHoles)
 {
     auto u = mask_from({"##...##...", "#######..."});
@@ -216,10 +201,6 @@ TEST(SubregionMeasures, SumsAndLimits)
     EXPECT_EQ(strict.found, -1);
     EXPECT_EQ(strict.first, 9);
     EXPECT_EQ(strict.last, 8);
-    const Limits columns = limit(subregion_get_xlimit, 3, 0, 6, 4);
-    EXPECT_EQ(columns.found, 1);
-    EXPECT_EQ(columns.first, 3);
-    EXPECT_EQ(columns.last, 6);
     EXPECT_EQ(limit(subregion_get_ylimit, 0, 4, 9, 0).found, -1);
     // A rectangle over the whole 32-bit range answers at once, from the image's rows.
     const Limits whole = limit(subregion_get_ylimit, INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX);

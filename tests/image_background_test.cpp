@@ -89,7 +89,8 @@ TEST(BackgroundCopies, RefusalsGiveTheirCodeAndTheirLine)
 }
 
 // Absolute differences are held against a pixel walk with the change kernels.
-TEST(Differences, GreySignedDifferencesAreIntegers)
+// Signed ones are integers for grey, packed like SIGNED_COLOR_IMG for colour.
+TEST(Differences, SignedDifferencesAreIntegersForGreyAndPackedForColour)
 {
     owned keep;
     rectangle all = box(0, 0, 2, 1);
@@ -99,14 +100,7 @@ TEST(Differences, GreySignedDifferencesAreIntegers)
     EXPECT_EQ(diff->type, INT_IMG);
     EXPECT_EQ(at<int32_t>(diff, 0), -240);
     EXPECT_EQ(at<int32_t>(diff, 1), 150);
-}
 
-// Colour signs are packed like SIGNED_COLOR_IMG.
-TEST(Differences, ColourSignsArePacked)
-{
-    owned keep;
-    rectangle all = box(0, 0, 2, 1);
-    image* diff = keep.make(GREY_IMG, 1, 1);
     image* ca = keep.make(COLOR_IMG_3BYTES, 2, 1, {10, 20, 30, 40, 50, 60});
     image* cb = keep.make(COLOR_IMG_3BYTES, 2, 1, {30, 20, 10, 0, 0, 0});
     ASSERT_EQ(sign_difference(ca, cb, &all, diff), 0);

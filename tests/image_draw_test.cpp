@@ -33,7 +33,8 @@ TEST(Draw, RectangleOutlinesAColourImageInTheBlueByteAlone)
     EXPECT_EQ(bytes_t(corner, corner + 3), (bytes_t{3, 2, 1}));  // given as red, green, blue
 }
 
-TEST(Draw, ColourRectangleOnGreyIgnoresTheColour)
+// The grey value is fixed: the colour given is ignored.
+TEST(Draw, RectangleOnGreyIgnoresTheColourAndIsRefusedWhenItsFarCornerReachesTheSize)
 {
     owned keep;
     rectangle dot = box(2, 2, 1, 1);
@@ -42,12 +43,6 @@ TEST(Draw, ColourRectangleOnGreyIgnoresTheColour)
     EXPECT_EQ(grey->data[2 * 5 + 2], 155);
     EXPECT_EQ(nonzero_bytes(grey), 1);
     EXPECT_EQ(draw_rectangle(&dot, keep.make(INT_IMG, 4, 4)), -1);
-}
-
-TEST(Draw, RectangleIsRefusedWhenItsFarCornerReachesTheSize)
-{
-    owned keep;
-    image* grey = keep.make(GREY_IMG, 5, 4);
     rectangle wide = box(0, 0, 6, 2), tall = box(0, 0, 2, 5);  // xmax == width, ymax == height
     EXPECT_EQ(draw_rectangle(&wide, grey), -1);
     EXPECT_EQ(draw_rectangle(&tall, grey), -1);
@@ -73,17 +68,6 @@ TEST(Draw, DiagonalLinesSkipSamplesOffTheImage)
     ASSERT_EQ(bb_draw_color_line_diag(0, 0, 4, 4, img, 0, 255, 0), 0);
     ASSERT_EQ(bb_draw_color_line_diag(-100, 2, 100, 2, img, 0, 0, 1), 0);
     EXPECT_EQ(nonzero_bytes(img), 9);  // whole pixels: (2, 2) loses its green
-}
-
-// t is i * 0.005 rounded once to float: over 205 columns sample 40 falls
-// on column 41 (0.2f * 205 would give 40.99...).
-TEST(Draw, DiagonalSamplesRoundTOnceToFloat)
-{
-    owned keep;
-    image* row = keep.make(COLOR_IMG_3BYTES, 206, 1);
-    ASSERT_EQ(bb_draw_color_line_diag(0, 0, 205, 0, row, 1, 1, 1), 0);
-    EXPECT_EQ(pixel(row, 41, 0)[0], 1);
-    EXPECT_EQ(pixel(row, 40, 0)[0], 0);
 }
 
 TEST(Draw, MergedMasksTakeTheDoorCodes)

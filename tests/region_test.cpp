@@ -49,22 +49,3 @@ TEST(SegmentList, FreeReleasesOnlyTheHeadOwner)
     EXPECT_EQ(head_owner.use_count(), 1L);
     EXPECT_EQ(later_owner.use_count(), 2L);
 }
-
-TEST(RLEImageModel, InitializeResizeAndFree)
-{
-    auto img = RLEimage_initialize(nullptr, 320, 240);
-    ASSERT_NE(img, nullptr);
-    ASSERT_EQ(img->lines.size(), 240u);
-    ASSERT_NE(img->lines[239], nullptr);
-    EXPECT_EQ(img->lines[239]->segs, nullptr);
-    std::vector<std::shared_ptr<segment>> pool{segment_new()};
-    auto old_line = RLEimage_get_line(img, 3);
-    old_line->nb_segs = 1;
-    old_line->segs = &pool[0];
-    EXPECT_EQ(RLEimage_initialize(img, 100, 100), img);
-    ASSERT_EQ(img->lines.size(), 100u);
-    EXPECT_NE(RLEimage_get_line(img, 3), old_line) << "every line is fresh";
-    EXPECT_EQ(RLEimage_get_line(img, 3)->nb_segs, 0);
-    EXPECT_EQ(RLEimage_free(img), nullptr);
-    EXPECT_EQ(RLEimage_free(nullptr), nullptr);
-}

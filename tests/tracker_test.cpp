@@ -357,12 +357,4 @@ TEST(Zones, EnterExitAndDwell)
     EXPECT_EQ(s.tracker.zone_at(zone).inside, 0);
 }
 
-TEST(Zones, RefusesUnusableGeometry)
-{
-    nerva::MV_tracker tracker;
-    const nerva::track_point two[] = {{0, 0}, {1, 1}};
-    EXPECT_EQ(tracker.add_zone("flat", two, 2), -1);
-    EXPECT_EQ(tracker.add_line("dot", 5, 5, 5, 5), -1);
-}
-
 }  // namespace

@@ -37,8 +37,6 @@ void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 // Widths away from the vector sizes; rows and columns outside the rectangle
 // are background; rows outside the region of interest are learned unread.
 const Case kCases[] = {
-    {"threshold_0_rate_1", 67, 23, {0, 0, 66, 22, 67, 23}, {0, 0, 66, 22, 67, 23}, 1, 1, 1.0f, 0},
-    {"threshold_255_rate_0", 67, 23, {0, 0, 66, 22, 67, 23}, {0, 0, 66, 22, 67, 23}, 1, 1, 0.0f, 255},
     {"threshold_256", 131, 17, {0, 0, 130, 16, 131, 17}, {0, 0, 130, 16, 131, 17}, 1, 1, 0.01f, 256},
     {"rect_partly_outside", 131, 40, {-9, 5, 70, 60, 80, 56}, {0, 0, 130, 39, 131, 40}, 1, 1, 0.05f, 25},
     {"roi_inside_rect_sparse_rows", 131, 40, {0, 0, 130, 39, 131, 40}, {20, 7, 99, 30, 80, 24}, 1, 3, 0.05f, 25},

@@ -90,7 +90,7 @@ TEST(BackgroundCopies, RefusalsGiveTheirCodeAndTheirLine)
 
 // Absolute differences are held against a pixel walk with the change kernels.
 // Signed ones are integers for grey, packed like SIGNED_COLOR_IMG for colour.
-TEST(Differences, SignedDifferencesAreIntegersForGreyAndPackedForColour)
+TEST(Differences, SignedDifferencesAreIntegersOrPackedAndABackgroundKindIsRefused)
 {
     owned keep;
     rectangle all = box(0, 0, 2, 1);
@@ -106,12 +106,8 @@ TEST(Differences, SignedDifferencesAreIntegersForGreyAndPackedForColour)
     ASSERT_EQ(sign_difference(ca, cb, &all, diff), 0);
     EXPECT_EQ(at<uint32_t>(diff, 0), pack(-20, 0, 20));
     EXPECT_EQ(at<uint32_t>(diff, 1), pack(40, 50, 60));
-}
 
-TEST(Differences, ABackgroundKindIsRefusedAfterTheDestinationIsInitialised)
-{
-    owned keep;
-    rectangle all = box(0, 0, 2, 1);
+    // A background kind is refused after the destination is initialised.
     image* out = keep.make(GREY_IMG, 2, 1);
     EXPECT_EQ(abs_difference(keep.make(BG_IMG, 1, 1), keep.make(BG_IMG, 1, 1), &all, out), -1);
     EXPECT_EQ(out->type, BG_IMG);

@@ -320,7 +320,6 @@ TEST(SegmentationDifferential, RowStepsFindWholeComponentsAndEveryOneOnAReadRow)
                     ASSERT_EQ(found.count(label), 1u) << "trial " << trial << ": missed at " << x << "," << y;
                 }
             }
-        ASSERT_LE(static_cast<int>(found.size()), components.n - 1);
     }
 }
 

@@ -1,6 +1,6 @@
 // The running average read row by row (ChangeRows, RLEsegm_segment_rows)
 // held to detect_changes then RLEsegm_segmentKAP at the corners a host can
-// reach: odd widths, thresholds and rates at their ends, a detection
+// reach: odd widths, a threshold past the byte range, a detection
 // rectangle and a region of interest that only partly meet, sparse steps,
 // a memory ceiling.
 #include <gtest/gtest.h>

@@ -50,12 +50,6 @@ TEST(BlobShape, ALineHasNoWidthAndEccentricityOne)
     EXPECT_DOUBLE_EQ(m.perimeter, 2.0);  // the two inner pixels; the ends weigh nothing
 }
 
-TEST(BlobShape, OrientationIsPositiveTowardsIncreasingRows)
-{
-    EXPECT_GT(shapes_of({"##..", ".##.", "..##"})[0].orientation, 0.0);
-    EXPECT_LT(shapes_of({"..##", ".##.", "##.."})[0].orientation, 0.0);
-}
-
 TEST(BlobShape, PerimeterWeighsDiagonalStepsAndCountsHoles)
 {
     const blob_shape ring = shapes_of({"#####", "#...#", "#####"})[0];

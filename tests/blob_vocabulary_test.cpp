@@ -78,16 +78,6 @@ TEST(BlobVocabulary, UnknownNamesWarnAndFallBack)
     EXPECT_EQ(get_occl_name_from_type(occl(0x11)), std::string("MM_OCCL_OTHER"));
 }
 
-// Warnings land in order with the host's own standard output.
-TEST(BlobVocabulary, WarningsLandInOrderWithTheHostsOutput)
-{
-    testing::internal::CaptureStdout();
-    std::printf("a\n");
-    get_type_from_name("x");
-    std::printf("b\n");
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string("a\n") + kUnknownType + "b\n");
-}
-
 TEST(BlobVocabulary, DetailedOcclusionFormQuirks)
 {
     // Every code's detailed form is held by the names fuzzer; these are the quirks:

@@ -36,7 +36,7 @@ TEST(ImageInitialize, ReusesTheBufferWhileItHasRoom)
     EXPECT_EQ(clear_image(keep.make(GREY_IMG, 0, 0)), -1);  // no buffer
 }
 
-TEST(ImageInitialize, OneSideZeroIsASetUpOverNoPixels)
+TEST(ImageInitialize, CapacityZeroIsASetUpOverNoPixelsOrAHostsBuffer)
 {
     owned keep;
     image* empty = keep.make(COLOR_IMG_3BYTES, 5, 0);
@@ -52,11 +52,8 @@ TEST(ImageInitialize, OneSideZeroIsASetUpOverNoPixels)
     EXPECT_EQ(grey->capacity, 0u);
     EXPECT_EQ(initialize_image(grey, FLOAT_IMG, 3, 3), 1);
     EXPECT_EQ(grey->capacity, 9u) << "a real buffer again";
-}
 
-// A generic kind's buffer is the host's (capacity 0): clear_image leaves it.
-TEST(ImageInitialize, ClearLeavesAGenericKindsBuffer)
-{
+    // A generic kind's buffer is the host's (capacity 0): clear_image leaves it.
     image* generic = make_image(image_type(2), 2, 2);
     generic->data[0] = 9;
     EXPECT_EQ(clear_image(generic), 0);

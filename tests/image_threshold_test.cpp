@@ -17,7 +17,7 @@ TEST(Thresholding, GreyRefusesAColourSource)
 }
 
 // Float and signed integer thresholding keep the value or give zero.
-TEST(Thresholding, FloatAndIntegerKeepTheValueNot255)
+TEST(Thresholding, FloatAndIntegerKeepTheValueNot255AndReadFourBytesAPixel)
 {
     owned keep;
     rectangle all = box(0, 0, 3, 1);
@@ -32,14 +32,10 @@ TEST(Thresholding, FloatAndIntegerKeepTheValueNot255)
     put_all<int32_t>(n, {-5, 7, 3});
     ASSERT_EQ(int_thresholding(n, 0xFFFFFFF0u, &all, fout), 0);
     EXPECT_EQ(at<int32_t>(fout, 0), -5) << "-16 as a signed threshold";
-}
 
-// No kind is refused: a grey source is read four bytes per pixel, and the
-// pixels whose four bytes lie past the buffer are skipped.
-TEST(Thresholding, FloatAndIntegerReadAnyKindFourBytesAPixelWithinTheBuffer)
-{
-    owned keep;
-    rectangle all = box(0, 0, 6, 1);
+    // No kind is refused: a grey source is read four bytes per pixel, and
+    // the pixels whose four bytes lie past the buffer are skipped.
+    all = box(0, 0, 6, 1);
     image* grey = keep.make(GREY_IMG, 6, 1, {1, 0, 0, 0, 9, 9});
     image* out = keep.make(GREY_IMG, 6, 1, bytes_t(6, 7));
     ASSERT_EQ(int_thresholding(grey, 1, &all, out), 0);

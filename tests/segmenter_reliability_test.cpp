@@ -34,28 +34,10 @@ struct CallingObserver : Observer<CSegmentMessage> {
 
 }  // namespace
 
-// Removing the next observer skips it; an observer added during
-// notification is called from the next frame on.
-TEST(SegmenterObservers, ObserversChangedDuringNotificationCountFromTheirTurn)
-{
-    const cv::Mat m = two_squares();
-    auto s = segmenter_for(m);
-    CallingObserver mover, second, late;
-    for (CallingObserver* o : {&mover, &second}) s->add_observer(o);
-    mover.action = [&] {
-        s->remove_observer(&second);
-        if (!late.calls) s->add_observer(&late);
-    };
-    RLEsegm_segmentKAP(m, s);
-    EXPECT_EQ(second.calls, 0);
-    EXPECT_EQ(late.calls, 0);
-    RLEsegm_segmentKAP(m, s);
-    EXPECT_EQ(late.calls, 1);
-}
-
-// A host's observer on the stack may go out of scope before the segmenter;
-// the sanitizers' run catches any call through what it left behind.
-TEST(SegmenterObservers, AnObserverDestroyedWhileRegisteredLeavesTheList)
+// A host's observer on the stack may go out of scope before the segmenter,
+// or the segmenter before the observer; the sanitizers' run catches any call
+// through what either left behind.
+TEST(SegmenterObservers, ObserversAndSegmenterForgetEachOtherWhicheverGoesFirst)
 {
     const cv::Mat m = two_squares();
     auto s = segmenter_for(m);
@@ -69,34 +51,12 @@ TEST(SegmenterObservers, AnObserverDestroyedWhileRegisteredLeavesTheList)
     EXPECT_EQ(s->observers.size(), 1u);
     RLEsegm_segmentKAP(m, s);
     EXPECT_EQ(kept.calls, 1);
-}
 
-TEST(SegmenterObservers, ASegmenterDestroyedFirstIsForgottenByItsObservers)
-{
-    CallingObserver outliving;
-    auto s = segmenter_for(two_squares());
-    s->add_observer(&outliving);
     s.reset();
-    auto other = segmenter_for(two_squares());
-    other->add_observer(&outliving);
-    other->remove_observer(&outliving);
+    auto other = segmenter_for(m);
+    other->add_observer(&kept);
+    other->remove_observer(&kept);
     EXPECT_TRUE(other->observers.empty());
-}  // outliving's destructor touches no destroyed segmenter
-
-TEST(SegmenterObservers, WhatAnObserverChangesIsCheckedBeforeAnyRowIsRead)
-{
-    const cv::Mat m = two_squares();
-    auto s = segmenter_for(m);
-    CallingObserver mover;
-    s->add_observer(&mover);
-    // Moved outside the frame: refused after notification, in one line. (The
-    // fuzzer holds the other changes an observer may make, segmenting again
-    // from notify included.)
-    mover.action = [&] { RLEsegm_set_ROI(0, 0, 500, 500, s); };
-    CapturedMessages out;
-    EXPECT_EQ(RLEsegm_segmentKAP(m, s), nullptr);
-    EXPECT_EQ(out.text.rfind("RLEsegm_segmentKAP(): region of interest x 0..500", 0), 0u) << out.text;
-    EXPECT_EQ(out.lines(), 1L) << out.text;
 }
 
 TEST(RunLengthImageLifetime, AHeldImageNeverPointsIntoReleasedRunsNorPoolsReinitialisedUnderIt)
@@ -171,7 +131,8 @@ TEST(SegmenterRefusals, NullSegmenterIsRefusedWithOneLineEach)
     EXPECT_EQ(subregion_get_sumxsumy(0, 0, 0, 9, 9, &sx, &sy, none), 0);
     EXPECT_EQ(sx, 0.0);
     EXPECT_EQ(sy, 0.0);
-    EXPECT_EQ(subregion_get_sumx(0, 0, 0, 9, 9, none) + subregion_get_sumy(0, 0, 0, 9, 9, none), 0.0);
+    EXPECT_EQ(subregion_get_sumx(0, 0, 0, 9, 9, none), 0.0);
+    EXPECT_EQ(subregion_get_sumy(0, 0, 0, 9, 9, none), 0.0);
     for (auto f : {subregion_get_xlimit, subregion_get_ylimit}) EXPECT_EQ(f(0, 0, 0, 9, 9, &lo, &hi, none), -1);
     EXPECT_EQ(out.lines(), 25);
     EXPECT_NE(out.text.find("RLEsegm_reset(): null segmenter; nothing done\n"), std::string::npos);
@@ -206,21 +167,6 @@ TEST(SegmenterLimits, MemoryCeilingRefusesTheFrameAndKeepsThePools)
     EXPECT_EQ(out.text, "RLEsegm_get_new_blob(): too many blobs !Last blob reused. (129072 times in this frame)\n");
     RLEsegm_segmentKAP(ordinary, s);
     EXPECT_EQ(RLEsegm_get_reused_blobs(s), 0);
-}
-
-TEST(Labelling, StartingAFrameSetsOnlyTheCurrentRow)
-{
-    const cv::Mat m = two_squares();
-    auto s = segmenter_for(m);
-    s->RLEsegm_build_RLEimageKAP(m);
-    std::shared_ptr<segment> marker;
-    s->i2r->prev_runs = &marker;
-    s->i2r->prev_count = 77;
-    img2regs_init(s->i2r, s);
-    EXPECT_EQ(s->i2r->prev_runs, &marker);
-    EXPECT_EQ(s->i2r->prev_count, 77);
-    EXPECT_EQ(s->i2r->y, 2);
-    EXPECT_EQ(s->i2r->cur_count, 1);
 }
 
 namespace {
@@ -282,24 +228,4 @@ TEST(SegmenterSoak, StorageHeldReturnsAfterABurstOfTallAndManyRegions)
     EXPECT_LT(row_index_entries(*s), index_before + 100000) << "before " << index_before;
     EXPECT_LE(region_lines_held(*s), std::max<size_t>(2 * lines_before, 1 << 16)) << "before " << lines_before;
     EXPECT_LE(s->work->spare_blobs.size(), 128u);
-}
-
-// A stream alternating a crowded frame of tall blobs with a lighter one of
-// short blobs: the blob records trimmed after the light frame come back as
-// spares, and no region's row index moves, so no frame allocates.
-TEST(SegmenterSoak, AlternatingFramesKeepRecordsAndRowIndexesInPlace)
-{
-    auto s = segmenter_for(640, 480);
-    cv::Mat crowded(480, 640, CV_8UC1, cv::Scalar(0)), light(480, 640, CV_8UC1, cv::Scalar(0));
-    for (int i = 0; i < 40; ++i) crowded(cv::Rect(15 * i + 2, 10 + 5 * (i % 7), 4, 300)).setTo(255);
-    for (int i = 0; i < 25; ++i) light(cv::Rect(20 * i + 2, 400, 4, 20)).setTo(255);
-    for (int f = 0; f < 4; ++f) RLEsegm_segmentKAP(f % 2 ? light : crowded, s);
-    const size_t records = static_cast<size_t>(s->nb_pool_blobs) + s->work->spare_blobs.size();
-    std::vector<const void*> places;
-    for (size_t i = 0; i < 40; ++i) places.push_back(s->reg_pool[i]->reg_lines.data());
-    for (int f = 0; f < 20; ++f) {
-        ASSERT_EQ(count_blobs(RLEsegm_segmentKAP(f % 2 ? light : crowded, s)), f % 2 ? 25 : 40);
-        EXPECT_EQ(static_cast<size_t>(s->nb_pool_blobs) + s->work->spare_blobs.size(), records) << "frame " << f;
-    }
-    for (size_t i = 0; i < 40; ++i) EXPECT_EQ(places[i], s->reg_pool[i]->reg_lines.data()) << i;
 }

@@ -1,11 +1,9 @@
 """nerva-blobs, blobs_in_video and nerva-fleet accept and refuse the same
 options, with messages naming the option as each spells it."""
 
-import json
 import re
 import subprocess
 
-import numpy as np
 import pytest
 
 import nerva
@@ -61,14 +59,3 @@ def test_misspelt_fleet_options_name_the_nearest(capsys):
     with pytest.raises(SystemExit):
         fleet.parse_arguments(["in.avi", "-o", "out", "--min-pixel", "5"])
     assert "unknown option --min-pixel; did you mean --min-pixels" in capsys.readouterr().err
-
-
-def test_a_cut_list_says_so_in_the_json_line():
-    mask = np.zeros((4, 8), np.uint8)
-    mask[1, 1] = 255
-    line = json.loads(nerva.json_line(3, nerva.blobs(mask), time=0.5, dropped=2, components=2500))
-    assert line["truncated"] is True
-    assert line["components"] == 2500
-    assert line["time"] == 0.5
-    assert line["dropped"] == 2
-    assert "truncated" not in json.loads(nerva.json_line(3, nerva.blobs(mask)))

@@ -43,6 +43,14 @@ def walkers(count=30, width=160, height=120, seed=0):
     return frames
 
 
+@pytest.fixture(scope="session")
+def video(tmp_path_factory):
+    """cam.avi: 30 frames of walkers."""
+    path = tmp_path_factory.mktemp("video") / "cam.avi"
+    write_video(path, walkers(30))
+    return path
+
+
 @pytest.fixture
 def rng():
     return np.random.default_rng(12345)

@@ -36,13 +36,6 @@ def assert_one_line(result, status, words):
 
 
 @pytest.fixture(scope="module")
-def video(tmp_path_factory):
-    path = tmp_path_factory.mktemp("in") / "cam.avi"
-    write_video(path, walkers(12))
-    return path
-
-
-@pytest.fixture(scope="module")
 def scheduler(cluster):
     return cluster.scheduler_address
 

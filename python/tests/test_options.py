@@ -7,15 +7,7 @@ import subprocess
 import pytest
 
 import nerva
-from conftest import walkers, write_video
 from nerva import fleet
-
-
-@pytest.fixture(scope="module")
-def video(tmp_path_factory):
-    path = tmp_path_factory.mktemp("video") / "walkers.avi"
-    write_video(path, walkers(3))
-    return path
 
 
 # (program flags, Python keywords, message with the program's names, with Python's)

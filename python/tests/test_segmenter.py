@@ -110,15 +110,6 @@ class TestBeyondTheBlobPool:
 
     mask = checkerboard(100)  # 5000 single-pixel regions
 
-    def test_counts_the_regions_lost(self, capfd):
-        seg = nerva.Segmenter(100, 100, pool_full="silent")
-        blobs = seg.segment(self.mask)
-        components = cv2.connectedComponents(self.mask, connectivity=4)[0] - 1
-        assert len(blobs) == 2000
-        assert blobs.truncated
-        assert blobs.dropped == components - 2000
-        assert capfd.readouterr() == ("", "")
-
     def test_warns_once_per_frame_by_default(self, capfd):
         seg = nerva.Segmenter(100, 100)
         with warnings.catch_warnings(record=True) as caught:

@@ -5,7 +5,6 @@ import subprocess
 import pytest
 
 import nerva
-from conftest import walkers, write_video
 
 
 def test_unusable_lines_and_zones_are_refused():
@@ -15,9 +14,7 @@ def test_unusable_lines_and_zones_are_refused():
         nerva.Tracker(640, 480, zones={"flat": [(0, 0), (1, 1)]})
 
 
-def test_the_generator_tracks_as_the_program_does(nerva_blobs, tmp_path):
-    video = tmp_path / "walkers.avi"
-    write_video(video, walkers(30))
+def test_the_generator_tracks_as_the_program_does(nerva_blobs, video):
     out = subprocess.run([nerva_blobs, str(video), "-q", "--track", "--line", "mid:80,0,80,119"], check=True,
                          capture_output=True, text=True).stdout
     program = [json.loads(line) for line in out.splitlines()]

@@ -11,7 +11,7 @@ import time
 import psutil
 import pytest
 
-distributed = pytest.importorskip("distributed")
+pytest.importorskip("distributed")
 
 from nerva import fleet  # noqa: E402
 from conftest import manifest, walkers, write_video  # noqa: E402
@@ -56,16 +56,6 @@ def test_the_command_line_matches_the_program_and_force_reruns(nerva_blobs, clie
 
     assert run(client, videos / "cam0.avi", "--output", out, "--force") == 0
     assert manifest(out)["cam0"]["status"] == "done"
-
-
-def test_the_longest_input_starts_first_whatever_its_name(client, videos, tmp_path):
-    # cam0..cam3 grow longer in name order: taken as named, the longest
-    # would start last and alone set the run's length.
-    with distributed.get_task_stream(client) as stream:
-        assert run(client, videos, "--output", tmp_path / "out") == 0
-    segmenting = [t for t in stream.data if not t["key"].startswith("nerva-probe-")]
-    first_two = sorted(segmenting, key=lambda t: t["startstops"][0]["start"])[:2]
-    assert "nerva-cam3-" in " ".join(t["key"] for t in first_two)
 
 
 def test_a_bad_input_fails_alone(client, videos, tmp_path):
@@ -118,15 +108,6 @@ def test_a_worker_killed_mid_video_loses_nothing(nerva_blobs, client, videos, tm
     killer.join()
     assert killed, "no worker was caught mid-video"
     assert_identical(nerva_blobs, videos, out)
-
-
-# The option checks shared with the program are in test_options.py.
-@pytest.mark.parametrize("argv", [["--roi", "1,2,3"], ["--bogus"], [], ["--scheduler", ""]])
-def test_bad_command_lines_exit_2(tmp_path, argv):
-    result = subprocess.run([sys.executable, "-m", "nerva.fleet", "x.avi", *argv,
-                             *(["--output", str(tmp_path)] if argv else [])], capture_output=True, text=True)
-    assert result.returncode == 2
-    assert "nerva-fleet: error:" in result.stderr
 
 
 def test_options_the_frame_refuses_fail_the_input_at_once(client, videos, tmp_path):

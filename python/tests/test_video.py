@@ -47,14 +47,6 @@ def test_mask_sequences_match_the_program(nerva_blobs, tmp_path, rng):
     assert generator_lines(tmp_path, masks=True, closing=3) == closed
 
 
-def test_unreadable_inputs_raise_input_error(tmp_path):
-    with pytest.raises(nerva.InputError, match="does not exist"):
-        next(nerva.blobs_in_video(str(tmp_path / "missing.avi")))
-    (tmp_path / "junk.avi").write_bytes(b"not a video at all" * 100)
-    with pytest.raises(nerva.InputError, match="cannot decode"):
-        next(nerva.blobs_in_video(str(tmp_path / "junk.avi")))
-
-
 def _listening(port):
     """Read from /proc, so as not to use up the server's one connection."""
     with open("/proc/net/tcp") as table:

@@ -80,14 +80,6 @@ inline bool listening(int port)
     return slurp("/proc/net/tcp").find(wanted) != std::string::npos;
 }
 
-// Whether a UDP socket is bound to the port: a sender may start.
-inline bool bound_udp(int port)
-{
-    char wanted[32];
-    std::snprintf(wanted, sizeof wanted, ":%04X 00000000:0000 ", port);
-    return slurp("/proc/net/udp").find(wanted) != std::string::npos;
-}
-
 template <class Condition>
 bool wait_until(Condition done, std::chrono::seconds timeout = 30s)
 {

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
@@ -116,19 +115,6 @@ TEST_F(NervaBlobs, DrawsTheBoxOnAnnotatedFramesAVideoAndAnOverview)
     const int fourcc = static_cast<int>(h264.get(cv::CAP_PROP_FOURCC));
     EXPECT_EQ(std::string({char(fourcc), char(fourcc >> 8), char(fourcc >> 16), char(fourcc >> 24)}), "avc1");
     EXPECT_FALSE(cv::imread((dir_ / "overview.png").string()).empty());
-}
-
-// How long a run takes depends on the machine: this fixture carries the
-// `timing` label, which `make test` leaves out.
-class NervaBlobsTiming : public NervaBlobs {};
-
-// --realtime paces a file as a camera would deliver it: 40 frames at 25 a second.
-TEST_F(NervaBlobsTiming, RealtimePacesAFileAtItsFrameRate)
-{
-    const auto start = std::chrono::steady_clock::now();
-    const Result paced = run("square.avi --realtime -o /dev/null");
-    EXPECT_GT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 1.4);
-    EXPECT_NE(paced.err.find("frames dropped; from arrival to JSON line: median"), std::string::npos) << paced.err;
 }
 
 TEST_F(NervaBlobs, AnExistingFileIsReadAsAFileEvenWhenItsNameLooksLikeAPattern)

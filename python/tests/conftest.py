@@ -65,10 +65,15 @@ def nerva_blobs():
     return path
 
 
+def program_output(program, source, *options):
+    """What nerva-blobs writes for `source`, as bytes."""
+    return subprocess.run([program, str(source), "-q", *options], check=True, capture_output=True).stdout
+
+
 def program_lines(program, source, *options):
     """nerva-blobs' JSON lines restricted to the frame and its blobs (other fields may come and go)."""
-    out = subprocess.run([program, str(source), "-q", *options], check=True, capture_output=True, text=True).stdout
-    return [{"frame": d["frame"], "blobs": d["blobs"]} for d in map(json.loads, out.splitlines())]
+    lines = program_output(program, source, *options).splitlines()
+    return [{"frame": d["frame"], "blobs": d["blobs"]} for d in map(json.loads, lines)]
 
 
 def free_port():

@@ -14,7 +14,7 @@ import pytest
 pytest.importorskip("distributed")
 
 from nerva import fleet  # noqa: E402
-from conftest import manifest, walkers, write_video  # noqa: E402
+from conftest import manifest, program_output, walkers, write_video  # noqa: E402
 
 OPTIONS = ["--open", "3", "--min-pixels", "5"]
 
@@ -33,9 +33,7 @@ def run(client, *argv):
 
 def assert_identical(nerva_blobs, videos, out):
     for k in range(4):
-        expected = subprocess.run([nerva_blobs, str(videos / f"cam{k}.avi"), "-q", *OPTIONS], check=True,
-                                  capture_output=True).stdout
-        assert (out / f"cam{k}.jsonl").read_bytes() == expected
+        assert (out / f"cam{k}.jsonl").read_bytes() == program_output(nerva_blobs, videos / f"cam{k}.avi", *OPTIONS)
     assert not [n for _, _, files in os.walk(out / ".nerva-fleet") for n in files if n != "lock"]
 
 
@@ -77,8 +75,7 @@ def test_masks_are_split_so_workers_stay_busy_and_the_pieces_join_exactly(nerva_
     import numpy as np
     frames = [np.where(f > 150, 255, 0).astype(np.uint8) for f in walkers(400, seed=7)]
     write_video(tmp_path / "masks.avi", frames)
-    expected = subprocess.run([nerva_blobs, str(tmp_path / "masks.avi"), "-q", "--masks", *OPTIONS], check=True,
-                              capture_output=True).stdout
+    expected = program_output(nerva_blobs, tmp_path / "masks.avi", "--masks", *OPTIONS)
     auto = tmp_path / "auto"
     chunked = tmp_path / "chunked"
     assert run(client, tmp_path / "masks.avi", "--masks", "--output", auto) == 0
@@ -122,8 +119,7 @@ def test_tracks_and_the_manifests_line_counts_are_the_programs(nerva_blobs, clie
     out = tmp_path / "out"
     tracking = ["--line", "mid:80,0,80,119", "--zone", "left:0,0;80,0;80,119;0,119"]
     assert run(client, videos / "cam1.avi", "--output", out, *tracking) == 0
-    expected = subprocess.run([nerva_blobs, str(videos / "cam1.avi"), "-q", *tracking, *OPTIONS],
-                              check=True, capture_output=True).stdout
+    expected = program_output(nerva_blobs, videos / "cam1.avi", *tracking, *OPTIONS)
     assert (out / "cam1.jsonl").read_bytes() == expected
     assert any(json.loads(line)["tracks"] for line in expected.splitlines())
     exits = [e for line in expected.splitlines() for e in json.loads(line)["events"] if e["type"] == "exit"]

@@ -276,30 +276,4 @@ TEST_F(LiveSource, ServedEndpointsFollowTheStream)
     EXPECT_NE(err().find("nerva-blobs: first frame at 20"), std::string::npos) << err();
 }
 
-// Two clients of /stream.mjpg reading every picture and one that never
-// reads: the stalled one holds up neither the readers nor the camera's
-// frames, the metrics answer, and SIGTERM ends the run cleanly with it still
-// connected. (bench/live_clients_bench.cpp measures 50 such clients.)
-TEST_F(LiveSource, AStalledPictureClientHoldsUpNoOther)
-{
-    const auto server = serve("pattern.ts");
-    const auto program = run("--serve 0");
-    std::string address;
-    ASSERT_TRUE(wait_until([&] { return !(address = page_address(dir_ / "err.txt")).empty(); })) << err();
-    const int stalled = stalled_client(address);
-    PictureReader first(address), second(address);
-    const size_t seen = lines().size();
-    EXPECT_TRUE(wait_until([&] { return first.pictures() >= 50; }, 60s));
-    EXPECT_TRUE(wait_until([&] { return second.pictures() >= 50; }, 60s));
-    EXPECT_TRUE(wait_until([&] { return lines().size() >= seen + 50; }, 60s)) << err();
-    httplib::Client http("http://" + address);
-    const auto metrics = http.Get("/metrics");
-    ASSERT_TRUE(metrics);
-    EXPECT_EQ(metrics->status, 200);
-    program->signal(SIGTERM);
-    ASSERT_EQ(program->wait(20s), 0) << err();
-    EXPECT_NE(err().find("frames dropped;"), std::string::npos) << "the summary is written: " << err();
-    close(stalled);
-}
-
 }  // namespace

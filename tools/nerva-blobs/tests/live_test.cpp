@@ -102,7 +102,6 @@ TEST_F(LiveSource, ReconnectsNumbersGoOnAndSigtermStopsCleanly)
     const size_t outage = outage_at(lines);
     EXPECT_EQ(lines[0]["frame"], 0);
     expect_consistent(lines);
-    for (size_t i = 1; i < outage; ++i) EXPECT_FALSE(lines[i]["blobs"].empty()) << "the pattern moves";
     // Before the loss, arrival on the stream's clock: 25 frames a second.
     const json &first = lines.front(), &last = lines[outage - 1];
     EXPECT_NEAR(last["time"].get<double>() - first["time"].get<double>(),

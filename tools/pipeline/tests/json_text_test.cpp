@@ -58,10 +58,7 @@ TEST(JsonText, ValuesJsonCannotWriteAreNull)
 
 // The shortest digits: a rounded time is written as it was rounded, not
 // with the binary value's tail.
-TEST(JsonText, RoundedValuesAreWrittenShort)
-{
-    EXPECT_EQ(number(0.372752), "0.372752");
-}
+TEST(JsonText, RoundedValuesAreWrittenShort) { EXPECT_EQ(number(0.372752), "0.372752"); }
 
 TEST(JsonText, EveryFiniteDoubleReadsBackExactly)
 {

@@ -1,6 +1,6 @@
 #pragma once
-// What the live tests share: child processes, free ports, waits on events,
-// clients of the live server.
+// What the live tests and the live clients benchmark share: child processes,
+// free ports, waits on events, clients of the live server.
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>

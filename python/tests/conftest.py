@@ -43,6 +43,14 @@ def walkers(count=30, width=160, height=120, seed=0):
     return frames
 
 
+@pytest.fixture(scope="session")
+def video(tmp_path_factory):
+    """cam.avi: 30 frames of walkers."""
+    path = tmp_path_factory.mktemp("video") / "cam.avi"
+    write_video(path, walkers(30))
+    return path
+
+
 @pytest.fixture
 def rng():
     return np.random.default_rng(12345)
@@ -57,10 +65,15 @@ def nerva_blobs():
     return path
 
 
+def program_output(program, source, *options):
+    """What nerva-blobs writes for `source`, as bytes."""
+    return subprocess.run([program, str(source), "-q", *options], check=True, capture_output=True).stdout
+
+
 def program_lines(program, source, *options):
     """nerva-blobs' JSON lines restricted to the frame and its blobs (other fields may come and go)."""
-    out = subprocess.run([program, str(source), "-q", *options], check=True, capture_output=True, text=True).stdout
-    return [{"frame": d["frame"], "blobs": d["blobs"]} for d in map(json.loads, out.splitlines())]
+    lines = program_output(program, source, *options).splitlines()
+    return [{"frame": d["frame"], "blobs": d["blobs"]} for d in map(json.loads, lines)]
 
 
 def free_port():

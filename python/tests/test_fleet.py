@@ -11,10 +11,10 @@ import time
 import psutil
 import pytest
 
-distributed = pytest.importorskip("distributed")
+pytest.importorskip("distributed")
 
 from nerva import fleet  # noqa: E402
-from conftest import manifest, walkers, write_video  # noqa: E402
+from conftest import manifest, program_output, walkers, write_video  # noqa: E402
 
 OPTIONS = ["--open", "3", "--min-pixels", "5"]
 
@@ -33,13 +33,11 @@ def run(client, *argv):
 
 def assert_identical(nerva_blobs, videos, out):
     for k in range(4):
-        expected = subprocess.run([nerva_blobs, str(videos / f"cam{k}.avi"), "-q", *OPTIONS], check=True,
-                                  capture_output=True).stdout
-        assert (out / f"cam{k}.jsonl").read_bytes() == expected
+        assert (out / f"cam{k}.jsonl").read_bytes() == program_output(nerva_blobs, videos / f"cam{k}.avi", *OPTIONS)
     assert not [n for _, _, files in os.walk(out / ".nerva-fleet") for n in files if n != "lock"]
 
 
-def test_the_command_line_matches_the_program_and_reruns_skip(nerva_blobs, client, videos, tmp_path):
+def test_the_command_line_matches_the_program_and_force_reruns(nerva_blobs, client, videos, tmp_path):
     out = tmp_path / "out"
     result = subprocess.run([sys.executable, "-m", "nerva.fleet", str(videos), "--output", str(out),
                              "--scheduler", client.scheduler.address, *OPTIONS], capture_output=True, text=True,
@@ -54,22 +52,8 @@ def test_the_command_line_matches_the_program_and_reruns_skip(nerva_blobs, clien
     assert entries["cam1"]["options"]["opening"] == 3
     assert entries["cam1"]["blobs_per_frame_mean"] > 0
 
-    before = {k: (out / f"cam{k}.jsonl").stat().st_mtime_ns for k in range(4)}
-    assert run(client, videos, "--output", out) == 0
-    assert {e["status"] for e in manifest(out).values()} == {"skipped"}
-    assert before == {k: (out / f"cam{k}.jsonl").stat().st_mtime_ns for k in range(4)}
     assert run(client, videos / "cam0.avi", "--output", out, "--force") == 0
     assert manifest(out)["cam0"]["status"] == "done"
-
-
-def test_the_longest_input_starts_first_whatever_its_name(client, videos, tmp_path):
-    # cam0..cam3 grow longer in name order: taken as named, the longest
-    # would start last and alone set the run's length.
-    with distributed.get_task_stream(client) as stream:
-        assert run(client, videos, "--output", tmp_path / "out") == 0
-    segmenting = [t for t in stream.data if not t["key"].startswith("nerva-probe-")]
-    first_two = sorted(segmenting, key=lambda t: t["startstops"][0]["start"])[:2]
-    assert "nerva-cam3-" in " ".join(t["key"] for t in first_two)
 
 
 def test_a_bad_input_fails_alone(client, videos, tmp_path):
@@ -91,8 +75,7 @@ def test_masks_are_split_so_workers_stay_busy_and_the_pieces_join_exactly(nerva_
     import numpy as np
     frames = [np.where(f > 150, 255, 0).astype(np.uint8) for f in walkers(400, seed=7)]
     write_video(tmp_path / "masks.avi", frames)
-    expected = subprocess.run([nerva_blobs, str(tmp_path / "masks.avi"), "-q", "--masks", *OPTIONS], check=True,
-                              capture_output=True).stdout
+    expected = program_output(nerva_blobs, tmp_path / "masks.avi", "--masks", *OPTIONS)
     auto = tmp_path / "auto"
     chunked = tmp_path / "chunked"
     assert run(client, tmp_path / "masks.avi", "--masks", "--output", auto) == 0
@@ -124,15 +107,6 @@ def test_a_worker_killed_mid_video_loses_nothing(nerva_blobs, client, videos, tm
     assert_identical(nerva_blobs, videos, out)
 
 
-# The option checks shared with the program are in test_options.py.
-@pytest.mark.parametrize("argv", [["--roi", "1,2,3"], ["--bogus"], [], ["--scheduler", ""]])
-def test_bad_command_lines_exit_2(tmp_path, argv):
-    result = subprocess.run([sys.executable, "-m", "nerva.fleet", "x.avi", *argv,
-                             *(["--output", str(tmp_path)] if argv else [])], capture_output=True, text=True)
-    assert result.returncode == 2
-    assert "nerva-fleet: error:" in result.stderr
-
-
 def test_options_the_frame_refuses_fail_the_input_at_once(client, videos, tmp_path):
     out = tmp_path / "out"
     assert run(client, videos / "cam0.avi", "-o", out, "--close", "3000") == 1
@@ -145,8 +119,7 @@ def test_tracks_and_the_manifests_line_counts_are_the_programs(nerva_blobs, clie
     out = tmp_path / "out"
     tracking = ["--line", "mid:80,0,80,119", "--zone", "left:0,0;80,0;80,119;0,119"]
     assert run(client, videos / "cam1.avi", "--output", out, *tracking) == 0
-    expected = subprocess.run([nerva_blobs, str(videos / "cam1.avi"), "-q", *tracking, *OPTIONS],
-                              check=True, capture_output=True).stdout
+    expected = program_output(nerva_blobs, videos / "cam1.avi", *tracking, *OPTIONS)
     assert (out / "cam1.jsonl").read_bytes() == expected
     assert any(json.loads(line)["tracks"] for line in expected.splitlines())
     exits = [e for line in expected.splitlines() for e in json.loads(line)["events"] if e["type"] == "exit"]

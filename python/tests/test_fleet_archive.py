@@ -13,7 +13,7 @@ import pytest
 
 distributed = pytest.importorskip("distributed")
 
-from conftest import free_port, manifest, walkers, write_video  # noqa: E402
+from conftest import free_port, manifest, program_output, walkers, write_video  # noqa: E402
 from nerva import fleet  # noqa: E402
 
 OPTIONS = ["--min-pixels", "5"]
@@ -146,8 +146,7 @@ def test_a_scheduler_and_two_workers_started_as_documented_complete_a_run(nerva_
                                 capture_output=True, text=True, cwd=archive, env=env, timeout=300)
         assert result.returncode == 0, result.stderr
         for cam in ("cam1", "cam2"):
-            expected = subprocess.run([nerva_blobs, str(archive / "cams" / cam / "day.avi"), "-q", *OPTIONS],
-                                      check=True, capture_output=True).stdout
+            expected = program_output(nerva_blobs, archive / "cams" / cam / "day.avi", *OPTIONS)
             assert (archive / "out" / cam / "day.jsonl").read_bytes() == expected
     finally:
         for process in started:

@@ -1,23 +1,13 @@
 """nerva-blobs, blobs_in_video and nerva-fleet accept and refuse the same
 options, with messages naming the option as each spells it."""
 
-import json
 import re
 import subprocess
 
-import numpy as np
 import pytest
 
 import nerva
-from conftest import walkers, write_video
 from nerva import fleet
-
-
-@pytest.fixture(scope="module")
-def video(tmp_path_factory):
-    path = tmp_path_factory.mktemp("video") / "walkers.avi"
-    write_video(path, walkers(3))
-    return path
 
 
 # (program flags, Python keywords, message with the program's names, with Python's)
@@ -61,14 +51,3 @@ def test_misspelt_fleet_options_name_the_nearest(capsys):
     with pytest.raises(SystemExit):
         fleet.parse_arguments(["in.avi", "-o", "out", "--min-pixel", "5"])
     assert "unknown option --min-pixel; did you mean --min-pixels" in capsys.readouterr().err
-
-
-def test_a_cut_list_says_so_in_the_json_line():
-    mask = np.zeros((4, 8), np.uint8)
-    mask[1, 1] = 255
-    line = json.loads(nerva.json_line(3, nerva.blobs(mask), time=0.5, dropped=2, components=2500))
-    assert line["truncated"] is True
-    assert line["components"] == 2500
-    assert line["time"] == 0.5
-    assert line["dropped"] == 2
-    assert "truncated" not in json.loads(nerva.json_line(3, nerva.blobs(mask)))

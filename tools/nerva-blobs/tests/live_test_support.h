@@ -1,6 +1,6 @@
 #pragma once
-// What the live tests share: child processes, free ports, waits on events,
-// clients of the live server.
+// What the live tests and the live clients benchmark share: child processes,
+// free ports, waits on events, clients of the live server.
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -78,14 +78,6 @@ inline bool listening(int port)
     char wanted[32];  // local port, any remote, state LISTEN
     std::snprintf(wanted, sizeof wanted, ":%04X 00000000:0000 0A", port);
     return slurp("/proc/net/tcp").find(wanted) != std::string::npos;
-}
-
-// Whether a UDP socket is bound to the port: a sender may start.
-inline bool bound_udp(int port)
-{
-    char wanted[32];
-    std::snprintf(wanted, sizeof wanted, ":%04X 00000000:0000 ", port);
-    return slurp("/proc/net/udp").find(wanted) != std::string::npos;
 }
 
 template <class Condition>

@@ -11,7 +11,7 @@ import time
 import psutil
 import pytest
 
-pytest.importorskip("distributed")
+distributed = pytest.importorskip("distributed")
 
 from nerva import fleet  # noqa: E402
 from conftest import manifest, program_output, walkers, write_video  # noqa: E402
@@ -54,6 +54,16 @@ def test_the_command_line_matches_the_program_and_force_reruns(nerva_blobs, clie
 
     assert run(client, videos / "cam0.avi", "--output", out, "--force") == 0
     assert manifest(out)["cam0"]["status"] == "done"
+
+
+def test_the_longest_input_starts_first_whatever_its_name(client, videos, tmp_path):
+    # cam0..cam3 grow longer in name order: taken as named, the longest
+    # would start last and alone set the run's length.
+    with distributed.get_task_stream(client) as stream:
+        assert run(client, videos, "--output", tmp_path / "out") == 0
+    segmenting = [t for t in stream.data if not t["key"].startswith("nerva-probe-")]
+    first_two = sorted(segmenting, key=lambda t: t["startstops"][0]["start"])[:2]
+    assert "nerva-cam3-" in " ".join(t["key"] for t in first_two)
 
 
 def test_a_bad_input_fails_alone(client, videos, tmp_path):
